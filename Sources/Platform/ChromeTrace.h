@@ -1,0 +1,18 @@
+#pragma once
+
+// A signpost sink that writes the Chrome trace format (the JSON object form with "traceEvents"),
+// which the usual trace viewers open.
+
+#include <zem/Platform/Log.h>
+
+#include <filesystem>
+#include <memory>
+
+namespace zem::platform {
+
+/// Begins a trace in `file`. Intervals become nestable async events paired by their identifier,
+/// events become instants; private arguments are written as "<private>". The file is a complete
+/// JSON document once the sink is destroyed. Throws std::system_error when the file cannot be made.
+std::shared_ptr<SignpostSink> makeChromeTrace(const std::filesystem::path& file);
+
+} // namespace zem::platform

@@ -1,0 +1,115 @@
+#pragma once
+
+// Operations with observable state, and the queue that runs them by priority.
+
+#include <zem/Platform/Mutex.h>
+#include <zem/Platform/Queue.h>
+#include <zem/Platform/Task.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+namespace zem::platform {
+
+/// The order in which an operation queue starts what waits in it. Any integer between is allowed.
+enum class QueuePriority : int { veryLow = -8, low = -4, normal = 0, high = 4, veryHigh = 8 };
+
+/// One unit of work, used once. A subclass that is asynchronous overrides `start` and the three
+/// state queries, and posts the changes of "isExecuting" and "isFinished" itself; a plain one
+/// overrides `main`.
+class Operation : public std::enable_shared_from_this<Operation> {
+  public:
+    enum class Change { will, did };
+    /// Called on the thread that changes the state, with no lock held: it may ask for the state.
+    using Observer = std::function<void(Operation&, std::string_view key, Change)>;
+
+    Operation() = default;
+    virtual ~Operation() = default;
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
+
+    /// True when the operation is not finished when `start` returns. False here.
+    virtual bool isAsynchronous() const;
+    virtual bool isExecuting() const;
+    virtual bool isFinished() const;
+    virtual bool isCancelled() const;
+
+    /// Runs the operation on the calling thread: finishes at once when cancelled, else executes
+    /// `main` between the changes of "isExecuting" and "isFinished".
+    virtual void start();
+
+    /// Asks that it not start. One that is executing goes on.
+    virtual void cancel();
+
+    QueuePriority queuePriority() const;
+    /// Only before the operation is added to a queue.
+    void setQueuePriority(QueuePriority priority);
+
+    /// Observers are kept until the operation is destroyed and called in the order they were added.
+    void addObserver(Observer observer);
+
+  protected:
+    virtual void main();
+
+    void willChangeValue(std::string_view key);
+    void didChangeValue(std::string_view key);
+
+  private:
+    void notify(std::string_view key, Change change);
+
+    mutable Mutex mutex;
+    std::vector<std::shared_ptr<Observer>> observers;
+    QueuePriority priority = QueuePriority::normal;
+    bool executing = false;
+    bool finished = false;
+    bool cancelled = false;
+};
+
+/// An operation that runs one task.
+class BlockOperation final : public Operation {
+  public:
+    static std::shared_ptr<BlockOperation> create(Task block,
+                                                  QueuePriority = QueuePriority::normal);
+
+  protected:
+    void main() override;
+
+  private:
+    explicit BlockOperation(Task block);
+    Task block;
+};
+
+/// Starts what is added to it on the threads of a queue: a higher priority first, first come first
+/// served within one, never more than `maxConcurrentOperationCount` unfinished at once. An
+/// operation holds its place from `start` until it reports "isFinished". Operations already added
+/// run even when the last reference to the queue is dropped.
+class OperationQueue {
+  public:
+    /// Bounded only by the threads of the global queue.
+    static constexpr std::size_t unbounded = 0;
+
+    /// `threads` is where operations are started; the global concurrent queue when absent. It must
+    /// outlive the operations.
+    static std::shared_ptr<OperationQueue>
+    create(std::size_t maxConcurrentOperationCount = unbounded, Queue* threads = nullptr);
+    ~OperationQueue();
+
+    /// Any thread; returns at once. An operation may be added to one queue, once.
+    void addOperation(std::shared_ptr<Operation> operation);
+    void addOperation(Task block, QueuePriority priority = QueuePriority::normal);
+
+    std::size_t maxConcurrentOperationCount() const;
+
+    /// How many operations were added and have not finished.
+    std::size_t operationCount() const;
+
+  private:
+    struct State;
+    explicit OperationQueue(std::shared_ptr<State> state);
+    std::shared_ptr<State> state;
+};
+
+} // namespace zem::platform

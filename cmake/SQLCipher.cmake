@@ -1,0 +1,95 @@
+# Defines the target ZEM::SQLCipher: a system SQLCipher of at least 4.5 where there is one, else the
+# pinned amalgamation from npm, compiled once for each compiler and set of flags and kept in a cache
+# folder that outlives the build folder.
+set(ZEM_SQLCIPHER_MINIMUM 4.5)
+set(ZEM_SQLCIPHER "auto" CACHE STRING "Which SQLCipher: auto, system or amalgamation")
+set_property(CACHE ZEM_SQLCIPHER PROPERTY STRINGS auto system amalgamation)
+set(ZEM_SQLCIPHER_AMALGAMATION
+    ${PROJECT_SOURCE_DIR}/node_modules/@journeyapps/sqlcipher/deps/sqlcipher-amalgamation
+    CACHE PATH "Folder that holds SQLCipher's sqlite3.c and sqlite3.h")
+
+add_library(zem_sqlcipher INTERFACE)
+add_library(ZEM::SQLCipher ALIAS zem_sqlcipher)
+
+# The package's own version says nothing: Debian gives its pkg-config file SQLite's. Ask the library.
+function(zem_system_sqlcipher_version RESULT)
+    set(${RESULT} "" PARENT_SCOPE)
+    pkg_check_modules(SYSTEM_SQLCIPHER QUIET IMPORTED_TARGET sqlcipher)
+    if(NOT SYSTEM_SQLCIPHER_FOUND)
+        return()
+    endif()
+    try_run(RAN COMPILED ${PROJECT_BINARY_DIR}/sqlcipher-version
+        SOURCES ${PROJECT_SOURCE_DIR}/cmake/sqlcipher_version.c
+        LINK_LIBRARIES PkgConfig::SYSTEM_SQLCIPHER
+        RUN_OUTPUT_VARIABLE PRINTED)
+    if(COMPILED AND RAN EQUAL 0)
+        string(REGEX MATCH "^[0-9]+\\.[0-9]+(\\.[0-9]+)?" VERSION "${PRINTED}")
+        set(${RESULT} "${VERSION}" PARENT_SCOPE)
+    else()
+        set(${RESULT} "unknown" PARENT_SCOPE)
+    endif()
+endfunction()
+
+if(NOT ZEM_SQLCIPHER STREQUAL "amalgamation")
+    zem_system_sqlcipher_version(SYSTEM_VERSION)
+    if(NOT SYSTEM_VERSION STREQUAL "")
+        if(SYSTEM_VERSION STREQUAL "unknown" OR SYSTEM_VERSION VERSION_LESS ZEM_SQLCIPHER_MINIMUM)
+            message(FATAL_ERROR
+                "The system's SQLCipher is version ${SYSTEM_VERSION}; ZEM needs "
+                "${ZEM_SQLCIPHER_MINIMUM} or newer. Remove that development package "
+                "(on Debian: apt-get remove libsqlcipher-dev), or configure with "
+                "-DZEM_SQLCIPHER=amalgamation to build the pinned one that npm ci installs.")
+        endif()
+        message(STATUS "SQLCipher ${SYSTEM_VERSION} of the system")
+        target_link_libraries(zem_sqlcipher INTERFACE PkgConfig::SYSTEM_SQLCIPHER)
+        target_compile_definitions(zem_sqlcipher INTERFACE SQLITE_HAS_CODEC)
+        return()
+    endif()
+    if(ZEM_SQLCIPHER STREQUAL "system")
+        message(FATAL_ERROR
+            "No SQLCipher was found through pkg-config; ZEM needs ${ZEM_SQLCIPHER_MINIMUM} or newer. "
+            "Install it, or configure with -DZEM_SQLCIPHER=amalgamation.")
+    endif()
+endif()
+
+if(NOT EXISTS ${ZEM_SQLCIPHER_AMALGAMATION}/sqlite3.c)
+    message(FATAL_ERROR
+        "SQLCipher's amalgamation is not in ${ZEM_SQLCIPHER_AMALGAMATION}. "
+        "Run `npm ci --ignore-scripts` in ${PROJECT_SOURCE_DIR} first (make test does).")
+endif()
+
+set(SQLCIPHER_FLAGS -O2 -g1 -fPIC -fvisibility=hidden -w
+    -D_GNU_SOURCE -DHAVE_STDINT_H=1 -DHAVE_USLEEP=1
+    -DSQLITE_HAS_CODEC -DSQLITE_TEMP_STORE=2 -DSQLITE_THREADSAFE=1
+    -DSQLCIPHER_CRYPTO_OPENSSL
+    -DSQLITE_EXTRA_INIT=sqlcipher_extra_init -DSQLITE_EXTRA_SHUTDOWN=sqlcipher_extra_shutdown
+    ${ZEM_SANITIZE_FLAGS})
+
+set(CACHE_ROOT "$ENV{XDG_CACHE_HOME}")
+if(CACHE_ROOT STREQUAL "")
+    set(CACHE_ROOT "$ENV{HOME}/.cache")
+endif()
+set(ZEM_CACHE_DIR "${CACHE_ROOT}/zem" CACHE PATH "Where compiled dependencies are kept between builds")
+file(SHA256 ${ZEM_SQLCIPHER_AMALGAMATION}/sqlite3.c SOURCE_HASH)
+string(SHA256 CACHE_KEY
+    "${SOURCE_HASH} ${CMAKE_C_COMPILER_ID} ${CMAKE_C_COMPILER_VERSION} ${CMAKE_SYSTEM_PROCESSOR} ${SQLCIPHER_FLAGS}")
+string(SUBSTRING ${CACHE_KEY} 0 16 CACHE_KEY)
+set(SQLCIPHER_OBJECT ${ZEM_CACHE_DIR}/sqlcipher-${CACHE_KEY}.o)
+
+# Compiled under another name and then renamed: two builds at once cannot read half a file.
+string(RANDOM LENGTH 8 UNIQUE)
+add_custom_command(OUTPUT ${SQLCIPHER_OBJECT}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${ZEM_CACHE_DIR}
+    COMMAND ${CMAKE_C_COMPILER} ${SQLCIPHER_FLAGS} -c ${ZEM_SQLCIPHER_AMALGAMATION}/sqlite3.c
+        -o ${SQLCIPHER_OBJECT}.${UNIQUE}
+    COMMAND ${CMAKE_COMMAND} -E rename ${SQLCIPHER_OBJECT}.${UNIQUE} ${SQLCIPHER_OBJECT}
+    COMMENT "Compiling SQLCipher (once; kept in ${ZEM_CACHE_DIR})"
+    VERBATIM)
+add_library(zem_sqlcipher_amalgamation STATIC ${SQLCIPHER_OBJECT})
+set_target_properties(zem_sqlcipher_amalgamation PROPERTIES LINKER_LANGUAGE C)
+
+find_package(OpenSSL REQUIRED)
+target_include_directories(zem_sqlcipher SYSTEM INTERFACE ${ZEM_SQLCIPHER_AMALGAMATION})
+target_compile_definitions(zem_sqlcipher INTERFACE SQLITE_HAS_CODEC)
+target_link_libraries(zem_sqlcipher INTERFACE
+    zem_sqlcipher_amalgamation OpenSSL::Crypto Threads::Threads ${CMAKE_DL_LIBS} m)

@@ -1,0 +1,19 @@
+# One interface target carries what every target of ours is compiled with: warnings and sanitizers.
+add_library(zem_options INTERFACE)
+target_compile_options(zem_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+    -Woverloaded-virtual -Wconversion)
+if(ZEM_WARNINGS_AS_ERRORS)
+    target_compile_options(zem_options INTERFACE -Werror)
+endif()
+if(ZEM_SANITIZE)
+    set(ZEM_SANITIZE_FLAGS -fsanitize=${ZEM_SANITIZE} -fno-omit-frame-pointer)
+    if(ZEM_SANITIZE MATCHES "undefined")
+        list(APPEND ZEM_SANITIZE_FLAGS -fno-sanitize-recover=undefined)
+    endif()
+    if(ZEM_SANITIZE MATCHES "address")
+        # The engine's collector finds values by scanning the real stack; a fake stack hides them.
+        list(APPEND ZEM_SANITIZE_FLAGS -fsanitize-address-use-after-return=never)
+    endif()
+    target_compile_options(zem_options INTERFACE ${ZEM_SANITIZE_FLAGS})
+    target_link_options(zem_options INTERFACE ${ZEM_SANITIZE_FLAGS})
+endif()
