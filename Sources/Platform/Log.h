@@ -22,14 +22,14 @@ class LogArgument {
     /// Describes an object (%@) when, and only when, it is to be shown.
     using Description = std::function<std::string()>;
 
-    LogArgument(int value)
-        : value(std::int64_t{value}) {}
-    LogArgument(std::int64_t value)
-        : value(value) {}
-    LogArgument(std::size_t value)
-        : value(static_cast<std::int64_t>(value)) {}
-    LogArgument(double value)
-        : value(value) {}
+    LogArgument(int number)
+        : value(std::int64_t{number}) {}
+    LogArgument(std::int64_t number)
+        : value(number) {}
+    LogArgument(std::size_t number)
+        : value(static_cast<std::int64_t>(number)) {}
+    LogArgument(double number)
+        : value(number) {}
     LogArgument(const char* text)
         : value(std::string_view(text)) {}
     LogArgument(std::string_view text)
@@ -91,7 +91,9 @@ struct LogLine {
     std::string_view text;
 };
 using LogWriter = std::function<void(const LogLine&)>;
-/// Replaces the writer; null restores the default.
+/// Replaces the writer; null restores the default. The writer is called on the thread that logs,
+/// possibly on several at once. Returns when no thread is in the former writer any more; not to be
+/// called from a writer.
 void setLogWriter(LogWriter writer);
 
 /// A log of one subsystem and category. Cheap to copy. Thread-safe.
@@ -104,12 +106,15 @@ class Log {
 
     bool isEnabled() const { return names != nullptr; }
 
+    /// Write a line, before returning. No Mutex may be held.
     void debug(std::string_view format, LogArguments = {}) const;
     void info(std::string_view format, LogArguments = {}) const;
     void error(std::string_view format, LogArguments = {}) const;
 
     /// A process-wide fresh identifier; null on a disabled log.
     SignpostID makeSignpostID() const;
+    /// Tell the sink of an interval, or of an event, which may carry the null identifier; an
+    /// interval with the null identifier is none and is dropped. No Mutex may be held.
     void beginInterval(SignpostID id, std::string_view name, std::string_view format = {},
                        LogArguments = {}) const;
     void endInterval(SignpostID id, std::string_view name, std::string_view format = {},
