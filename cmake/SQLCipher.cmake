@@ -4,30 +4,39 @@
 set(ZEM_SQLCIPHER_MINIMUM 4.5)
 set(ZEM_SQLCIPHER "auto" CACHE STRING "Which SQLCipher: auto, system or amalgamation")
 set_property(CACHE ZEM_SQLCIPHER PROPERTY STRINGS auto system amalgamation)
+get_filename_component(SQLCIPHER_NPM_ROOT ${CMAKE_CURRENT_LIST_DIR} DIRECTORY)
 set(ZEM_SQLCIPHER_AMALGAMATION
-    ${PROJECT_SOURCE_DIR}/node_modules/@journeyapps/sqlcipher/deps/sqlcipher-amalgamation
+    ${SQLCIPHER_NPM_ROOT}/node_modules/@journeyapps/sqlcipher/deps/sqlcipher-amalgamation
     CACHE PATH "Folder that holds SQLCipher's sqlite3.c and sqlite3.h")
 
 add_library(zem_sqlcipher INTERFACE)
 add_library(ZEM::SQLCipher ALIAS zem_sqlcipher)
 
 # The package's own version says nothing: Debian gives its pkg-config file SQLite's. Ask the library.
+# What pkg-config said is asked anew each time, so that a package removed or upgraded since is noticed.
 function(zem_system_sqlcipher_version RESULT)
     set(${RESULT} "" PARENT_SCOPE)
-    pkg_check_modules(SYSTEM_SQLCIPHER QUIET IMPORTED_TARGET sqlcipher)
+    get_cmake_property(CACHED CACHE_VARIABLES)
+    foreach(VARIABLE IN LISTS CACHED)
+        if(VARIABLE MATCHES "^(__)?(pkg_config_checked_|pkgcfg_lib_)?SYSTEM_SQLCIPHER")
+            unset(${VARIABLE} CACHE)
+        endif()
+    endforeach()
+    pkg_check_modules(SYSTEM_SQLCIPHER QUIET IMPORTED_TARGET GLOBAL sqlcipher)
     if(NOT SYSTEM_SQLCIPHER_FOUND)
         return()
     endif()
-    try_run(RAN COMPILED ${PROJECT_BINARY_DIR}/sqlcipher-version
-        SOURCES ${PROJECT_SOURCE_DIR}/cmake/sqlcipher_version.c
+    try_run(RAN COMPILED ${CMAKE_CURRENT_BINARY_DIR}/sqlcipher-version
+        SOURCES ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/sqlcipher_version.c
         LINK_LIBRARIES PkgConfig::SYSTEM_SQLCIPHER
         RUN_OUTPUT_VARIABLE PRINTED)
     if(COMPILED AND RAN EQUAL 0)
         string(REGEX MATCH "^[0-9]+\\.[0-9]+(\\.[0-9]+)?" VERSION "${PRINTED}")
-        set(${RESULT} "${VERSION}" PARENT_SCOPE)
-    else()
-        set(${RESULT} "unknown" PARENT_SCOPE)
     endif()
+    if("${VERSION}" STREQUAL "")
+        set(VERSION "unknown")
+    endif()
+    set(${RESULT} "${VERSION}" PARENT_SCOPE)
 endfunction()
 
 if(NOT ZEM_SQLCIPHER STREQUAL "amalgamation")
@@ -40,7 +49,7 @@ if(NOT ZEM_SQLCIPHER STREQUAL "amalgamation")
                 "(on Debian: apt-get remove libsqlcipher-dev), or configure with "
                 "-DZEM_SQLCIPHER=amalgamation to build the pinned one that npm ci installs.")
         endif()
-        message(STATUS "SQLCipher ${SYSTEM_VERSION} of the system")
+        message(STATUS "SQLCipher: ${SYSTEM_VERSION} of the system")
         target_link_libraries(zem_sqlcipher INTERFACE PkgConfig::SYSTEM_SQLCIPHER)
         target_compile_definitions(zem_sqlcipher INTERFACE SQLITE_HAS_CODEC)
         return()
@@ -55,35 +64,43 @@ endif()
 if(NOT EXISTS ${ZEM_SQLCIPHER_AMALGAMATION}/sqlite3.c)
     message(FATAL_ERROR
         "SQLCipher's amalgamation is not in ${ZEM_SQLCIPHER_AMALGAMATION}. "
-        "Run `npm ci --ignore-scripts` in ${PROJECT_SOURCE_DIR} first (make test does).")
+        "Run tools/install-packages in ${SQLCIPHER_NPM_ROOT} first (make test does).")
 endif()
+message(STATUS "SQLCipher: the amalgamation in ${ZEM_SQLCIPHER_AMALGAMATION}")
 
+# Memory and threads are watched inside SQLCipher too. Undefined behaviour is not: what is found there
+# is not ours to mend, and the first finding would end the process.
+set(SQLCIPHER_SANITIZE_FLAGS ${ZEM_SANITIZE_FLAGS})
+list(TRANSFORM SQLCIPHER_SANITIZE_FLAGS REPLACE ",undefined|undefined," "")
+list(REMOVE_ITEM SQLCIPHER_SANITIZE_FLAGS -fsanitize=undefined -fno-sanitize-recover=undefined)
 set(SQLCIPHER_FLAGS -O2 -g1 -fPIC -fvisibility=hidden -w
     -D_GNU_SOURCE -DHAVE_STDINT_H=1 -DHAVE_USLEEP=1
     -DSQLITE_HAS_CODEC -DSQLITE_TEMP_STORE=2 -DSQLITE_THREADSAFE=1
     -DSQLCIPHER_CRYPTO_OPENSSL
     -DSQLITE_EXTRA_INIT=sqlcipher_extra_init -DSQLITE_EXTRA_SHUTDOWN=sqlcipher_extra_shutdown
-    ${ZEM_SANITIZE_FLAGS})
+    ${SQLCIPHER_SANITIZE_FLAGS})
 
 set(CACHE_ROOT "$ENV{XDG_CACHE_HOME}")
-if(CACHE_ROOT STREQUAL "")
+if(CACHE_ROOT STREQUAL "" AND NOT "$ENV{HOME}" STREQUAL "")
     set(CACHE_ROOT "$ENV{HOME}/.cache")
+elseif(CACHE_ROOT STREQUAL "")
+    set(CACHE_ROOT ${CMAKE_CURRENT_BINARY_DIR})
 endif()
 set(ZEM_CACHE_DIR "${CACHE_ROOT}/zem" CACHE PATH "Where compiled dependencies are kept between builds")
 file(SHA256 ${ZEM_SQLCIPHER_AMALGAMATION}/sqlite3.c SOURCE_HASH)
 string(SHA256 CACHE_KEY
     "${SOURCE_HASH} ${CMAKE_C_COMPILER_ID} ${CMAKE_C_COMPILER_VERSION} ${CMAKE_SYSTEM_PROCESSOR} ${SQLCIPHER_FLAGS}")
 string(SUBSTRING ${CACHE_KEY} 0 16 CACHE_KEY)
-set(SQLCIPHER_OBJECT ${ZEM_CACHE_DIR}/sqlcipher-${CACHE_KEY}.o)
 
-# Compiled under another name and then renamed: two builds at once cannot read half a file.
-string(RANDOM LENGTH 8 UNIQUE)
+# The object is an output of this build, not of the cache: a build tool takes an output that it has
+# no record of for stale, and a fresh build folder would compile what the cache holds.
+set(SQLCIPHER_OBJECT ${CMAKE_CURRENT_BINARY_DIR}/sqlcipher-${CACHE_KEY}.o)
 add_custom_command(OUTPUT ${SQLCIPHER_OBJECT}
-    COMMAND ${CMAKE_COMMAND} -E make_directory ${ZEM_CACHE_DIR}
-    COMMAND ${CMAKE_C_COMPILER} ${SQLCIPHER_FLAGS} -c ${ZEM_SQLCIPHER_AMALGAMATION}/sqlite3.c
-        -o ${SQLCIPHER_OBJECT}.${UNIQUE}
-    COMMAND ${CMAKE_COMMAND} -E rename ${SQLCIPHER_OBJECT}.${UNIQUE} ${SQLCIPHER_OBJECT}
-    COMMENT "Compiling SQLCipher (once; kept in ${ZEM_CACHE_DIR})"
+    COMMAND ${CMAKE_COMMAND} -DOUTPUT=${SQLCIPHER_OBJECT} -DCACHE_DIR=${ZEM_CACHE_DIR}
+        -P ${CMAKE_CURRENT_LIST_DIR}/CompileOnce.cmake
+        -- ${CMAKE_C_COMPILER} ${SQLCIPHER_FLAGS} -c ${ZEM_SQLCIPHER_AMALGAMATION}/sqlite3.c
+    DEPENDS ${CMAKE_CURRENT_LIST_DIR}/CompileOnce.cmake
+    COMMENT "SQLCipher, kept in ${ZEM_CACHE_DIR}"
     VERBATIM)
 add_library(zem_sqlcipher_amalgamation STATIC ${SQLCIPHER_OBJECT})
 set_target_properties(zem_sqlcipher_amalgamation PROPERTIES LINKER_LANGUAGE C)

@@ -1,0 +1,45 @@
+# The verbs for people. How things are built stands in CMakePresets.json, what has to be installed in
+# tools/debian-packages.txt.
+.NOTPARALLEL:
+.PHONY: help demo test bench check build format clean packages
+
+JOBS := $(shell nproc)
+
+help:
+	@echo 'make demo     install what is missing, build, and watch the store keep real records'
+	@echo 'make test     install what is missing, build, and run the whole suite'
+	@echo 'make bench    measure, each figure beside its floor, into build/bench/summary.json'
+	@echo 'make check    formatting, lint, layers, texts, and every public header on its own'
+	@echo 'make build    build the host, optimised, as build/zem'
+	@echo 'make format   format every source file'
+	@echo 'make clean    remove what was built'
+
+packages:
+	@tools/install-packages
+
+build: packages
+	cmake --preset release
+	cmake --build --preset release --target zem-host
+	ln -sfn release/bin/zem build/zem
+
+demo: build
+	build/zem run Examples/demo/demo.js
+
+test: packages
+	cmake --preset dev
+	cmake --build --preset dev
+	ctest --preset dev --parallel $(JOBS)
+
+bench: packages
+	cmake --preset release
+	cmake --build --preset release
+	cmake --build --preset release --target zem-bench
+
+check: packages
+	tools/format --check
+
+format: packages
+	tools/format
+
+clean:
+	rm -rf build
