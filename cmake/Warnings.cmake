@@ -1,7 +1,9 @@
 # One interface target carries what every target of ours is compiled with: warnings and sanitizers.
 add_library(zem_options INTERFACE)
-target_compile_options(zem_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
-    -Woverloaded-virtual -Wconversion)
+target_compile_options(zem_options INTERFACE -Wall -Wextra -Wpedantic -Wnon-virtual-dtor
+    -Woverloaded-virtual -Wconversion
+    # A constructor's parameters bear the names of the fields that they fill.
+    $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>)
 if(ZEM_WARNINGS_AS_ERRORS)
     target_compile_options(zem_options INTERFACE -Werror)
 endif()

@@ -1,0 +1,128 @@
+#pragma once
+
+// An engine context and its one door, `perform`.
+
+#include <zem/JavaScript/Scope.h>
+#include <zem/JavaScript/Value.h>
+#include <zem/Platform/RunLoop.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+namespace zem::js {
+
+/// Being inside the engine, for as long as it lives. Made by `perform` only.
+class Entry {
+  public:
+    explicit Entry(std::shared_ptr<ContextState> state);
+    ~Entry();
+    Entry(const Entry&) = delete;
+    Entry& operator=(const Entry&) = delete;
+    Scope& scope() { return entered; }
+
+  private:
+    friend class ContextState;
+    std::shared_ptr<ContextState> state;
+    Entry* outer;
+    Scope entered;
+};
+
+/// A reference to an engine context; copies refer to the same one. The context lives as long as any
+/// reference or handle on it; the last may be dropped on any thread.
+///
+/// There are two ways in, chosen when the context is made or adopted:
+/// - inline: work runs on the calling thread. Any number of threads may perform at once; the
+/// engine's
+///   own lock serialises them step by step.
+/// - bound to a thread: work runs on the thread of the given run loop. From another thread it is
+///   posted there and waited for, first come, first served.
+///
+/// A thread that enters has at least 1 MiB of stack. SIGUSR1 belongs to the engine's collector.
+class Context {
+  public:
+    /// Refers to nothing.
+    Context() = default;
+
+    /// A new context, entered inline.
+    static Context create();
+
+    /// A new context, bound to the thread of `home`. It is made there: returns when it has been, so
+    /// that run loop must be running or be the calling thread's.
+    static Context create(std::shared_ptr<platform::RunLoop> home);
+
+    /// A context of the application's own: `globalContext` is its global context reference, which
+    /// is retained. Entered inline unless a run loop is given.
+    static Context adopt(void* globalContext, std::shared_ptr<platform::RunLoop> home = nullptr);
+
+    explicit operator bool() const { return state != nullptr; }
+    bool operator==(const Context&) const = default;
+
+    /// Calls `work(Scope&)` inside the engine and returns what it returns, an exception that it
+    /// throws included. No lock may be held. Throws std::runtime_error when the context is bound to
+    /// a thread that has ended without running the work.
+    template <class Work>
+    std::invoke_result_t<Work&, Scope&> perform(Work&& work) const {
+        using Answer = std::invoke_result_t<Work&, Scope&>;
+        if (entersHere()) {
+            Entry entry(state);
+            return work(entry.scope());
+        }
+        if constexpr (std::is_void_v<Answer>) {
+            performOnHome([&](Scope& scope) { work(scope); });
+        } else {
+            std::optional<Answer> answer;
+            performOnHome([&](Scope& scope) { answer.emplace(work(scope)); });
+            return *std::move(answer);
+        }
+    }
+
+    /// Calls `work` inside the engine without waiting for another thread: before returning when the
+    /// context is entered inline, else later on its thread, in the order of the calls whichever
+    /// thread makes them. Work posted to a thread that ends first is dropped. `work` throws
+    /// nothing.
+    void async(std::move_only_function<void(Scope&)> work) const;
+
+    /// True when the calling thread is inside this context.
+    bool isEntered() const;
+
+    /// What happens to an exception that nobody is there to catch: one thrown by a callback that
+    /// native code called. Without a handler its text is written to the log, marked private. Called
+    /// inside the engine, on the thread that ran the callback.
+    void setUncaughtHandler(std::function<void(Scope&, const Exception&)> handler) const;
+    void reportUncaught(Scope& scope, const Exception& exception) const;
+
+    /// Calls `handler` inside the engine with the reason of every promise that was rejected and
+    /// still has no handler when the promise jobs have run. False where the engine cannot tell.
+    bool setRejectionHandler(std::function<void(Scope&, const Exception&)> handler) const;
+
+    /// Asks `shouldStop` about every 50 ms of running JavaScript, on the thread that runs it, and
+    /// ends the script with an exception that it cannot catch when the answer is true. It does not
+    /// enter the engine. False where the engine cannot do it.
+    bool setInterruptHandler(std::function<bool()> shouldStop) const;
+
+    /// Collects what is garbage now, and lets go of what handles held.
+    void collectGarbage() const;
+
+    /// How many handles are alive on the context: 0 at the end of everything.
+    std::size_t handleCount() const;
+
+    /// The engine's version, as its package states it.
+    static std::string engineVersion();
+
+  private:
+    friend class Value;
+    friend class Scope;
+    friend class Function;
+    explicit Context(std::shared_ptr<ContextState> state)
+        : state(std::move(state)) {}
+    bool entersHere() const;
+    void performOnHome(std::move_only_function<void(Scope&)> work) const;
+    std::shared_ptr<ContextState> state;
+};
+
+} // namespace zem::js

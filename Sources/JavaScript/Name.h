@@ -1,0 +1,24 @@
+#pragma once
+
+// Property names, made once and used often.
+
+#include <string_view>
+
+namespace zem::js {
+
+/// A property name in the engine's own form. Belongs to no context; may be made and used on any
+/// thread, and is usually a static beside the code that uses it.
+class Name {
+  public:
+    explicit Name(std::string_view text);
+    ~Name();
+    Name(const Name&) = delete;
+    Name& operator=(const Name&) = delete;
+
+    void* get() const { return string; }
+
+  private:
+    void* string;
+};
+
+} // namespace zem::js

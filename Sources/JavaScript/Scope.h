@@ -1,0 +1,134 @@
+#pragma once
+
+// The entered engine: every step into it is a member of the Scope that `Context::perform` gives.
+
+#include <zem/JavaScript/Exception.h>
+#include <zem/JavaScript/Name.h>
+#include <zem/JavaScript/Value.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zem::js {
+
+using Arguments = std::span<const Local>;
+
+/// A native closure that JavaScript calls as a function. It runs on the thread that runs the
+/// JavaScript, inside the engine; the engine's lock is not held meanwhile, so other threads'
+/// JavaScript may run in the middle of it. It does no blocking work. An exception given as the
+/// result is thrown to JavaScript; so is a C++ exception that escapes, as an Error with its text.
+///
+/// It is destroyed when the engine has collected the function, at a later entry of the context. It
+/// holds its owner weakly, and no handle on anything that holds the function.
+using NativeFunction = std::move_only_function<Result<Local>(Scope&, Local self, Arguments)>;
+
+enum class ErrorType { error, typeError, rangeError };
+
+/// Valid on the thread and for the time of the `perform` that gave it.
+class Scope {
+  public:
+    /// The context that was entered.
+    Context context() const;
+
+    // Values. Text is UTF-8 outside and UTF-16 inside; what is invalid on either side becomes
+    // U+FFFD.
+    Local undefined();
+    Local null();
+    Local boolean(bool value);
+    Local number(double value);
+    Local string(std::string_view text);
+    /// The same for text that is followed by a NUL byte, which saves a copy.
+    Local stringTerminated(const char* text, std::size_t length);
+    Local object();
+    Local array(Arguments elements = {});
+    Local arrayBuffer(std::span<const std::uint8_t> bytes);
+    Local error(ErrorType type, std::string_view message);
+    /// A function of the given name and length that behaves as functions do: `typeof`, `call`,
+    /// `apply`, `bind`, `name` and `length`.
+    Local function(std::string_view name, unsigned length, NativeFunction body);
+    Local global();
+
+    // Questions. None of them runs JavaScript.
+    Kind kind(Local value);
+    /// Only for the kind that the name says.
+    bool toBoolean(Local value);
+    double toNumber(Local value);
+    std::string toText(Local value);
+    /// The bytes of an ArrayBuffer, typed array or DataView, borrowed until the engine is left or
+    /// JavaScript runs; absent for anything else.
+    std::optional<std::span<const std::uint8_t>> bytes(Local value);
+    bool isSame(Local left, Local right);
+
+    // Properties. A getter or a proxy may run JavaScript, and throw.
+    Result<Local> get(Local object, const Name& name);
+    Result<Local> get(Local object, std::string_view name);
+    Result<Local> getAt(Local object, unsigned index);
+    bool has(Local object, const Name& name);
+    Result<void> set(Local object, const Name& name, Local value);
+    Result<void> set(Local object, std::string_view name, Local value);
+    Result<void> setAt(Local object, unsigned index, Local value);
+    Result<unsigned> length(Local array);
+    /// The names of the enumerable properties, inherited ones included, in the engine's order.
+    std::vector<std::string> propertyNames(Local object);
+
+    // Running JavaScript. Promise jobs that this makes due run before the step returns, unless it
+    // was made from inside a native function: then they run when the outermost step does.
+    Result<Local> call(Local function, Arguments arguments = {}, Local self = {});
+    Result<Local> call(Local function, std::initializer_list<Local> arguments, Local self = {});
+    Result<Local> callMethod(Local object, const Name& name,
+                             std::initializer_list<Local> arguments);
+    Result<Local> evaluate(std::string_view source, std::string_view sourceURL,
+                           int startingLine = 1);
+    /// What `String(value)` gives; for a value that cannot be made text, what it is.
+    std::string describe(Local value);
+    /// `JSON.stringify(value)`; absent where that gives undefined.
+    Result<std::optional<std::string>> stringify(Local value);
+    Result<Local> parseJSON(std::string_view text);
+
+    // Handles.
+    Value keep(Local value);
+    /// The value of a handle of this context.
+    Local local(const Value& value);
+
+    // Failures to give back from a native function.
+    Exception exception(Local thrown);
+    std::unexpected<Exception> fail(ErrorType type, std::string_view message);
+
+  private:
+    friend class Entry;
+    friend class ContextState;
+    Scope(ContextState& state, const void* engine)
+        : state(state)
+        , engine(engine) {}
+    ContextState& state;
+    const void* engine;
+};
+
+/// A handle on something that can be called.
+class Function {
+  public:
+    Function() = default;
+    /// Absent when `value` is no function.
+    static std::optional<Function> from(Scope& scope, Local value);
+
+    explicit operator bool() const { return static_cast<bool>(held); }
+    Result<Local> call(Scope& scope, Arguments arguments = {}) const {
+        return scope.call(scope.local(held), arguments);
+    }
+    Context context() const;
+    const Value& value() const { return held; }
+
+  private:
+    explicit Function(Value value)
+        : held(std::move(value)) {}
+    Value held;
+};
+
+} // namespace zem::js
