@@ -19,8 +19,8 @@ inline constexpr std::chrono::seconds waitLimit{120};
 /// Something that happens once or several times on other threads and is waited for on the test's.
 class Event {
   public:
-    explicit Event(std::string name)
-        : name(std::move(name)) {}
+    explicit Event(std::string awaited)
+        : name(std::move(awaited)) {}
 
     void signal() {
         std::scoped_lock lock(mutex);
