@@ -1,0 +1,102 @@
+#pragma once
+
+// One SQLCipher database handle, open from construction to destruction. Not thread-safe: the store
+// uses it from one thread at a time.
+
+#include <zem/Platform/Bytes.h>
+#include <zem/SqliteStore/Private/SQLiteStatement.h>
+#include <zem/SqliteStore/Private/SQLiteStoreLog.h>
+#include <zem/SqliteStore/SQLiteConnectionError.h>
+#include <zem/SqliteStore/SQLiteResultSet.h>
+#include <zem/SqliteStore/SQLiteStorage.h>
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace zem {
+
+class SQLiteConnection {
+  public:
+    using ConnectionError = SQLiteConnectionError;
+
+    /// SQL texts by the schema version that they lead to.
+    using Migrations = std::map<std::int32_t, std::vector<std::string>>;
+    using SetUpAction = std::function<void(SQLiteConnection&)>;
+
+    struct Options {
+        using Storage = SQLiteStorage;
+
+        Storage storage;
+        Migrations migrations;
+        std::vector<SetUpAction> setUpActions; ///< run after opening, before the migrations
+    };
+
+    /// Opens the database or throws: SQLiteResult, ConnectionError, the file system's error of
+    /// creating the folder, or what a set-up action threw. A failure leaves no new empty file
+    /// behind.
+    explicit SQLiteConnection(const Options& options);
+    SQLiteConnection(const SQLiteConnection&) = delete;
+    SQLiteConnection& operator=(const SQLiteConnection&) = delete;
+
+    void useEncryptionKey(platform::BytesView key);
+    /// With the salt given, the file's first 32 bytes stay plain and do not hold it.
+    void useEncryptionKey(platform::BytesView key, platform::BytesView salt);
+    void enableWriteAheadLogging();
+
+    SQLiteStatement prepare(const char* sql) { return SQLiteStatement(sql, connection.get()); }
+    SQLiteStatement prepare(const std::string& sql) { return prepare(sql.c_str()); }
+
+    SQLiteResultSet query(const std::string& sql, std::span<const SQLiteValue> params);
+    /// The same without building a result set.
+    void query(const std::string& sql, std::span<const SQLiteValue> params,
+               SQLiteRowReader& reader);
+
+    /// Runs `body` with the connection between BEGIN and COMMIT. Whatever fails, the transaction is
+    /// rolled back and the first error is thrown; a failure to roll back is ignored.
+    template <class Body>
+    void withTransaction(Body&& body) {
+        try {
+            emitSQLiteStoreEvent("transaction begin");
+            execute("BEGIN TRANSACTION");
+            body(*this);
+            emitSQLiteStoreEvent("transaction commit");
+            execute("COMMIT TRANSACTION");
+            emitSQLiteStoreEvent("transaction committed");
+        } catch (...) {
+            rollBack();
+            throw;
+        }
+    }
+
+  private:
+    struct Close {
+        void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
+    };
+
+    void open(const std::string& name, const Options& options);
+    void ensureLinkedToSQLCipher();
+    void execute(const Migrations& migrations);
+    void execute(const char* sql);
+    void rollBack() noexcept;
+
+    std::unique_ptr<sqlite3, Close> connection;
+};
+
+/// Builds a result set of the rows it is shown.
+class SQLiteResultSetReader final : public SQLiteRowReader {
+  public:
+    void columns(std::vector<std::string> names) override;
+    void row(std::span<const SQLiteCell> cells) override;
+
+    SQLiteResultSet resultSet;
+};
+
+} // namespace zem

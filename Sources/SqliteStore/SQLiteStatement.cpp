@@ -1,0 +1,92 @@
+#include <zem/SqliteStore/Private/FatalError.h>
+#include <zem/SqliteStore/Private/SQLiteStatement.h>
+
+#include <limits>
+
+namespace zem {
+
+SQLiteCell SQLiteRow::cell(int column) const {
+    switch (sqlite3_column_type(statement, column)) {
+    case SQLITE_INTEGER:
+    case SQLITE_FLOAT:
+        return sqlite3_column_double(statement, column);
+    case SQLITE_NULL:
+        return nullptr;
+    case SQLITE_TEXT: {
+        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+        if (text == nullptr) {
+            throw SQLiteResult(SQLITE_NOMEM);
+        }
+        // Asked for after the text: fetching that may convert it.
+        const auto length = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
+        return std::string_view(text, length);
+    }
+    default:
+        fatalError("a column holds a BLOB, which the store never keeps");
+    }
+}
+
+SQLiteValue SQLiteRow::value(int column) const {
+    return std::visit([](auto payload) { return SQLiteValue(payload); }, cell(column));
+}
+
+SQLiteStatement::SQLiteStatement(const char* sql, sqlite3* connection) {
+    SQLiteResult(sqlite3_prepare_v3(connection, sql, -1, 0, &statement, nullptr)).expectOk();
+}
+
+SQLiteStatement::~SQLiteStatement() {
+    sqlite3_finalize(statement);
+}
+
+std::int32_t SQLiteStatement::position(std::size_t index) {
+    if (index >= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) {
+        fatalError("a parameter's position does not fit 32 bits");
+    }
+    return static_cast<std::int32_t>(index + 1);
+}
+
+void SQLiteStatement::bind(std::span<const SQLiteValue> params) {
+    for (std::size_t index = 0; index < params.size(); ++index) {
+        const int at = position(index);
+        const SQLiteValue& value = params[index];
+        if (const std::string* text = value.string()) {
+            sqlite3_bind_text(statement, at, text->c_str(), -1, SQLITE_TRANSIENT);
+        } else if (const double* number = value.number()) {
+            sqlite3_bind_double(statement, at, *number);
+        } else if (const bool* boolean = value.boolean()) {
+            sqlite3_bind_int(statement, at, *boolean ? 1 : 0);
+        } else {
+            sqlite3_bind_null(statement, at);
+        }
+    }
+}
+
+std::int32_t SQLiteStatement::columnCount() const {
+    return sqlite3_column_count(statement);
+}
+
+std::vector<std::string> SQLiteStatement::columnNames() const {
+    const std::int32_t count = columnCount();
+    std::vector<std::string> names;
+    names.reserve(static_cast<std::size_t>(count));
+    for (std::int32_t column = 0; column < count; ++column) {
+        const char* name = sqlite3_column_name(statement, column);
+        if (name == nullptr) {
+            throw SQLiteResult(SQLITE_NOMEM);
+        }
+        names.emplace_back(name);
+    }
+    return names;
+}
+
+void SQLiteStatement::execute() {
+    forEachRow([](SQLiteRow) {});
+}
+
+void SQLiteStatement::execute(std::span<const SQLiteValue> params) {
+    sqlite3_reset(statement);
+    bind(params);
+    execute();
+}
+
+} // namespace zem

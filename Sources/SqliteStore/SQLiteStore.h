@@ -1,0 +1,118 @@
+#pragma once
+
+// The encrypted key/value store in which the JavaScript runtime keeps its cache and its drafts.
+
+#include <zem/Platform/Bytes.h>
+#include <zem/Platform/Queue.h>
+#include <zem/SqliteStore/SQLiteOperations.h>
+#include <zem/SqliteStore/SQLiteResultSet.h>
+#include <zem/SqliteStore/SQLiteRowSink.h>
+#include <zem/SqliteStore/SQLiteStorage.h>
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace zem {
+
+class SQLiteConnection;
+
+/// Thread-safe. All database work is done on one serial queue in the order of the calls, so a query
+/// sees what the batches before it wrote; every result is delivered on another serial queue, in the
+/// same order. One store per database file.
+///
+/// There is no closing: the database is open until the last reference is dropped, which may be done
+/// anywhere, from a callback or a listener too. Work that has not begun by then is dropped without
+/// any callback. When a caller hears of its work, that work no longer holds the store.
+///
+/// Callbacks may be empty. What they throw is logged and dropped.
+class SQLiteStore final : public std::enable_shared_from_this<SQLiteStore> {
+  public:
+    /// Returns the bytes of a secret, or throws.
+    using SecretProvider = std::function<platform::SecretBytes()>;
+
+    /// Where the key of the database comes from, and its salt, without which the file keeps a salt
+    /// of its own in its first bytes. Providers are called once, during construction.
+    struct EncryptionOption {
+        struct Key {
+            SecretProvider keyProvider;
+        };
+        struct KeyAndSalt {
+            SecretProvider keyProvider;
+            SecretProvider saltProvider;
+        };
+        struct InternalKeyAndSalt {};
+
+        static EncryptionOption key(SecretProvider keyProvider) {
+            return {Key{std::move(keyProvider)}};
+        }
+        /// The salt is 16 bytes.
+        static EncryptionOption keyAndSalt(SecretProvider keyProvider,
+                                           SecretProvider saltProvider) {
+            return {KeyAndSalt{std::move(keyProvider), std::move(saltProvider)}};
+        }
+        /// A key and a salt that are kept in the platform's key store, made on first use.
+        static EncryptionOption internalKeyAndSalt() { return {InternalKeyAndSalt{}}; }
+
+        std::variant<Key, KeyAndSalt, InternalKeyAndSalt> value;
+    };
+
+    struct Options {
+        Options(SQLiteStorage where, EncryptionOption how)
+            : storage(std::move(where))
+            , encryption(std::move(how)) {}
+        /// The database is the file "zem.db" in this folder.
+        Options(std::filesystem::path databaseFolder, EncryptionOption how)
+            : Options(SQLiteStorage::file(std::move(databaseFolder)), std::move(how)) {}
+
+        SQLiteStorage storage;
+        EncryptionOption encryption;
+    };
+
+    /// Opens the store and brings its schema up to date before returning. Throws what went wrong:
+    /// SQLiteResult, SQLiteConnectionError, SQLiteSecretError, the file system's error of creating
+    /// the folder, or what a provider threw. A failure leaves no new empty database file behind.
+    static std::shared_ptr<SQLiteStore> create(Options options);
+
+    ~SQLiteStore();
+    SQLiteStore(const SQLiteStore&) = delete;
+    SQLiteStore& operator=(const SQLiteStore&) = delete;
+
+    /// Runs one statement of any kind, outside any transaction, and reports no changes to
+    /// listeners. Calls back exactly once on the callback queue: `onResult` with all rows, or
+    /// `onError` with an opaque text that is not empty. `params` are bound in order.
+    void query(std::string sql, std::vector<SQLiteValue> params,
+               std::function<void(SQLiteResultSet)> onResult,
+               std::function<void(std::string)> onError);
+
+    /// The same, handing the rows over one by one while the statement is stepped.
+    void queryRows(std::string sql, std::vector<SQLiteValue> params,
+                   std::unique_ptr<SQLiteRowSink> sink);
+
+    /// Runs the operations in order in one transaction. When all succeeded the change listeners
+    /// hear of one change per operation, on the connection queue, and then `onCompletion` is called
+    /// with nothing; else the database is unchanged, no listener hears anything, and `onCompletion`
+    /// gets an opaque text that is not empty. It is called exactly once, on the callback queue.
+    void batchOperations(std::vector<SQLiteOperation> operations,
+                         std::function<void(std::optional<std::string>)> onCompletion);
+
+  private:
+    class Work;
+    class Query;
+    class Batch;
+
+    explicit SQLiteStore(Options options);
+    void enqueue(std::unique_ptr<Work> work);
+
+    // The queues live on in their tasks when the store is gone.
+    std::shared_ptr<platform::SerialQueue> connectionQueue;
+    std::shared_ptr<platform::SerialQueue> callbackQueue;
+    std::unique_ptr<SQLiteConnection> connection; // used on connectionQueue only
+};
+
+} // namespace zem
