@@ -37,6 +37,7 @@ using KeychainStatus = std::int32_t;
 inline constexpr KeychainStatus errSecSuccess = 0;
 inline constexpr KeychainStatus errSecParam = -50;
 inline constexpr KeychainStatus errSecNotAvailable = -25291;
+inline constexpr KeychainStatus errSecAuthFailed = -25293;
 inline constexpr KeychainStatus errSecDuplicateItem = -25299;
 inline constexpr KeychainStatus errSecItemNotFound = -25300;
 inline constexpr KeychainStatus errSecInteractionNotAllowed = -25308;

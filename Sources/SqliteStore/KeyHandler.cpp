@@ -1,0 +1,86 @@
+#include <zem/Platform/Random.h>
+#include <zem/Platform/SecretServiceKeychain.h>
+#include <zem/SqliteStore/KeyHandler.h>
+
+#include <utility>
+
+namespace zem {
+
+using platform::KeychainAttributes;
+using platform::SecretBytes;
+
+KeychainStore::KeychainStore(std::shared_ptr<platform::Keychain> given)
+    : keychain(given ? std::move(given) : platform::makeSecretServiceKeychain()) {}
+
+std::optional<SecretBytes> KeychainStore::storedItem(const std::string& label) {
+    KeychainAttributes query;
+    query.push_back({platform::kSecClass, std::string(platform::kSecClassGenericPassword)});
+    query.push_back({platform::kSecAttrAccount, label});
+    query.push_back({platform::kSecUseDataProtectionKeychain, true});
+    query.push_back({platform::kSecReturnData, true});
+    platform::Keychain::Match match = keychain->copyMatching(query);
+    if (match.status != platform::errSecSuccess) {
+        return std::nullopt;
+    }
+    return std::move(match.data);
+}
+
+bool KeychainStore::store(const SecretBytes& item, const std::string& label) {
+    KeychainAttributes attributes;
+    attributes.push_back({platform::kSecClass, std::string(platform::kSecClassGenericPassword)});
+    attributes.push_back({platform::kSecAttrAccount, label});
+    attributes.push_back(
+        {platform::kSecAttrAccessible, std::string(platform::kSecAttrAccessibleWhenUnlocked)});
+    attributes.push_back({platform::kSecUseDataProtectionKeychain, true});
+    attributes.push_back({platform::kSecValueData, item.copy()});
+    return keychain->add(attributes) == platform::errSecSuccess;
+}
+
+void KeychainStore::removeItem(const std::string& label) {
+    KeychainAttributes query;
+    query.push_back({platform::kSecClass, std::string(platform::kSecClassGenericPassword)});
+    query.push_back({platform::kSecAttrAccount, label});
+    query.push_back({platform::kSecUseDataProtectionKeychain, true});
+    keychain->remove(query);
+}
+
+KeyHandler::KeyHandler(std::string key, std::string salt, std::shared_ptr<KeyStoring> given)
+    : keyLabel(std::move(key))
+    , saltLabel(std::move(salt))
+    , keyStore(given ? std::move(given) : sharedKeyStore()) {}
+
+SecretBytes KeyHandler::key() {
+    return storedOrNew(keyLabel, 32);
+}
+
+SecretBytes KeyHandler::salt() {
+    return storedOrNew(saltLabel, 16);
+}
+
+SecretBytes KeyHandler::storedOrNew(const std::string& label, std::size_t length) {
+    if (std::optional<SecretBytes> stored = keyStore->storedItem(label)) {
+        return *std::move(stored);
+    }
+    SecretBytes fresh = platform::randomKey(length);
+    keyStore->store(fresh, label); // a secret that could not be kept still serves this session
+    return fresh;
+}
+
+std::optional<SecretBytes> KeyHandler::storedItem(const std::string& label) {
+    return keyStore->storedItem(label);
+}
+
+bool KeyHandler::storeItem(const SecretBytes& item, const std::string& label) {
+    return keyStore->store(item, label);
+}
+
+void KeyHandler::removeItem(const std::string& label) {
+    keyStore->removeItem(label);
+}
+
+const std::shared_ptr<KeyStoring>& KeyHandler::sharedKeyStore() {
+    static const auto* shared = new std::shared_ptr<KeyStoring>(std::make_shared<KeychainStore>());
+    return *shared;
+}
+
+} // namespace zem
