@@ -37,6 +37,12 @@ bench: packages
 
 check: packages
 	tools/format --check
+	tools/check-layers
+	tools/check-texts
+	cmake --preset dev
+	cmake --build --preset dev --target zem-header-check
+	cmake --preset asan
+	tools/lint build/asan
 
 format: packages
 	tools/format

@@ -57,6 +57,7 @@ bool hasJournal() {
 bool writeToJournal(const LogLine& line) {
     std::vector<std::string> fields = journalFields(line);
     std::vector<iovec> parts;
+    parts.reserve(fields.size());
     for (auto& field : fields) {
         parts.push_back({field.data(), field.size()});
     }
