@@ -1,0 +1,86 @@
+#pragma once
+
+// A JavaScript function that native code calls with native values.
+
+#include <zem/JavaScript/Context.h>
+#include <zem/Tessel/Activity.h>
+#include <zem/Tessel/JSValueCoder.h>
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <tuple>
+#include <utility>
+
+namespace tessel {
+
+/// Copies share the function. May be called, copied and dropped on any thread, any number of times;
+/// it may be called after the plugin is gone.
+///
+/// A call encodes its arguments and calls the function: before returning where the context is
+/// entered inline, else later on the context's thread, in the order of the calls; it never waits
+/// for running JavaScript there. An exception that the function throws goes to the context's
+/// uncaught handler.
+///
+/// While a copy lives, the connection counts one piece of outstanding work; `asListener` gives a
+/// copy that does not count, for functions that are registered for good.
+template <class... Arguments>
+class Callback {
+  public:
+    Callback() = default;
+    Callback(zem::js::Function function, std::shared_ptr<ActivityToken> token)
+        : function(std::move(function))
+        , token(std::move(token)) {}
+
+    explicit operator bool() const { return static_cast<bool>(function); }
+
+    void operator()(Arguments... arguments) const {
+        function.context().async(
+            [function = function, token = token,
+             held = std::tuple<Arguments...>(std::move(arguments)...)](zem::js::Scope& scope) {
+                const auto encoded = std::apply(
+                    [&](const Arguments&... values) {
+                        return std::array<zem::js::Local, sizeof...(Arguments)>{
+                            encodeValue(scope, values)...};
+                    },
+                    held);
+                call(scope, function, encoded);
+            });
+    }
+
+    /// Calls the function with arguments that are engine values already, inside the engine.
+    static void call(zem::js::Scope& scope, const zem::js::Function& function,
+                     zem::js::Arguments arguments) {
+        if (const auto answer = function.call(scope, arguments); !answer) {
+            scope.context().reportUncaught(scope, answer.error());
+        }
+    }
+
+    Callback asListener() const { return Callback(function, nullptr); }
+
+    const zem::js::Function& target() const { return function; }
+
+  private:
+    zem::js::Function function;
+    std::shared_ptr<ActivityToken> token;
+};
+
+template <class... Arguments>
+struct Coding<Callback<Arguments...>> {
+    static constexpr std::string_view expected = "a function";
+
+    static Decoded<Callback<Arguments...>> decode(const JSValueDecoder& value) {
+        std::optional<zem::js::Function> function =
+            zem::js::Function::from(value.scope(), value.local());
+        if (!function) {
+            return std::unexpected(DecodingError::mismatch(expected, value.kind()));
+        }
+        std::shared_ptr<ActivityToken> token;
+        if (value.activity() != nullptr) {
+            token = std::make_shared<ActivityToken>(*value.activity());
+        }
+        return Callback<Arguments...>(std::move(*function), std::move(token));
+    }
+};
+
+} // namespace tessel

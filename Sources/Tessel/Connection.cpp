@@ -1,0 +1,49 @@
+#include <zem/Tessel/Connection.h>
+
+#include <fmt/format.h>
+
+namespace tessel {
+
+using zem::js::ErrorType;
+using zem::js::Exception;
+using zem::js::Scope;
+
+Connection::Connection(zem::js::Context context)
+    : boundContext(std::move(context)) {}
+
+void Connection::add(Plugin& plugin) {
+    boundContext.perform([&](Scope& scope) {
+        Binding binding{scope, scope.object(), plugin.namespace_()};
+        current = &binding;
+        plugin.bind(*this);
+        current = nullptr;
+        (void)scope.set(scope.global(), binding.namespace_, binding.target);
+    });
+}
+
+void Connection::setMethod(std::string_view name, std::size_t length,
+                           zem::js::NativeFunction body) {
+    Scope& scope = current->scope;
+    (void)scope.set(current->target, name,
+                    scope.function(name, static_cast<unsigned>(length), std::move(body)));
+}
+
+std::unexpected<Exception> Connection::failGone(Scope& scope, const std::string& place) {
+    return scope.fail(ErrorType::error, place + ": the plugin is gone");
+}
+
+Exception Connection::missingArgument(Scope& scope, const std::string& place, std::size_t index,
+                                      std::string_view expected) {
+    return scope.exception(
+        scope.error(ErrorType::typeError, fmt::format("{}, argument {}: expected {}, found nothing",
+                                                      place, index + 1, expected)));
+}
+
+Exception Connection::wrongArgument(Scope& scope, const std::string& place, std::size_t index,
+                                    const DecodingError& error) {
+    return scope.exception(
+        scope.error(ErrorType::typeError,
+                    fmt::format("{}, argument {}: {}", place, index + 1, error.description())));
+}
+
+} // namespace tessel

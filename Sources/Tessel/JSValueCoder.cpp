@@ -1,0 +1,68 @@
+#include <zem/Tessel/JSValueCoder.h>
+
+namespace tessel {
+
+using zem::js::Local;
+using zem::js::Result;
+
+Decoded<JSValueDecoder> JSValueDecoder::view(const Result<Local>& result) const {
+    if (!result) {
+        return std::unexpected(DecodingError{{}, "reading it threw an exception"});
+    }
+    return JSValueDecoder(*entered, *result, counted);
+}
+
+std::size_t JSValueDecoder::count() const {
+    return entered->length(value).value_or(0);
+}
+
+Decoded<JSValueDecoder> JSValueDecoder::element(std::size_t index) const {
+    return view(entered->getAt(value, static_cast<unsigned>(index)));
+}
+
+Decoded<JSValueDecoder> JSValueDecoder::field(const FieldName& name) const {
+    return view(entered->get(value, name.engine));
+}
+
+Decoded<JSValueDecoder> JSValueDecoder::field(std::string_view name) const {
+    return view(entered->get(value, name));
+}
+
+Decoded<Any> JSValueDecoder::any() const {
+    const Result<std::optional<std::string>> json = entered->stringify(value);
+    if (!json) {
+        return std::unexpected(DecodingError{{}, "it cannot be written as JSON"});
+    }
+    if (!*json) {
+        return std::unexpected(DecodingError::mismatch(Coding<Any>::expected, kind()));
+    }
+    return parse(**json);
+}
+
+Local JSValueEncoder::any(const Any& value) {
+    switch (value.kind()) {
+    case boost::json::kind::null:
+        return null();
+    case boost::json::kind::bool_:
+        return boolean(value.get_bool());
+    case boost::json::kind::int64:
+    case boost::json::kind::uint64:
+    case boost::json::kind::double_:
+        return number(value.to_number<double>());
+    case boost::json::kind::string:
+        return text(std::string_view(value.get_string()));
+    default:
+        // Whole at once through the engine's own parser: the bulk lane.
+        return entered.parseJSON(toText(value)).value_or(entered.undefined());
+    }
+}
+
+Decoded<zem::platform::Bytes> Coding<zem::platform::Bytes>::decode(const JSValueDecoder& value) {
+    const auto bytes = value.scope().bytes(value.local());
+    if (!bytes) {
+        return std::unexpected(DecodingError::mismatch(expected, value.kind()));
+    }
+    return zem::platform::Bytes(bytes->begin(), bytes->end());
+}
+
+} // namespace tessel

@@ -1,0 +1,145 @@
+#pragma once
+
+// The engine lane: the decoder and encoder of records from and to engine values.
+
+#include <zem/JavaScript/Context.h>
+#include <zem/JavaScript/Scope.h>
+#include <zem/Platform/Bytes.h>
+#include <zem/Tessel/Activity.h>
+#include <zem/Tessel/Coding.h>
+#include <zem/Tessel/JSON.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tessel {
+
+/// A view of an engine value, on the stack of a thread that is inside the engine.
+class JSValueDecoder {
+  public:
+    /// `activity`, where there is one, counts the functions that are decoded as callbacks.
+    JSValueDecoder(zem::js::Scope& scope, zem::js::Local value,
+                   const std::shared_ptr<Activity>* activity = nullptr)
+        : entered(&scope)
+        , value(value)
+        , counted(activity) {}
+
+    Kind kind() const { return entered->kind(value); }
+    bool boolean() const { return entered->toBoolean(value); }
+    double number() const { return entered->toNumber(value); }
+    std::optional<std::int64_t> integer() const { return integral(number()); }
+    std::string text() const { return entered->toText(value); }
+    std::size_t count() const;
+    Decoded<JSValueDecoder> element(std::size_t index) const;
+    Decoded<JSValueDecoder> field(const FieldName& name) const;
+    Decoded<JSValueDecoder> field(std::string_view name) const;
+    std::vector<std::string> names() const { return entered->propertyNames(value); }
+    /// The whole value at once, as its JSON text inside the engine: the bulk lane.
+    Decoded<Any> any() const;
+
+    zem::js::Scope& scope() const { return *entered; }
+    zem::js::Local local() const { return value; }
+    const std::shared_ptr<Activity>* activity() const { return counted; }
+
+  private:
+    Decoded<JSValueDecoder> view(const zem::js::Result<zem::js::Local>& result) const;
+    zem::js::Scope* entered;
+    zem::js::Local value;
+    const std::shared_ptr<Activity>* counted;
+};
+
+/// Makes engine values, on the stack of a thread that is inside the engine.
+class JSValueEncoder {
+  public:
+    using Output = zem::js::Local;
+
+    explicit JSValueEncoder(zem::js::Scope& scope)
+        : entered(scope) {}
+
+    Output null() { return entered.null(); }
+    Output boolean(bool value) { return entered.boolean(value); }
+    Output number(double value) { return entered.number(value); }
+    Output integer(std::int64_t value) { return entered.number(static_cast<double>(value)); }
+    Output text(const std::string& value) {
+        return entered.stringTerminated(value.c_str(), value.size());
+    }
+    Output text(std::string_view value) { return entered.string(value); }
+    Output any(const Any& value);
+
+    class Object {
+      public:
+        explicit Object(zem::js::Scope& scope)
+            : scope(scope)
+            , made(scope.object()) {}
+        void set(const FieldName& name, Output value) { (void)scope.set(made, name.engine, value); }
+        void set(std::string_view name, Output value) { (void)scope.set(made, name, value); }
+        Output finish() { return made; }
+
+      private:
+        zem::js::Scope& scope;
+        Output made;
+    };
+    Object object() { return Object(entered); }
+
+    class Array {
+      public:
+        explicit Array(zem::js::Scope& scope)
+            : scope(scope)
+            , made(scope.array()) {}
+        void add(Output value) { (void)scope.setAt(made, next++, value); }
+        Output finish() { return made; }
+
+      private:
+        zem::js::Scope& scope;
+        Output made;
+        unsigned next = 0;
+    };
+    Array array(std::size_t) { return Array(entered); }
+
+    zem::js::Scope& scope() { return entered; }
+
+  private:
+    zem::js::Scope& entered;
+};
+
+/// Bytes are ArrayBuffers or typed arrays.
+template <>
+struct Coding<zem::platform::Bytes> {
+    static constexpr std::string_view expected = "an ArrayBuffer or a typed array";
+
+    static Decoded<zem::platform::Bytes> decode(const JSValueDecoder& value);
+    static zem::js::Local encode(JSValueEncoder& encoder, const zem::platform::Bytes& value) {
+        return encoder.scope().arrayBuffer(value);
+    }
+};
+
+/// An engine value as it is.
+template <>
+struct Coding<zem::js::Value> {
+    static constexpr std::string_view expected = "a value";
+
+    static Decoded<zem::js::Value> decode(const JSValueDecoder& value) {
+        return value.scope().keep(value.local());
+    }
+    static zem::js::Local encode(JSValueEncoder& encoder, const zem::js::Value& value) {
+        return encoder.scope().local(value);
+    }
+};
+
+template <class T>
+zem::js::Local encodeValue(zem::js::Scope& scope, const T& value) {
+    JSValueEncoder encoder(scope);
+    return encode(encoder, value);
+}
+
+template <class T>
+Decoded<T> decodeValue(zem::js::Scope& scope, zem::js::Local value) {
+    return decode<T>(JSValueDecoder(scope, value));
+}
+
+} // namespace tessel
