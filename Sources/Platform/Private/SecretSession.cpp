@@ -128,9 +128,9 @@ GType serviceType() {
 
 } // namespace
 
-void SecretSession::Context::operator()(GMainContext* context) const {
-    g_main_context_pop_thread_default(context);
-    g_main_context_unref(context);
+void SecretSession::Context::operator()(GMainContext* dropped) const {
+    g_main_context_pop_thread_default(dropped);
+    g_main_context_unref(dropped);
 }
 
 SecretSession::SecretSession(GCancellable* given)
