@@ -58,6 +58,10 @@ platform::SecretBytes saltPragma(platform::BytesView salt) {
 
 } // namespace
 
+void SQLiteConnection::Close::operator()(sqlite3* handle) const {
+    sqlite3_close_v2(handle);
+}
+
 SQLiteConnection::SQLiteConnection(const Options& options) {
     const std::optional<fs::path> file = databaseFile(options.storage);
     // Opening creates the file at once, empty, long before anything is known to be right.

@@ -79,6 +79,10 @@ std::vector<std::string> SQLiteStatement::columnNames() const {
     return names;
 }
 
+std::int32_t SQLiteStatement::step() {
+    return sqlite3_step(statement);
+}
+
 void SQLiteStatement::execute() {
     forEachRow([](SQLiteRow) {});
 }

@@ -78,7 +78,7 @@ class SQLiteConnection {
 
   private:
     struct Close {
-        void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
+        void operator()(sqlite3* handle) const;
     };
 
     void open(const std::string& name, const Options& options);

@@ -59,7 +59,7 @@ class SQLiteStatement {
     /// Steps once and returns what `reader` makes of the row; throws the result when there is none.
     template <class Reader>
     auto fetch(Reader&& reader) {
-        if (const int result = sqlite3_step(statement); result != SQLITE_ROW) {
+        if (const std::int32_t result = step(); result != SQLITE_ROW) {
             throw SQLiteResult(result);
         }
         return reader(SQLiteRow(statement));
@@ -68,8 +68,8 @@ class SQLiteStatement {
     /// Steps to the end and calls `reader` with each row; throws any last result but SQLITE_DONE.
     template <class Reader>
     void forEachRow(Reader&& reader) {
-        int result = sqlite3_step(statement);
-        for (; result == SQLITE_ROW; result = sqlite3_step(statement)) {
+        std::int32_t result = step();
+        for (; result == SQLITE_ROW; result = step()) {
             reader(SQLiteRow(statement));
         }
         if (result != SQLITE_DONE) {
@@ -89,6 +89,8 @@ class SQLiteStatement {
     static std::int32_t position(std::size_t index);
 
   private:
+    std::int32_t step();
+
     sqlite3_stmt* statement = nullptr;
 };
 
