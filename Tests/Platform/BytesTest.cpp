@@ -46,6 +46,17 @@ static_assert(!std::is_copy_assignable_v<SecretBytes>);
 
 // All memory of this program comes through here, so that the block of a watched secret can be
 // looked at when it is given back.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define HAS_HOOKS_ONLY // the thread sanitizer's operators cannot be replaced
+#endif
+#endif
+#ifdef HAS_HOOKS_ONLY
+#include <sanitizer/allocator_interface.h>
+[[maybe_unused]] const int hooks = __sanitizer_install_malloc_and_free_hooks(
+    [](const volatile void*, std::size_t) {},
+    [](const volatile void* memory) { watch.released(const_cast<const void*>(memory)); });
+#else
 void* operator new(std::size_t size) {
     if (void* memory = std::malloc(size)) {
         return memory;
@@ -63,6 +74,7 @@ void operator delete(void* memory, std::size_t) noexcept {
     watch.released(memory);
     std::free(memory);
 }
+#endif
 
 TEST(Wipe, OverwritesWithZeros) {
     std::array<unsigned char, 4> memory{1, 2, 3, 4};
