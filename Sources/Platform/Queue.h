@@ -31,8 +31,10 @@ class SerialQueue final : public Queue {
 
     void async(Task task) override;
 
-    /// Enqueues `task` and returns when it has run. Calling it from a task of the same queue could
-    /// never return, and ends the process instead.
+    /// Enqueues `task` and returns when it has run. On a queue that is not running just then, the
+    /// calling thread itself runs what waits in it, up to and including `task`: so it returns even
+    /// when every thread of the global queue is blocked. Calling it from a task of the same queue
+    /// could never return, and ends the process instead.
     void sync(Task task);
 
     const std::string& label() const;
@@ -51,7 +53,8 @@ class SerialQueue final : public Queue {
 };
 
 /// The process-wide concurrent queue of a quality of service. Made on first use, never destroyed.
-/// Its threads can be blocked by tasks without starving others up to a generous bound (64 threads).
+/// All qualities share the same threads, which tasks can block without starving others up to a
+/// generous bound (64 threads); when they are all taken, a higher quality of service goes first.
 Queue& globalQueue(QualityOfService = QualityOfService::unspecified);
 
 /// Runs its tasks in order on the main thread's run loop, which the application (or the `zem` host)

@@ -8,8 +8,8 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <pthread.h>
 #include <string>
-#include <thread>
 
 namespace zem::platform {
 
@@ -40,8 +40,8 @@ class RunLoop {
     static std::shared_ptr<RunLoop> main();
 
     /// Runs `task` on this run loop's thread, in the order of the calls, once it is run. Never
-    /// before returning. Any thread. Tasks that have not run when the run loop is destroyed are
-    /// destroyed.
+    /// before returning. Any thread. Tasks that have not run when the run loop's thread ends, or
+    /// the run loop is destroyed, are destroyed without running; so are later ones.
     virtual void perform(Task task) = 0;
 
     /// Calls `block` on this run loop's thread every `interval` (or once, after it, when `repeats`
@@ -63,13 +63,17 @@ class RunLoop {
     /// `run` returns at once. Any thread.
     virtual void stop() = 0;
 
-    /// Runs tasks and timers until `done` is true, asking it after each, or until `limit` has
-    /// passed. Returns whether `done` was true.
+    /// Runs tasks and timers on the calling thread, which must be its own, until `done` is true,
+    /// asking it first and after each, or until `limit` has passed. Returns whether `done` was
+    /// true. `stop` does not end it.
     virtual bool runUntil(const std::function<bool()>& done, Seconds limit) = 0;
 };
 
 /// A run loop whose clock moves only when it is told to. While it lives it is `RunLoop::current()`
-/// of the thread that made it.
+/// of the thread that made it; of several the youngest.
+///
+/// `run` and `runUntil` run tasks as they arrive and the timers that are due without moving the
+/// clock; the limit of `runUntil` is real time.
 class ManualRunLoop final : public RunLoop, public std::enable_shared_from_this<ManualRunLoop> {
   public:
     static std::shared_ptr<ManualRunLoop> create();
@@ -114,8 +118,10 @@ class RunLoopThread {
     const std::shared_ptr<RunLoop>& runLoop() const { return loop; }
 
   private:
+    struct State;
+    std::shared_ptr<State> state;
     std::shared_ptr<RunLoop> loop;
-    std::thread thread;
+    pthread_t thread;
 };
 
 } // namespace zem::platform
