@@ -192,14 +192,15 @@ TEST_F(ChromeTrace, LeavesOutTheEndOfWhatBeganBeforeIt) {
 
 TEST_F(ChromeTrace, KeepsIntervalsOfSeveralThreadsWhole) {
     begin();
-    constexpr int threadCount = 4;
-    constexpr int intervalCount = 250;
+    constexpr std::size_t threadCount = 4;
+    constexpr std::size_t intervalCount = 250;
     {
         std::vector<std::jthread> threads;
-        for (int number = 0; number < threadCount; ++number) {
+        threads.reserve(threadCount);
+        for (std::size_t number = 0; number < threadCount; ++number) {
             threads.emplace_back([&, number] {
                 pthread_setname_np(pthread_self(), ("worker " + std::to_string(number)).c_str());
-                for (int count = 0; count < intervalCount; ++count) {
+                for (std::size_t count = 0; count < intervalCount; ++count) {
                     const SignpostID id = log.makeSignpostID();
                     log.beginInterval(id, "batch");
                     log.event(id, "event");
@@ -220,7 +221,7 @@ TEST_F(ChromeTrace, KeepsIntervalsOfSeveralThreadsWhole) {
             byInterval[std::string(event.at("id").as_string())].push_back(event);
         }
     }
-    EXPECT_EQ(byInterval.size(), std::size_t{threadCount * intervalCount});
+    EXPECT_EQ(byInterval.size(), threadCount * intervalCount);
     for (const auto& [id, own] : byInterval) {
         ASSERT_EQ(own.size(), 3U) << id;
         EXPECT_EQ(own[0].at("ph"), "b");

@@ -117,6 +117,7 @@ TEST(Signpost, IdentifiersAreFreshInTheWholeProcess) {
     std::vector<std::vector<std::uint64_t>> made(4);
     {
         std::vector<std::jthread> threads;
+        threads.reserve(made.size());
         for (auto& mine : made) {
             threads.emplace_back([&mine] {
                 const Log another("another", "log");
@@ -195,6 +196,7 @@ TEST(Signpost, NoThreadIsInASinkThatWasReplaced) {
 
     std::atomic<bool> stop = false;
     std::vector<std::jthread> emitters;
+    emitters.reserve(3);
     for (int count = 0; count < 3; ++count) {
         emitters.emplace_back([&] {
             while (!stop) {
