@@ -1,107 +1,20 @@
 #include <zem/JavaScript/Context.h>
 #include <zem/JavaScript/Private/ContextState.h>
+#include <zem/JavaScript/Private/HomeThread.h>
 #include <zem/JavaScript/Private/Symbol.h>
-#include <zem/JavaScript/Private/Text.h>
 #include <zem/Platform/Log.h>
 
 #include <fmt/format.h>
 
-#include <condition_variable>
-#include <exception>
-#include <future>
-#include <mutex>
-#include <stdexcept>
+#include <utility>
 
 namespace zem::js {
 
 namespace {
 
-using SetExecutionTimeLimit = void (*)(JSContextGroupRef, double,
-                                       bool (*shouldTerminate)(JSContextRef, void*), void*);
 using SetRejectionCallback = void (*)(JSGlobalContextRef, JSObjectRef, JSValueRef*);
 using CollectNow = void (*)(JSContextRef);
 using VersionPart = unsigned (*)();
-
-constexpr double interruptCheckSeconds = 0.05;
-
-bool askShouldStop(JSContextRef, void* state) noexcept {
-    return static_cast<ContextState*>(state)->shouldStop();
-}
-
-/// A call that another thread makes for this one, which waits. Whoever drops it unrun ends the
-/// wait.
-class PostedCall {
-  public:
-    explicit PostedCall(std::move_only_function<void(Scope&)> work)
-        : work(std::move(work)) {}
-
-    void run(std::shared_ptr<ContextState> state) {
-        try {
-            Entry entry(std::move(state));
-            work(entry.scope());
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        ran = true;
-    }
-
-    void end() {
-        std::scoped_lock lock(mutex);
-        ended = true;
-        condition.notify_one();
-    }
-
-    void wait() {
-        std::unique_lock lock(mutex);
-        condition.wait(lock, [this] { return ended; });
-        if (failure != nullptr) {
-            std::rethrow_exception(failure);
-        }
-        if (!ran) {
-            throw std::runtime_error("the thread that the context is bound to has ended");
-        }
-    }
-
-  private:
-    std::move_only_function<void(Scope&)> work;
-    std::exception_ptr failure;
-    bool ran = false;
-    bool ended = false;
-    std::mutex mutex;
-    std::condition_variable condition;
-};
-
-/// Ends the call's wait when the task that holds this has run or is destroyed.
-class CallEnd {
-  public:
-    explicit CallEnd(PostedCall& call)
-        : call(&call) {}
-    CallEnd(CallEnd&& other) noexcept
-        : call(std::exchange(other.call, nullptr)) {}
-    ~CallEnd() {
-        if (call != nullptr) {
-            call->end();
-        }
-    }
-    CallEnd(const CallEnd&) = delete;
-    CallEnd& operator=(const CallEnd&) = delete;
-    CallEnd& operator=(CallEnd&&) = delete;
-    PostedCall* call;
-};
-
-void runOn(platform::RunLoop& home, std::move_only_function<void()> work) {
-    if (home.isCurrent()) {
-        work();
-        return;
-    }
-    std::promise<void> made;
-    auto done = made.get_future();
-    home.perform([&work, made = std::move(made)]() mutable {
-        work();
-        made.set_value();
-    });
-    done.get();
-}
 
 } // namespace
 
@@ -111,7 +24,7 @@ Context Context::create() {
 
 Context Context::create(std::shared_ptr<platform::RunLoop> home) {
     Context context;
-    runOn(*home, [&] { context.state = shareState(JSGlobalContextCreate(nullptr), home); });
+    runAndWait(*home, [&] { context.state = shareState(JSGlobalContextCreate(nullptr), home); });
     return context;
 }
 
@@ -124,7 +37,7 @@ Context Context::adopt(void* globalContext, std::shared_ptr<platform::RunLoop> h
     if (home == nullptr) {
         take();
     } else {
-        runOn(*home, take);
+        runAndWait(*home, take);
     }
     return context;
 }
@@ -134,11 +47,10 @@ bool Context::entersHere() const {
 }
 
 void Context::performOnHome(std::move_only_function<void(Scope&)> work) const {
-    platform::Mutex::assertNoneHeld("waiting for the engine's thread");
-    PostedCall call(std::move(work));
-    state->home->perform(
-        [state = state, end = CallEnd(call)]() mutable { end.call->run(std::move(state)); });
-    call.wait();
+    runAndWait(*state->home, [this, &work] {
+        Entry entry(state);
+        work(entry.scope());
+    });
 }
 
 void Context::async(std::move_only_function<void(Scope&)> work) const {
@@ -189,8 +101,10 @@ bool Context::setRejectionHandler(std::function<void(Scope&, const Exception&)> 
             "unhandledRejection", 2,
             [handler = std::move(handler)](Scope& inner, Local,
                                            Arguments arguments) -> Result<Local> {
-                handler(inner,
-                        inner.exception(arguments.size() > 1 ? arguments[1] : inner.undefined()));
+                if (handler) {
+                    handler(inner, inner.exception(arguments.size() > 1 ? arguments[1]
+                                                                        : inner.undefined()));
+                }
                 return inner.undefined();
             });
         setCallback(state->global, engineObject(function), nullptr);
@@ -199,17 +113,17 @@ bool Context::setRejectionHandler(std::function<void(Scope&, const Exception&)> 
 }
 
 bool Context::setInterruptHandler(std::function<bool()> shouldStop) const {
-    static const auto setLimit =
-        engineSymbol<SetExecutionTimeLimit>("JSContextGroupSetExecutionTimeLimit");
-    if (setLimit == nullptr) {
-        return false;
+    const bool wanted = static_cast<bool>(shouldStop);
+    auto shared = std::make_shared<const std::function<bool()>>(std::move(shouldStop));
+    if (!wanted) {
+        shared.reset();
     }
-    perform([&](Scope&) {
-        state->shouldStop = std::move(shouldStop);
-        setLimit(JSContextGetGroup(state->global), interruptCheckSeconds, askShouldStop,
-                 state.get());
-    });
-    return true;
+    {
+        platform::Lock lock(state->mutex);
+        state->interruptHandler.swap(shared);
+    }
+    return perform(
+        [&](Scope&) { return setInterruptible(state->global, wanted ? state.get() : nullptr); });
 }
 
 void Context::collectGarbage() const {

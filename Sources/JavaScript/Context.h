@@ -37,8 +37,7 @@ class Entry {
 ///
 /// There are two ways in, chosen when the context is made or adopted:
 /// - inline: work runs on the calling thread. Any number of threads may perform at once; the
-/// engine's
-///   own lock serialises them step by step.
+///   engine's own lock serialises them step by step.
 /// - bound to a thread: work runs on the thread of the given run loop. From another thread it is
 ///   posted there and waited for, first come, first served.
 ///
@@ -52,7 +51,8 @@ class Context {
     static Context create();
 
     /// A new context, bound to the thread of `home`. It is made there: returns when it has been, so
-    /// that run loop must be running or be the calling thread's.
+    /// that run loop must be running or be the calling thread's. Throws std::runtime_error when
+    /// that thread has ended.
     static Context create(std::shared_ptr<platform::RunLoop> home);
 
     /// A context of the application's own: `globalContext` is its global context reference, which
@@ -97,12 +97,15 @@ class Context {
     void reportUncaught(Scope& scope, const Exception& exception) const;
 
     /// Calls `handler` inside the engine with the reason of every promise that was rejected and
-    /// still has no handler when the promise jobs have run. False where the engine cannot tell.
+    /// still has no handler when the promise jobs have run; an empty one hears nothing. False where
+    /// the engine cannot tell.
     bool setRejectionHandler(std::function<void(Scope&, const Exception&)> handler) const;
 
     /// Asks `shouldStop` about every 50 ms of running JavaScript, on the thread that runs it, and
-    /// ends the script with an exception that it cannot catch when the answer is true. It does not
-    /// enter the engine. False where the engine cannot do it.
+    /// ends the script with an exception that it cannot catch when the answer is true; where native
+    /// code called that script, what goes on then is up to the caller. `shouldStop` throws nothing
+    /// and does not enter the engine. To be set before what may have to be stopped is started; an
+    /// empty one takes it away. False where the engine cannot do it.
     bool setInterruptHandler(std::function<bool()> shouldStop) const;
 
     /// Collects what is garbage now, and lets go of what handles held.

@@ -1,6 +1,8 @@
 #include <zem/JavaScript/Private/ContextState.h>
+#include <zem/JavaScript/Private/Symbol.h>
 #include <zem/JavaScript/Private/Text.h>
 #include <zem/JavaScript/Private/ThreadSanitizer.h>
+#include <zem/Platform/Queue.h>
 
 #include <cassert>
 #include <utility>
@@ -9,30 +11,98 @@ namespace zem::js {
 
 namespace {
 
+using Bodies = std::vector<std::unique_ptr<FunctionBody>>;
+
 // The entries of this thread, innermost first.
 thread_local Entry* innermost = nullptr;
 
+// Where the closures go whose context this thread is just letting go of.
+thread_local Bodies* lastBodies = nullptr;
+
+JSObjectRef globalFunction(JSGlobalContextRef global, const char* name) {
+    const EngineString text(makeString(name));
+    JSValueRef thrown = nullptr;
+    JSValueRef value =
+        JSObjectGetProperty(global, JSContextGetGlobalObject(global), text.get(), &thrown);
+    if (thrown != nullptr || !JSValueIsObject(global, value)) {
+        return nullptr;
+    }
+    const JSObjectRef object = const_cast<JSObjectRef>(value);
+    return JSObjectIsFunction(global, object) ? object : nullptr;
+}
+
+Intrinsics takeIntrinsics(JSGlobalContextRef global) {
+    Intrinsics taken;
+    const EngineString source(makeString("(function () {})"));
+    JSValueRef function = JSEvaluateScript(global, source.get(), nullptr, nullptr, 1, nullptr);
+    taken.functionPrototype =
+        const_cast<JSObjectRef>(JSObjectGetPrototype(global, const_cast<JSObjectRef>(function)));
+    taken.typeError = globalFunction(global, "TypeError");
+    taken.rangeError = globalFunction(global, "RangeError");
+    taken.string = globalFunction(global, "String");
+    for (JSObjectRef object :
+         {taken.functionPrototype, taken.typeError, taken.rangeError, taken.string}) {
+        if (object != nullptr) {
+            JSValueProtect(global, object);
+        }
+    }
+    return taken;
+}
+
+void dropIntrinsics(JSGlobalContextRef global, const Intrinsics& taken) {
+    for (JSObjectRef object :
+         {taken.functionPrototype, taken.typeError, taken.rangeError, taken.string}) {
+        if (object != nullptr) {
+            JSValueUnprotect(global, object);
+        }
+    }
+}
+
+using ShouldTerminate = bool (*)(JSContextRef, void*);
+using SetExecutionTimeLimit = void (*)(JSContextGroupRef, double, ShouldTerminate, void*);
+using ClearExecutionTimeLimit = void (*)(JSContextGroupRef);
+
+constexpr double interruptCheckSeconds = 0.05;
+
+bool askShouldStop(JSContextRef, void* state) noexcept {
+    return static_cast<ContextState*>(state)->shouldStop();
+}
+
 } // namespace
+
+bool setInterruptible(JSGlobalContextRef global, ContextState* state) {
+    static const auto setLimit =
+        engineSymbol<SetExecutionTimeLimit>("JSContextGroupSetExecutionTimeLimit");
+    static const auto clearLimit =
+        engineSymbol<ClearExecutionTimeLimit>("JSContextGroupClearExecutionTimeLimit");
+    if (setLimit == nullptr || clearLimit == nullptr) {
+        return false;
+    }
+    if (state != nullptr) {
+        setLimit(JSContextGetGroup(global), interruptCheckSeconds, askShouldStop, state);
+    } else {
+        clearLimit(JSContextGetGroup(global));
+    }
+    return true;
+}
 
 ContextState::ContextState(JSGlobalContextRef global, std::shared_ptr<platform::RunLoop> home)
     : global(global)
-    , home(std::move(home)) {
-    const EngineString function(makeString("Function"));
-    const EngineString prototype(makeString("prototype"));
-    JSValueRef constructor =
-        JSObjectGetProperty(global, JSContextGetGlobalObject(global), function.get(), nullptr);
-    functionPrototype = const_cast<JSObjectRef>(JSObjectGetProperty(
-        global, const_cast<JSObjectRef>(constructor), prototype.get(), nullptr));
-    JSValueProtect(global, functionPrototype);
-}
+    , home(std::move(home))
+    , intrinsics(takeIntrinsics(global)) {}
 
 ContextState::~ContextState() {
     assert(handles == 0);
-    JSValueUnprotect(global, functionPrototype);
+    if (interruptHandler != nullptr) {
+        setInterruptible(global, nullptr);
+    }
+    dropIntrinsics(global, intrinsics);
     drainReleased();
-    // The engine may finalise its functions here; their bodies find this state gone already and are
-    // destroyed at once.
+    // The engine may finalise its functions here. Their closures are destroyed when it has done.
+    Bodies last;
+    lastBodies = &last;
     JSGlobalContextRelease(global);
+    lastBodies = nullptr;
 }
 
 void ContextState::release(JSValueRef value) {
@@ -40,35 +110,60 @@ void ContextState::release(JSValueRef value) {
         JSValueUnprotect(global, value);
         return;
     }
-    bool wasEmpty = false;
+    bool isFirst = false;
     {
         platform::Lock lock(releaseMutex);
-        wasEmpty = !hasReleased.exchange(true);
         releasedValues.push_back(value);
+        isFirst = !anyReleased.exchange(true);
     }
-    // A bound context has a thread that can see to it now; an inline one waits for its next entry.
-    if (wasEmpty && home != nullptr) {
-        if (auto self = weak_from_this().lock()) {
-            home->perform([self = std::move(self)]() mutable { Entry entry(std::move(self)); });
-        }
+    if (isFirst) {
+        drainOnHomeThread();
     }
 }
 
-void ContextState::release(std::unique_ptr<FunctionBody> body) {
-    platform::Lock lock(releaseMutex);
-    hasReleased = true;
-    releasedBodies.push_back(std::move(body));
+void ContextState::releaseCollected(std::unique_ptr<FunctionBody> body) {
+    const std::shared_ptr<ContextState> state = body->state.lock();
+    if (state == nullptr) {
+        if (lastBodies != nullptr) {
+            lastBodies->push_back(std::move(body));
+        } else {
+            // An adopted context that has outlived us. What the closure drops must not run in the
+            // middle of a collection.
+            platform::globalQueue(platform::QualityOfService::utility)
+                .async([body = std::move(body)] {});
+        }
+        return;
+    }
+    bool isFirst = false;
+    {
+        platform::Lock lock(state->releaseMutex);
+        state->releasedBodies.push_back(std::move(body));
+        isFirst = !state->anyReleased.exchange(true);
+    }
+    if (isFirst && !state->isEntered()) {
+        state->drainOnHomeThread();
+    }
+}
+
+void ContextState::drainOnHomeThread() {
+    // A bound context has a thread that can see to it now; an inline one waits for its next entry.
+    if (home == nullptr) {
+        return;
+    }
+    if (auto self = weak_from_this().lock()) {
+        home->perform([self = std::move(self)]() mutable { Entry entry(std::move(self)); });
+    }
 }
 
 void ContextState::drainReleased() {
-    while (hasReleased.load(std::memory_order_relaxed)) {
+    while (hasReleased()) {
         std::vector<JSValueRef> values;
-        std::vector<std::unique_ptr<FunctionBody>> bodies;
+        Bodies bodies;
         {
             platform::Lock lock(releaseMutex);
             values.swap(releasedValues);
             bodies.swap(releasedBodies);
-            hasReleased = false;
+            anyReleased = false;
         }
         for (JSValueRef value : values) {
             JSValueUnprotect(global, value);
@@ -83,6 +178,15 @@ bool ContextState::isEntered() const {
         }
     }
     return false;
+}
+
+bool ContextState::shouldStop() {
+    std::shared_ptr<const std::function<bool()>> handler;
+    {
+        platform::Lock lock(mutex);
+        handler = interruptHandler;
+    }
+    return handler != nullptr && (*handler)();
 }
 
 std::shared_ptr<ContextState> shareState(JSGlobalContextRef global,
@@ -107,12 +211,16 @@ Entry::Entry(std::shared_ptr<ContextState> state)
     platform::Mutex::assertNoneHeld("entering the engine");
     acquireForThreadSanitizer(this->state.get());
     innermost = this;
-    if (this->state->hasReleased.load(std::memory_order_relaxed)) {
+    if (this->state->hasReleased()) {
         this->state->drainReleased();
     }
 }
 
 Entry::~Entry() {
+    // What was collected meanwhile may have nobody else to see to it for long.
+    if (state->hasReleased()) {
+        state->drainReleased();
+    }
     innermost = outer;
     releaseForThreadSanitizer(state.get());
 }

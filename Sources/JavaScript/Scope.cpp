@@ -4,134 +4,12 @@
 #include <zem/JavaScript/Private/ThreadSanitizer.h>
 #include <zem/JavaScript/Scope.h>
 
+#include <cassert>
+#include <cstdlib>
 #include <cstring>
-#include <exception>
+#include <new>
 
 namespace zem::js {
-
-struct Value::Handle {
-    Handle(std::shared_ptr<ContextState> state, JSValueRef value)
-        : state(std::move(state))
-        , value(value) {
-        this->state->handles.fetch_add(1, std::memory_order_relaxed);
-    }
-    ~Handle() {
-        state->handles.fetch_sub(1, std::memory_order_relaxed);
-        state->release(value);
-    }
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-
-    std::shared_ptr<ContextState> state;
-    JSValueRef value;
-};
-
-Context Value::context() const {
-    return handle == nullptr ? Context() : Context(handle->state);
-}
-
-const char* nameOf(Kind kind) {
-    switch (kind) {
-    case Kind::undefined:
-        return "undefined";
-    case Kind::null:
-        return "null";
-    case Kind::boolean:
-        return "a boolean";
-    case Kind::number:
-        return "a number";
-    case Kind::string:
-        return "a string";
-    case Kind::symbol:
-        return "a symbol";
-    case Kind::bigInt:
-        return "a BigInt";
-    case Kind::object:
-        return "an object";
-    case Kind::array:
-        return "an array";
-    case Kind::function:
-        return "a function";
-    }
-    return "a value";
-}
-
-std::string Exception::place() const {
-    if (details->sourceURL.empty() && details->line == 0) {
-        return {};
-    }
-    return details->sourceURL + ":" + std::to_string(details->line) + ":" +
-           std::to_string(details->column);
-}
-
-Name::Name(std::string_view text)
-    : string(makeString(text)) {}
-
-Name::~Name() {
-    JSStringRelease(static_cast<JSStringRef>(string));
-}
-
-namespace {
-
-JSStringRef engineName(const Name& name) {
-    return static_cast<JSStringRef>(name.get());
-}
-
-JSContextRef engineContext(const void* engine) {
-    return static_cast<JSContextRef>(engine);
-}
-
-void finaliseFunction(JSObjectRef function) noexcept {
-    std::unique_ptr<FunctionBody> body(static_cast<FunctionBody*>(JSObjectGetPrivate(function)));
-    acquireForThreadSanitizer(body.get());
-    // In the middle of a collection, on any thread: the body may hold handles, and is only put
-    // aside.
-    if (auto state = body->state.lock()) {
-        state->release(std::move(body));
-    }
-}
-
-JSValueRef callFunction(JSContextRef context, JSObjectRef function, JSObjectRef self,
-                        std::size_t count, const JSValueRef arguments[],
-                        JSValueRef* exception) noexcept {
-    auto* body = static_cast<FunctionBody*>(JSObjectGetPrivate(function));
-    auto state = body->state.lock();
-    if (state == nullptr) {
-        const EngineString message(makeString("the native side of this function is gone"));
-        const JSValueRef text = JSValueMakeString(context, message.get());
-        *exception = JSObjectMakeError(context, 1, &text, nullptr);
-        return JSValueMakeUndefined(context);
-    }
-    Entry entry(std::move(state));
-    Scope& scope = entry.scope();
-    try {
-        Result<Local> result =
-            body->body(scope, Local(self), {reinterpret_cast<const Local*>(arguments), count});
-        if (result) {
-            return engineValue(*result);
-        }
-        *exception = engineValue(scope.local(result.error().value()));
-    } catch (const std::exception& error) {
-        *exception = engineValue(scope.error(ErrorType::error, error.what()));
-    } catch (...) {
-        *exception = engineValue(scope.error(ErrorType::error, "unknown native exception"));
-    }
-    return JSValueMakeUndefined(context);
-}
-
-JSClassRef functionClass() {
-    static const JSClassRef made = [] {
-        JSClassDefinition definition = kJSClassDefinitionEmpty;
-        definition.className = "Function";
-        definition.attributes = kJSClassAttributeNoAutomaticPrototype;
-        definition.callAsFunction = callFunction;
-        definition.finalize = finaliseFunction;
-        return JSClassCreate(&definition);
-    }();
-    return made;
-}
-
-} // namespace
 
 Context Scope::context() const {
     return Context(state.shared_from_this());
@@ -187,43 +65,6 @@ Local Scope::arrayBuffer(std::span<const std::uint8_t> bytes) {
                                                         deallocate, nullptr, nullptr));
 }
 
-Local Scope::error(ErrorType type, std::string_view message) {
-    const Local text = string(message);
-    static const Name typeError("TypeError");
-    static const Name rangeError("RangeError");
-    if (type != ErrorType::error) {
-        const Result<Local> constructor =
-            get(global(), type == ErrorType::typeError ? typeError : rangeError);
-        if (constructor && kind(*constructor) == Kind::function) {
-            const JSValueRef argument = engineValue(text);
-            JSObjectRef made = JSObjectCallAsConstructor(
-                engineContext(engine), engineObject(*constructor), 1, &argument, nullptr);
-            if (made != nullptr) {
-                return Local(made);
-            }
-        }
-    }
-    const JSValueRef argument = engineValue(text);
-    return Local(JSObjectMakeError(engineContext(engine), 1, &argument, nullptr));
-}
-
-Local Scope::function(std::string_view name, unsigned length, NativeFunction body) {
-    auto owned =
-        std::make_unique<FunctionBody>(FunctionBody{state.weak_from_this(), std::move(body)});
-    releaseForThreadSanitizer(owned.get());
-    JSObjectRef made = JSObjectMake(engineContext(engine), functionClass(), owned.release());
-    JSObjectSetPrototype(engineContext(engine), made, state.functionPrototype);
-    static const Name nameName("name");
-    static const Name lengthName("length");
-    constexpr JSPropertyAttributes fixed =
-        kJSPropertyAttributeReadOnly | kJSPropertyAttributeDontEnum;
-    JSObjectSetProperty(engineContext(engine), made, engineName(nameName),
-                        engineValue(string(name)), fixed, nullptr);
-    JSObjectSetProperty(engineContext(engine), made, engineName(lengthName),
-                        engineValue(number(length)), fixed, nullptr);
-    return Local(made);
-}
-
 Local Scope::global() {
     return Local(JSContextGetGlobalObject(engineContext(engine)));
 }
@@ -263,8 +104,13 @@ double Scope::toNumber(Local value) {
 }
 
 std::string Scope::toText(Local value) {
+    JSValueRef thrown = nullptr;
     const EngineString string(
-        JSValueToStringCopy(engineContext(engine), engineValue(value), nullptr));
+        JSValueToStringCopy(engineContext(engine), engineValue(value), &thrown));
+    if (string.get() == nullptr) {
+        // A string of many parts, too long to be put together.
+        throw std::bad_alloc();
+    }
     return toUTF8(string.get());
 }
 
@@ -282,11 +128,16 @@ std::optional<std::span<const std::uint8_t>> Scope::bytes(Local value) {
                              JSObjectGetArrayBufferBytesPtr(context, object, nullptr)),
                          JSObjectGetArrayBufferByteLength(context, object, nullptr));
     default:
-        // The pointer is that of the view's first byte, its offset already applied.
-        return std::span(static_cast<const std::uint8_t*>(
-                             JSObjectGetTypedArrayBytesPtr(context, object, nullptr)),
-                         JSObjectGetTypedArrayByteLength(context, object, nullptr));
+        break;
     }
+    // The engine gives where the buffer begins, not the view.
+    const std::size_t length = JSObjectGetTypedArrayByteLength(context, object, nullptr);
+    const auto* buffer =
+        static_cast<const std::uint8_t*>(JSObjectGetTypedArrayBytesPtr(context, object, nullptr));
+    if (buffer == nullptr || length == 0) {
+        return std::span<const std::uint8_t>();
+    }
+    return std::span(buffer + JSObjectGetTypedArrayByteOffset(context, object, nullptr), length);
 }
 
 bool Scope::isSame(Local left, Local right) {
@@ -294,9 +145,14 @@ bool Scope::isSame(Local left, Local right) {
 }
 
 Result<Local> Scope::get(Local object, const Name& name) {
+    return getNamed(object, name.get());
+}
+
+Result<Local> Scope::getNamed(Local object, void* name) {
+    assert(JSValueIsObject(engineContext(engine), engineValue(object)));
     JSValueRef thrown = nullptr;
-    JSValueRef value =
-        JSObjectGetProperty(engineContext(engine), engineObject(object), engineName(name), &thrown);
+    JSValueRef value = JSObjectGetProperty(engineContext(engine), engineObject(object),
+                                           static_cast<JSStringRef>(name), &thrown);
     if (thrown != nullptr) {
         return std::unexpected(exception(Local(thrown)));
     }
@@ -304,10 +160,12 @@ Result<Local> Scope::get(Local object, const Name& name) {
 }
 
 Result<Local> Scope::get(Local object, std::string_view name) {
-    return get(object, Name(name));
+    const EngineString made(makeString(name));
+    return getNamed(object, made.get());
 }
 
 Result<Local> Scope::getAt(Local object, unsigned index) {
+    assert(JSValueIsObject(engineContext(engine), engineValue(object)));
     JSValueRef thrown = nullptr;
     JSValueRef value =
         JSObjectGetPropertyAtIndex(engineContext(engine), engineObject(object), index, &thrown);
@@ -317,13 +175,26 @@ Result<Local> Scope::getAt(Local object, unsigned index) {
     return Local(value);
 }
 
-bool Scope::has(Local object, const Name& name) {
-    return JSObjectHasProperty(engineContext(engine), engineObject(object), engineName(name));
+Result<bool> Scope::has(Local object, const Name& name) {
+    assert(JSValueIsObject(engineContext(engine), engineValue(object)));
+    JSValueRef thrown = nullptr;
+    JSValueRef key = JSValueMakeString(engineContext(engine), engineName(name));
+    const bool found =
+        JSObjectHasPropertyForKey(engineContext(engine), engineObject(object), key, &thrown);
+    if (thrown != nullptr) {
+        return std::unexpected(exception(Local(thrown)));
+    }
+    return found;
 }
 
 Result<void> Scope::set(Local object, const Name& name, Local value) {
+    return setNamed(object, name.get(), value);
+}
+
+Result<void> Scope::setNamed(Local object, void* name, Local value) {
+    assert(JSValueIsObject(engineContext(engine), engineValue(object)));
     JSValueRef thrown = nullptr;
-    JSObjectSetProperty(engineContext(engine), engineObject(object), engineName(name),
+    JSObjectSetProperty(engineContext(engine), engineObject(object), static_cast<JSStringRef>(name),
                         engineValue(value), kJSPropertyAttributeNone, &thrown);
     if (thrown != nullptr) {
         return std::unexpected(exception(Local(thrown)));
@@ -332,10 +203,12 @@ Result<void> Scope::set(Local object, const Name& name, Local value) {
 }
 
 Result<void> Scope::set(Local object, std::string_view name, Local value) {
-    return set(object, Name(name), value);
+    const EngineString made(makeString(name));
+    return setNamed(object, made.get(), value);
 }
 
 Result<void> Scope::setAt(Local object, unsigned index, Local value) {
+    assert(JSValueIsObject(engineContext(engine), engineValue(object)));
     JSValueRef thrown = nullptr;
     JSObjectSetPropertyAtIndex(engineContext(engine), engineObject(object), index,
                                engineValue(value), &thrown);
@@ -354,7 +227,8 @@ Result<unsigned> Scope::length(Local array) {
     return static_cast<unsigned>(toNumber(*value));
 }
 
-std::vector<std::string> Scope::propertyNames(Local object) {
+Result<std::vector<std::string>> Scope::propertyNames(Local object) {
+    assert(JSValueIsObject(engineContext(engine), engineValue(object)));
     JSPropertyNameArrayRef names =
         JSObjectCopyPropertyNames(engineContext(engine), engineObject(object));
     std::vector<std::string> texts;
@@ -364,13 +238,28 @@ std::vector<std::string> Scope::propertyNames(Local object) {
         texts.push_back(toUTF8(JSPropertyNameArrayGetNameAtIndex(names, index)));
     }
     JSPropertyNameArrayRelease(names);
+    // The engine leaves what a proxy's trap threw pending, and whatever is done next would seem to
+    // throw it: a step that cannot throw by itself picks it up.
+    JSValueRef thrown = nullptr;
+    JSObjectGetPropertyAtIndex(engineContext(engine), state.intrinsics.functionPrototype, 0,
+                               &thrown);
+    if (thrown != nullptr) {
+        return std::unexpected(exception(Local(thrown)));
+    }
     return texts;
 }
 
 Result<Local> Scope::call(Local function, Arguments arguments, Local self) {
+    JSContextRef context = engineContext(engine);
+    if (!JSValueIsObject(context, engineValue(function)) ||
+        !JSObjectIsFunction(context, engineObject(function))) {
+        return fail(ErrorType::typeError,
+                    std::string("expected a function, found ") + nameOf(kind(function)));
+    }
+    const bool hasSelf = self.get() != nullptr && JSValueIsObject(context, engineValue(self));
     JSValueRef thrown = nullptr;
-    JSValueRef value = JSObjectCallAsFunction(engineContext(engine), engineObject(function),
-                                              self.get() == nullptr ? nullptr : engineObject(self),
+    JSValueRef value = JSObjectCallAsFunction(context, engineObject(function),
+                                              hasSelf ? engineObject(self) : nullptr,
                                               arguments.size(), engineValues(arguments), &thrown);
     if (thrown != nullptr) {
         return std::unexpected(exception(Local(thrown)));
@@ -409,12 +298,6 @@ Result<Local> Scope::evaluate(std::string_view source, std::string_view sourceUR
     return Local(value);
 }
 
-std::string Scope::describe(Local value) {
-    const EngineString string(
-        JSValueToStringCopy(engineContext(engine), engineValue(value), nullptr));
-    return string.get() == nullptr ? nameOf(kind(value)) : toUTF8(string.get());
-}
-
 Result<std::optional<std::string>> Scope::stringify(Local value) {
     JSValueRef thrown = nullptr;
     const EngineString json(
@@ -435,56 +318,6 @@ Result<Local> Scope::parseJSON(std::string_view text) {
         return fail(ErrorType::error, "the text is not valid JSON");
     }
     return Local(value);
-}
-
-Value Scope::keep(Local value) {
-    JSValueProtect(engineContext(engine), engineValue(value));
-    return Value(
-        std::make_shared<const Value::Handle>(state.shared_from_this(), engineValue(value)));
-}
-
-Local Scope::local(const Value& value) {
-    return Local(value.handle->value);
-}
-
-Exception Scope::exception(Local thrown) {
-    Exception::Details details;
-    details.text = describe(thrown);
-    details.value = keep(thrown);
-    if (JSValueIsObject(engineContext(engine), engineValue(thrown))) {
-        static const Name stackName("stack");
-        static const Name lineName("line");
-        static const Name columnName("column");
-        static const Name sourceName("sourceURL");
-        const auto text = [&](const Name& name) {
-            const Result<Local> found = get(thrown, name);
-            return found && kind(*found) == Kind::string ? toText(*found) : std::string();
-        };
-        const auto number = [&](const Name& name) {
-            const Result<Local> found = get(thrown, name);
-            return found && kind(*found) == Kind::number ? static_cast<int>(toNumber(*found)) : 0;
-        };
-        details.stack = text(stackName);
-        details.sourceURL = text(sourceName);
-        details.line = number(lineName);
-        details.column = number(columnName);
-    }
-    return Exception(std::move(details));
-}
-
-std::unexpected<Exception> Scope::fail(ErrorType type, std::string_view message) {
-    return std::unexpected(exception(error(type, message)));
-}
-
-std::optional<Function> Function::from(Scope& scope, Local value) {
-    if (scope.kind(value) != Kind::function) {
-        return std::nullopt;
-    }
-    return Function(scope.keep(value));
-}
-
-Context Function::context() const {
-    return held.context();
 }
 
 } // namespace zem::js

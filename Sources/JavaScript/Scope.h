@@ -55,31 +55,33 @@ class Scope {
     Local function(std::string_view name, unsigned length, NativeFunction body);
     Local global();
 
-    // Questions. None of them runs JavaScript.
+    // Questions. None of them runs JavaScript. A proxy of an array is an object.
     Kind kind(Local value);
     /// Only for the kind that the name says.
     bool toBoolean(Local value);
     double toNumber(Local value);
     std::string toText(Local value);
-    /// The bytes of an ArrayBuffer, typed array or DataView, borrowed until the engine is left or
-    /// JavaScript runs; absent for anything else.
+    /// The bytes of an ArrayBuffer or typed array, borrowed until the engine is left or JavaScript
+    /// runs; none of a detached one; absent for anything else. JavaScript can no longer detach what
+    /// was borrowed.
     std::optional<std::span<const std::uint8_t>> bytes(Local value);
     bool isSame(Local left, Local right);
 
-    // Properties. A getter or a proxy may run JavaScript, and throw.
+    // Properties, of objects only. A getter or a proxy may run JavaScript, and throw.
     Result<Local> get(Local object, const Name& name);
     Result<Local> get(Local object, std::string_view name);
     Result<Local> getAt(Local object, unsigned index);
-    bool has(Local object, const Name& name);
+    Result<bool> has(Local object, const Name& name);
     Result<void> set(Local object, const Name& name, Local value);
     Result<void> set(Local object, std::string_view name, Local value);
     Result<void> setAt(Local object, unsigned index, Local value);
     Result<unsigned> length(Local array);
     /// The names of the enumerable properties, inherited ones included, in the engine's order.
-    std::vector<std::string> propertyNames(Local object);
+    Result<std::vector<std::string>> propertyNames(Local object);
 
     // Running JavaScript. Promise jobs that this makes due run before the step returns, unless it
     // was made from inside a native function: then they run when the outermost step does.
+    // A `self` that is no object is the global one.
     Result<Local> call(Local function, Arguments arguments = {}, Local self = {});
     Result<Local> call(Local function, std::initializer_list<Local> arguments, Local self = {});
     Result<Local> callMethod(Local object, const Name& name,
@@ -107,6 +109,8 @@ class Scope {
     Scope(ContextState& state, const void* engine)
         : state(state)
         , engine(engine) {}
+    Result<Local> getNamed(Local object, void* name);
+    Result<void> setNamed(Local object, void* name, Local value);
     ContextState& state;
     const void* engine;
 };

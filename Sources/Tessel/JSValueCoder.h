@@ -38,7 +38,9 @@ class JSValueDecoder {
     Decoded<JSValueDecoder> element(std::size_t index) const;
     Decoded<JSValueDecoder> field(const FieldName& name) const;
     Decoded<JSValueDecoder> field(std::string_view name) const;
-    std::vector<std::string> names() const { return entered->propertyNames(value); }
+    std::vector<std::string> names() const {
+        return entered->propertyNames(value).value_or(std::vector<std::string>());
+    }
     /// The whole value at once, as its JSON text inside the engine: the bulk lane.
     Decoded<Any> any() const;
 

@@ -21,6 +21,15 @@ struct FunctionBody {
     NativeFunction body;
 };
 
+/// Built-in objects, taken when the context was: JavaScript may replace the globals later. All of
+/// them are protected; all but the first are null where the context did not have them.
+struct Intrinsics {
+    JSObjectRef functionPrototype = nullptr;
+    JSObjectRef typeError = nullptr;
+    JSObjectRef rangeError = nullptr;
+    JSObjectRef string = nullptr;
+};
+
 class ContextState : public std::enable_shared_from_this<ContextState> {
   public:
     /// Takes over one retain of `global`.
@@ -32,41 +41,55 @@ class ContextState : public std::enable_shared_from_this<ContextState> {
     ContextState(const ContextState&) = delete;
     ContextState& operator=(const ContextState&) = delete;
 
-    /// Any thread, a collector's too.
+    /// Any thread. Never waits for running JavaScript.
     void release(JSValueRef value);
-    void release(std::unique_ptr<FunctionBody> body);
+
+    /// Takes the closure of a function that is being collected. Any thread; the engine is not
+    /// entered.
+    static void releaseCollected(std::unique_ptr<FunctionBody> body);
 
     /// Inside the engine only.
     void drainReleased();
+    bool hasReleased() const { return anyReleased.load(std::memory_order_relaxed); }
 
+    /// True when the calling thread is inside this context.
     bool isEntered() const;
+
+    /// Asked by the engine while JavaScript runs.
+    bool shouldStop();
 
     Scope scope() { return Scope(*this, global); }
 
     const JSGlobalContextRef global;
     /// Null for a context that is entered inline.
     std::shared_ptr<platform::RunLoop> home;
-    /// The prototype of native functions; protected.
-    JSObjectRef functionPrototype = nullptr;
+    Intrinsics intrinsics;
     std::atomic<std::size_t> handles = 0;
 
     platform::Mutex mutex;
     std::shared_ptr<const std::function<void(Scope&, const Exception&)>> uncaughtHandler;
-    /// Written once, before anything can be interrupted.
-    std::function<bool()> shouldStop;
+    std::shared_ptr<const std::function<bool()>> interruptHandler;
 
   private:
-    friend class Entry;
+    void drainOnHomeThread();
+
     platform::Mutex releaseMutex;
     std::vector<JSValueRef> releasedValues;
     std::vector<std::unique_ptr<FunctionBody>> releasedBodies;
-    std::atomic<bool> hasReleased = false;
+    std::atomic<bool> anyReleased = false;
 };
 
 /// Shares a new state in a way that destroys it on its home thread.
 std::shared_ptr<ContextState> shareState(JSGlobalContextRef global,
                                          std::shared_ptr<platform::RunLoop> home);
 
+/// Sets or, with null, takes away the state that the engine asks whether to stop running scripts.
+/// False where this engine cannot do it.
+bool setInterruptible(JSGlobalContextRef global, ContextState* state);
+
+inline JSContextRef engineContext(const void* engine) {
+    return static_cast<JSContextRef>(engine);
+}
 inline JSValueRef engineValue(Local local) {
     return static_cast<JSValueRef>(local.get());
 }
@@ -76,6 +99,9 @@ inline JSObjectRef engineObject(Local local) {
 }
 inline const JSValueRef* engineValues(Arguments arguments) {
     return reinterpret_cast<const JSValueRef*>(arguments.data());
+}
+inline JSStringRef engineName(const Name& name) {
+    return static_cast<JSStringRef>(name.get());
 }
 
 } // namespace zem::js

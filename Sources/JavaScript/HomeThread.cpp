@@ -1,0 +1,91 @@
+#include <zem/JavaScript/Private/HomeThread.h>
+#include <zem/Platform/Mutex.h>
+
+#include <condition_variable>
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+namespace zem::js {
+
+namespace {
+
+/// A task that another thread waits for; it lives on the waiting thread's stack.
+class AwaitedTask {
+  public:
+    explicit AwaitedTask(platform::Task work)
+        : work(std::move(work)) {}
+
+    void run() {
+        try {
+            work();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        ran = true;
+    }
+
+    void end() {
+        platform::Lock lock(mutex);
+        ended = true;
+        condition.notify_one();
+    }
+
+    void wait() {
+        {
+            platform::UniqueLock lock(mutex);
+            condition.wait(lock, [this] { return ended; });
+        }
+        if (!ran) {
+            throw std::runtime_error("the thread that the context is bound to has ended");
+        }
+        if (failure != nullptr) {
+            std::rethrow_exception(failure);
+        }
+    }
+
+  private:
+    platform::Task work;
+    std::exception_ptr failure;
+    bool ran = false;
+    bool ended = false;
+    platform::Mutex mutex;
+    std::condition_variable_any condition;
+};
+
+/// Ends the wait when the run loop has run the task that holds this, or has dropped it unrun.
+class WaitEnd {
+  public:
+    explicit WaitEnd(AwaitedTask& awaited)
+        : awaited(&awaited) {}
+    WaitEnd(WaitEnd&& other) noexcept
+        : awaited(std::exchange(other.awaited, nullptr)) {}
+    ~WaitEnd() {
+        if (awaited != nullptr) {
+            awaited->end();
+        }
+    }
+    WaitEnd(const WaitEnd&) = delete;
+    WaitEnd& operator=(const WaitEnd&) = delete;
+    WaitEnd& operator=(WaitEnd&&) = delete;
+
+    void run() { awaited->run(); }
+
+  private:
+    AwaitedTask* awaited;
+};
+
+} // namespace
+
+void runAndWait(platform::RunLoop& home, platform::Task work) {
+    if (home.isCurrent()) {
+        work();
+        return;
+    }
+    platform::Mutex::assertNoneHeld("waiting for the engine's thread");
+    AwaitedTask awaited(std::move(work));
+    home.perform([end = WaitEnd(awaited)]() mutable { end.run(); });
+    awaited.wait();
+}
+
+} // namespace zem::js

@@ -1,0 +1,15 @@
+#pragma once
+
+// Work for another thread's run loop that the caller waits for.
+
+#include <zem/Platform/RunLoop.h>
+#include <zem/Platform/Task.h>
+
+namespace zem::js {
+
+/// Runs `work` on the run loop's thread and returns when it has run; at once when that is the
+/// calling thread. No lock may be held. Throws what `work` throws, and std::runtime_error when the
+/// thread ends without running it.
+void runAndWait(platform::RunLoop& home, platform::Task work);
+
+} // namespace zem::js
