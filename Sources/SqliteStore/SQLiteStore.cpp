@@ -1,0 +1,324 @@
+#include <zem/SqliteStore/KeyHandler.h>
+#include <zem/SqliteStore/Migrations.h>
+#include <zem/SqliteStore/Private/CallOut.h>
+#include <zem/SqliteStore/Private/LocalizedDescription.h>
+#include <zem/SqliteStore/Private/SQLiteConnection.h>
+#include <zem/SqliteStore/Private/SQLiteStoreLog.h>
+#include <zem/SqliteStore/SQLiteSecretError.h>
+#include <zem/SqliteStore/SQLiteStore.h>
+#include <zem/SqliteStore/SQLiteStoreNotifier.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <span>
+
+namespace zem {
+namespace {
+
+constexpr std::size_t saltLength = 16;
+
+platform::SecretBytes checkedKey(platform::SecretBytes key) {
+    if (key.empty()) {
+        throw SQLiteSecretError(
+            "The key of the database must not be empty: expected at least 1 byte, found 0");
+    }
+    return key;
+}
+
+platform::SecretBytes checkedSalt(platform::SecretBytes salt) {
+    if (salt.size() != saltLength) {
+        throw SQLiteSecretError(fmt::format(
+            "The salt of the database has the wrong length: expected {} bytes, found {}",
+            saltLength, salt.size()));
+    }
+    return salt;
+}
+
+/// What the encryption option adds to the opening of the connection. The secrets live, in memory
+/// that is wiped, only while the action runs.
+struct SetUpEncryption {
+    SQLiteConnection::SetUpAction operator()(SQLiteStore::EncryptionOption::Key option) const {
+        return [option = std::move(option)](SQLiteConnection& connection) {
+            connection.useEncryptionKey(checkedKey(option.keyProvider()).view());
+        };
+    }
+    SQLiteConnection::SetUpAction
+    operator()(SQLiteStore::EncryptionOption::KeyAndSalt option) const {
+        return [option = std::move(option)](SQLiteConnection& connection) {
+            const platform::SecretBytes key = checkedKey(option.keyProvider());
+            const platform::SecretBytes salt = checkedSalt(option.saltProvider());
+            connection.useEncryptionKey(key.view(), salt.view());
+        };
+    }
+    SQLiteConnection::SetUpAction
+    operator()(SQLiteStore::EncryptionOption::InternalKeyAndSalt) const {
+        const auto handler =
+            std::make_shared<KeyHandler>(KeyHandler::storeKeyLabel, KeyHandler::storeSaltLabel);
+        return (*this)({[handler] { return handler->key(); },
+                        [handler] {
+                            return handler->salt();
+                        }});
+    }
+};
+
+SQLiteConnection::Options connectionOptions(SQLiteStore::Options options) {
+    SQLiteConnection::Options result{
+        .storage = std::move(options.storage), .migrations = MIGRATIONS(), .setUpActions = {}};
+    result.setUpActions.push_back(
+        std::visit(SetUpEncryption(), std::move(options.encryption.value)));
+    if (result.storage.isFile()) { // a database in memory has no write-ahead log
+        result.setUpActions.push_back(
+            [](SQLiteConnection& connection) { connection.enableWriteAheadLogging(); });
+    }
+    return result;
+}
+
+void perform(const SQLiteUpsert& upsert, SQLiteConnection& connection) {
+    SQLiteStatement statement = connection.prepare(upsert.sqlString());
+    for (const std::vector<SQLiteValue>& row : upsert.rows) {
+        // A shorter row would be written with the rest of the row before it.
+        if (row.size() != upsert.columns.size()) {
+            throw SQLiteResult(SQLITE_RANGE);
+        }
+        statement.execute(row);
+    }
+}
+
+void perform(const SQLiteDelete& delete_, SQLiteConnection& connection) {
+    SQLiteStatement statement = connection.prepare(delete_.sqlString());
+    for (const SQLiteValue& id : delete_.ids) {
+        statement.execute(std::span(&id, 1));
+    }
+}
+
+void _perform(const std::vector<SQLiteOperation>& operations, SQLiteConnection& connection) {
+    for (const SQLiteOperation& operation : operations) {
+        std::visit([&connection](const auto& chosen) { perform(chosen, connection); },
+                   operation.value);
+    }
+}
+
+// The changes take over what the operations hold: those are written and no longer needed.
+
+SQLiteStoreChange change(SQLiteUpsert upsert) {
+    SQLiteStoreChange result{.type = SQLiteOperationType::upsert,
+                             .table = std::move(upsert.table),
+                             .keys = {},
+                             .context = std::move(upsert.context)};
+    const auto column = std::find(upsert.columns.begin(), upsert.columns.end(), upsert.keyColumn);
+    if (column != upsert.columns.end()) {
+        const auto position = static_cast<std::size_t>(column - upsert.columns.begin());
+        result.keys.reserve(upsert.rows.size());
+        for (std::vector<SQLiteValue>& row : upsert.rows) {
+            result.keys.push_back(std::move(row[position]));
+        }
+    }
+    return result;
+}
+
+SQLiteStoreChange change(SQLiteDelete delete_) {
+    return {.type = SQLiteOperationType::delete_,
+            .table = std::move(delete_.table),
+            .keys = std::move(delete_.ids),
+            .context = std::move(delete_.context)};
+}
+
+std::vector<SQLiteStoreChange> changes(std::vector<SQLiteOperation> operations) {
+    std::vector<SQLiteStoreChange> result;
+    result.reserve(operations.size());
+    for (SQLiteOperation& operation : operations) {
+        result.push_back(
+            std::visit([](auto& chosen) { return change(std::move(chosen)); }, operation.value));
+    }
+    return result;
+}
+
+std::string describe(const SQLiteValue& value) {
+    if (const std::string* text = value.string()) {
+        return '"' + *text + '"';
+    }
+    if (const double* number = value.number()) {
+        return fmt::format("{}", *number);
+    }
+    if (const bool* boolean = value.boolean()) {
+        return *boolean ? "true" : "false";
+    }
+    return "null";
+}
+
+std::string describe(const std::vector<SQLiteValue>& values) {
+    std::string text = "[";
+    const char* separator = "";
+    for (const SQLiteValue& value : values) {
+        text.append(separator).append(describe(value));
+        separator = ", ";
+    }
+    return text + "]";
+}
+
+/// Builds the result set of a query and hands it to the caller.
+class ResultSetSink final : public SQLiteRowSink {
+  public:
+    ResultSetSink(std::function<void(SQLiteResultSet)> whenRead,
+                  std::function<void(std::string)> whenFailed)
+        : onResult(std::move(whenRead))
+        , onError(std::move(whenFailed)) {}
+
+    void columns(std::vector<std::string> names) override { reader.columns(std::move(names)); }
+    void row(std::span<const SQLiteCell> cells) override { reader.row(cells); }
+    void finished() override {
+        if (onResult) {
+            onResult(std::move(reader.resultSet));
+        }
+    }
+    void failed(const std::string& text) override {
+        if (onError) {
+            onError(text);
+        }
+    }
+
+  private:
+    SQLiteResultSetReader reader;
+    std::function<void(SQLiteResultSet)> onResult;
+    std::function<void(std::string)> onError;
+};
+
+} // namespace
+
+/// One call of the store on its way: run on the connection queue, heard of on the callback queue.
+class SQLiteStore::Work {
+  public:
+    explicit Work(const char* interval)
+        : name(interval)
+        , signpost(sqliteStoreLog().makeSignpostID()) {}
+    virtual ~Work() = default;
+    Work(const Work&) = delete;
+    Work& operator=(const Work&) = delete;
+
+    virtual void run(SQLiteConnection& connection) = 0;
+    /// `failure` is what the caller is told of what `run` threw.
+    virtual void deliver(const std::optional<std::string>& failure) = 0;
+
+    const char* const name;
+    const platform::SignpostID signpost;
+};
+
+class SQLiteStore::Query final : public Work {
+  public:
+    Query(std::string statement, std::vector<SQLiteValue> parameters,
+          std::unique_ptr<SQLiteRowSink> rows)
+        : Work("query")
+        , sql(std::move(statement))
+        , params(std::move(parameters))
+        , sink(std::move(rows)) {
+        sqliteStoreLog().beginInterval(
+            signpost, name, "::query:%{private}s::params:%{private}@",
+            {sql, platform::LogArgument::Description([this] { return describe(params); })});
+    }
+
+    void run(SQLiteConnection& database) override { database.query(sql, params, *sink); }
+
+    void deliver(const std::optional<std::string>& failure) override {
+        if (failure) {
+            sink->failed(*failure);
+        } else {
+            sink->finished();
+        }
+    }
+
+  private:
+    std::string sql;
+    std::vector<SQLiteValue> params;
+    std::unique_ptr<SQLiteRowSink> sink;
+};
+
+class SQLiteStore::Batch final : public Work {
+  public:
+    Batch(std::vector<SQLiteOperation> list,
+          std::function<void(std::optional<std::string>)> completion)
+        : Work("batch")
+        , operations(std::move(list))
+        , onCompletion(std::move(completion)) {
+        sqliteStoreLog().beginInterval(signpost, name, "::operationCount:%{public}d",
+                                       {operations.size()});
+    }
+
+    void run(SQLiteConnection& database) override {
+        const platform::CurrentSignpost current(signpost);
+        database.withTransaction(
+            [this](SQLiteConnection& connection) { _perform(operations, connection); });
+        SQLiteStoreNotifier::shared().notifyOfChanges(changes(std::move(operations)));
+    }
+
+    void deliver(const std::optional<std::string>& failure) override {
+        if (onCompletion) {
+            onCompletion(failure);
+        }
+    }
+
+  private:
+    std::vector<SQLiteOperation> operations;
+    std::function<void(std::optional<std::string>)> onCompletion;
+};
+
+std::shared_ptr<SQLiteStore> SQLiteStore::create(Options options) {
+    return std::shared_ptr<SQLiteStore>(new SQLiteStore(std::move(options)));
+}
+
+SQLiteStore::SQLiteStore(Options options)
+    : connectionQueue(platform::SerialQueue::create("com.quorvane.zem.SQLiteConnection"))
+    , callbackQueue(platform::SerialQueue::create("com.quorvane.zem.SQLiteConnectionCallbacks"))
+    , connection(std::make_unique<SQLiteConnection>(connectionOptions(std::move(options)))) {}
+
+SQLiteStore::~SQLiteStore() {
+    SQLiteStoreNotifier::shared().unsubscribeListeners(*this);
+}
+
+void SQLiteStore::query(std::string sql, std::vector<SQLiteValue> params,
+                        std::function<void(SQLiteResultSet)> onResult,
+                        std::function<void(std::string)> onError) {
+    queryRows(std::move(sql), std::move(params),
+              std::make_unique<ResultSetSink>(std::move(onResult), std::move(onError)));
+}
+
+void SQLiteStore::queryRows(std::string sql, std::vector<SQLiteValue> params,
+                            std::unique_ptr<SQLiteRowSink> sink) {
+    enqueue(std::make_unique<Query>(std::move(sql), std::move(params), std::move(sink)));
+}
+
+void SQLiteStore::batchOperations(std::vector<SQLiteOperation> operations,
+                                  std::function<void(std::optional<std::string>)> onCompletion) {
+    enqueue(std::make_unique<Batch>(std::move(operations), std::move(onCompletion)));
+}
+
+void SQLiteStore::enqueue(std::unique_ptr<Work> work) {
+    connectionQueue->async([weak = weak_from_this(), work = std::move(work)]() mutable {
+        std::shared_ptr<SQLiteStore> store = weak.lock();
+        if (!store) {
+            return;
+        }
+        std::optional<std::string> failure;
+        try {
+            work->run(*store->connection);
+        } catch (...) {
+            failure = localizedDescription(std::current_exception());
+        }
+        if (failure) {
+            sqliteStoreLog().endInterval(work->signpost, work->name, "error: %{private}s",
+                                         {*failure});
+        } else {
+            sqliteStoreLog().endInterval(work->signpost, work->name);
+        }
+        // Let go before the caller hears: one that drops the last reference then may open the file
+        // again at once.
+        const auto callbackQueue = store->callbackQueue;
+        store.reset();
+        callbackQueue->async([work = std::move(work), failure = std::move(failure)] {
+            callOut("a callback", [&] { work->deliver(failure); });
+        });
+    });
+}
+
+} // namespace zem
