@@ -72,7 +72,8 @@ message(STATUS "SQLCipher: the amalgamation in ${ZEM_SQLCIPHER_AMALGAMATION}")
 # is not ours to mend, and the first finding would end the process.
 set(SQLCIPHER_SANITIZE_FLAGS ${ZEM_SANITIZE_FLAGS})
 list(TRANSFORM SQLCIPHER_SANITIZE_FLAGS REPLACE ",undefined|undefined," "")
-list(REMOVE_ITEM SQLCIPHER_SANITIZE_FLAGS -fsanitize=undefined -fno-sanitize-recover=undefined)
+list(REMOVE_ITEM SQLCIPHER_SANITIZE_FLAGS
+    -fsanitize=undefined -fno-sanitize-recover=undefined -fno-sanitize=vptr)
 set(SQLCIPHER_FLAGS -O2 -g1 -fPIC -fvisibility=hidden -w
     -D_GNU_SOURCE -DHAVE_STDINT_H=1 -DHAVE_USLEEP=1
     -DSQLITE_HAS_CODEC -DSQLITE_TEMP_STORE=2 -DSQLITE_THREADSAFE=1
