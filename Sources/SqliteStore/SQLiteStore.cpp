@@ -247,8 +247,7 @@ class SQLiteStore::Batch final : public Work {
 
     void run(SQLiteConnection& database) override {
         const platform::CurrentSignpost current(signpost);
-        database.withTransaction(
-            [this](SQLiteConnection& connection) { _perform(operations, connection); });
+        database.withTransaction([this](SQLiteConnection& begun) { _perform(operations, begun); });
         SQLiteStoreNotifier::shared().notifyOfChanges(changes(std::move(operations)));
     }
 
