@@ -19,11 +19,10 @@ thread_local Entry* innermost = nullptr;
 // Where the closures go whose context this thread is just letting go of.
 thread_local Bodies* lastBodies = nullptr;
 
-JSObjectRef globalFunction(JSGlobalContextRef global, const char* name) {
+JSObjectRef functionOf(JSGlobalContextRef global, JSObjectRef holder, const char* name) {
     const EngineString text(makeString(name));
     JSValueRef thrown = nullptr;
-    JSValueRef value =
-        JSObjectGetProperty(global, JSContextGetGlobalObject(global), text.get(), &thrown);
+    JSValueRef value = JSObjectGetProperty(global, holder, text.get(), &thrown);
     if (thrown != nullptr || !JSValueIsObject(global, value)) {
         return nullptr;
     }
@@ -37,11 +36,15 @@ Intrinsics takeIntrinsics(JSGlobalContextRef global) {
     JSValueRef function = JSEvaluateScript(global, source.get(), nullptr, nullptr, 1, nullptr);
     taken.functionPrototype =
         const_cast<JSObjectRef>(JSObjectGetPrototype(global, const_cast<JSObjectRef>(function)));
-    taken.typeError = globalFunction(global, "TypeError");
-    taken.rangeError = globalFunction(global, "RangeError");
-    taken.string = globalFunction(global, "String");
-    for (JSObjectRef object :
-         {taken.functionPrototype, taken.typeError, taken.rangeError, taken.string}) {
+    JSObjectRef globals = JSContextGetGlobalObject(global);
+    taken.typeError = functionOf(global, globals, "TypeError");
+    taken.rangeError = functionOf(global, globals, "RangeError");
+    taken.string = functionOf(global, globals, "String");
+    if (JSObjectRef object = functionOf(global, globals, "Object")) {
+        taken.objectKeys = functionOf(global, object, "keys");
+    }
+    for (JSObjectRef object : {taken.functionPrototype, taken.typeError, taken.rangeError,
+                               taken.string, taken.objectKeys}) {
         if (object != nullptr) {
             JSValueProtect(global, object);
         }
@@ -50,8 +53,8 @@ Intrinsics takeIntrinsics(JSGlobalContextRef global) {
 }
 
 void dropIntrinsics(JSGlobalContextRef global, const Intrinsics& taken) {
-    for (JSObjectRef object :
-         {taken.functionPrototype, taken.typeError, taken.rangeError, taken.string}) {
+    for (JSObjectRef object : {taken.functionPrototype, taken.typeError, taken.rangeError,
+                               taken.string, taken.objectKeys}) {
         if (object != nullptr) {
             JSValueUnprotect(global, object);
         }

@@ -227,24 +227,32 @@ Result<unsigned> Scope::length(Local array) {
     return static_cast<unsigned>(toNumber(*value));
 }
 
-Result<std::vector<std::string>> Scope::propertyNames(Local object) {
+Result<void> Scope::define(Local object, std::string_view name, Local value) {
     assert(JSValueIsObject(engineContext(engine), engineValue(object)));
-    JSPropertyNameArrayRef names =
-        JSObjectCopyPropertyNames(engineContext(engine), engineObject(object));
-    std::vector<std::string> texts;
-    const std::size_t count = JSPropertyNameArrayGetCount(names);
-    texts.reserve(count);
-    for (std::size_t index = 0; index < count; ++index) {
-        texts.push_back(toUTF8(JSPropertyNameArrayGetNameAtIndex(names, index)));
+    JSContextRef context = engineContext(engine);
+    const Local prototype(JSObjectGetPrototype(context, engineObject(object)));
+    JSObjectSetPrototype(context, engineObject(object), engineValue(null()));
+    Result<void> outcome = set(object, name, value);
+    JSObjectSetPrototype(context, engineObject(object), engineValue(prototype));
+    return outcome;
+}
+
+Result<std::vector<std::string>> Scope::propertyNames(Local object) {
+    // Not the C API's own list: it holds inherited names, too, and leaves what a proxy's trap threw
+    // pending in the engine.
+    const Result<Local> names = call(Local(state.intrinsics.objectKeys), {object});
+    if (!names) {
+        return std::unexpected(names.error());
     }
-    JSPropertyNameArrayRelease(names);
-    // The engine leaves what a proxy's trap threw pending, and whatever is done next would seem to
-    // throw it: a step that cannot throw by itself picks it up.
-    JSValueRef thrown = nullptr;
-    JSObjectGetPropertyAtIndex(engineContext(engine), state.intrinsics.functionPrototype, 0,
-                               &thrown);
-    if (thrown != nullptr) {
-        return std::unexpected(exception(Local(thrown)));
+    const Result<unsigned> count = length(*names);
+    std::vector<std::string> texts;
+    texts.reserve(count.value_or(0));
+    for (unsigned index = 0; index < count.value_or(0); ++index) {
+        const Result<Local> name = getAt(*names, index);
+        if (!name) {
+            return std::unexpected(name.error());
+        }
+        texts.push_back(toText(*name));
     }
     return texts;
 }

@@ -76,7 +76,10 @@ class Scope {
     Result<void> set(Local object, std::string_view name, Local value);
     Result<void> setAt(Local object, unsigned index, Local value);
     Result<unsigned> length(Local array);
-    /// The names of the enumerable properties, inherited ones included, in the engine's order.
+    /// Gives an object that was just made a property of its own, whatever the name: setting
+    /// "__proto__" would replace the prototype.
+    Result<void> define(Local object, std::string_view name, Local value);
+    /// The names of the object's own enumerable properties, as `Object.keys` gives them.
     Result<std::vector<std::string>> propertyNames(Local object);
 
     // Running JavaScript. Promise jobs that this makes due run before the step returns, unless it

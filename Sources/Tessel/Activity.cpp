@@ -27,6 +27,7 @@ void Activity::end() {
         }
     }
     if (handler != nullptr && *handler) {
+        zem::platform::Mutex::assertNoneHeld("telling that nothing is outstanding");
         (*handler)();
     }
 }

@@ -7,6 +7,7 @@
 #include <zem/Tessel/JSValueCoder.h>
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <tuple>
@@ -20,7 +21,7 @@ namespace tessel {
 /// A call encodes its arguments and calls the function: before returning where the context is
 /// entered inline, else later on the context's thread, in the order of the calls; it never waits
 /// for running JavaScript there. An exception that the function throws goes to the context's
-/// uncaught handler.
+/// uncaught handler. One that holds no function throws std::bad_function_call.
 ///
 /// While a copy lives, the connection counts one piece of outstanding work; `asListener` gives a
 /// copy that does not count, for functions that are registered for good.
@@ -35,6 +36,9 @@ class Callback {
     explicit operator bool() const { return static_cast<bool>(function); }
 
     void operator()(Arguments... arguments) const {
+        if (!function) {
+            throw std::bad_function_call();
+        }
         function.context().async(
             [function = function, token = token,
              held = std::tuple<Arguments...>(std::move(arguments)...)](zem::js::Scope& scope) {

@@ -18,6 +18,7 @@
 #include <boost/describe.hpp>
 #include <boost/mp11.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <concepts>
 #include <cstdint>
@@ -116,7 +117,7 @@ struct Coding<Integer> {
             return std::unexpected(DecodingError{{},
                                                  "expected an integer of " +
                                                      std::to_string(sizeof(Integer) * 8) +
-                                                     " bits, found a larger one"});
+                                                     " bits, found one out of range"});
         }
         return static_cast<Integer>(*integer);
     }
@@ -187,7 +188,9 @@ struct Coding<std::vector<T>> {
         }
         const std::size_t count = value.count();
         std::vector<T> elements;
-        elements.reserve(count);
+        // An array that is all holes may claim any length.
+        constexpr std::size_t trusted = 65536;
+        elements.reserve(std::min(count, trusted));
         for (std::size_t index = 0; index < count; ++index) {
             Decoded<D> element = value.element(index);
             if (!element) {
@@ -221,8 +224,12 @@ struct Coding<std::map<std::string, T>> {
         if (const Kind kind = value.kind(); kind != Kind::object) {
             return std::unexpected(DecodingError::mismatch(expected, kind));
         }
+        Decoded<std::vector<std::string>> names = value.names();
+        if (!names) {
+            return std::unexpected(std::move(names.error()));
+        }
         std::map<std::string, T> entries;
-        for (std::string& name : value.names()) {
+        for (std::string& name : *names) {
             Decoded<D> field = value.field(name);
             if (!field) {
                 return std::unexpected(std::move(field.error()).inField(name));

@@ -43,6 +43,14 @@ template <class Owner, class Answer, class... Parameters>
 struct MethodTraits<Answer (Owner::*)(Parameters...) const>
     : MethodTraits<Answer (Owner::*)(Parameters...)> {};
 
+template <class Owner, class Answer, class... Parameters>
+struct MethodTraits<Answer (Owner::*)(Parameters...) noexcept>
+    : MethodTraits<Answer (Owner::*)(Parameters...)> {};
+
+template <class Owner, class Answer, class... Parameters>
+struct MethodTraits<Answer (Owner::*)(Parameters...) const noexcept>
+    : MethodTraits<Answer (Owner::*)(Parameters...)> {};
+
 class Connection {
   public:
     explicit Connection(zem::js::Context context);
@@ -53,7 +61,9 @@ class Connection {
     const zem::js::Context& context() const { return boundContext; }
 
     /// Makes an object that carries the plugin's methods, and a property of the global object under
-    /// the plugin's namespace that holds it. Any thread. The methods stay when the connection goes.
+    /// the plugin's namespace that holds it. Any thread, but one at a time. The methods stay when
+    /// the connection goes. Throws what Plugin::bind throws, and std::runtime_error when the global
+    /// object refuses the property; then no method stays.
     void add(Plugin& plugin);
 
     /// Binds a member function as a method; only from Plugin::bind. The shapes are those of the

@@ -4,6 +4,10 @@
 
 namespace tessel {
 
+DecodingError DecodingError::tooDeep() {
+    return {{}, fmt::format("nested deeper than {} levels", deepestNesting)};
+}
+
 DecodingError DecodingError::mismatch(std::string_view expected, zem::js::Kind found) {
     return {{}, fmt::format("expected {}, found {}", expected, zem::js::nameOf(found))};
 }

@@ -12,11 +12,17 @@
 
 namespace tessel {
 
+/// How deep arrays and objects may lie in one another, so that a value from outside cannot exhaust
+/// the stack.
+inline constexpr std::size_t deepestNesting = 512;
+
 struct DecodingError {
     /// From the decoded value inward, "[3].keyColumn"; empty for the value itself.
     std::string path;
     std::string message;
 
+    /// "nested deeper than 512 levels".
+    static DecodingError tooDeep();
     static DecodingError mismatch(std::string_view expected, zem::js::Kind found);
 
     /// The same error seen from the array or the record that holds the value.

@@ -37,7 +37,7 @@ class JSONDecoder {
     Decoded<JSONDecoder> field(std::string_view name) const {
         return JSONDecoder(value->get_object().if_contains(name));
     }
-    std::vector<std::string> names() const;
+    Decoded<std::vector<std::string>> names() const;
     const Any& any() const { return *value; }
 
   private:
@@ -107,11 +107,15 @@ Decoded<T> fromAny(const Any& value) {
     return decode<T>(JSONDecoder(&value));
 }
 
-/// The text as people expect it: no spaces, numbers in their shortest form (2.5, not 2.5E0), and
-/// null for numbers that JSON has no form for.
+/// The text as people expect it: no spaces, keys in their order, and doubles as JavaScript prints
+/// them, in the shortest form that reads back as the same number (2.5, 3, 1e-7), but -0 with its
+/// sign. Numbers that JSON has no form for are null.
 std::string toText(const Any& value);
 
-/// The value of a JSON text, or what is wrong with it and at which byte.
+/// The value of a JSON text, or what is wrong with it and at which byte. A number without fraction
+/// and exponent that 64 bits hold is an integer, but -0 is a double; one too large for a double is
+/// a mistake. Of equal keys the last value counts, at the first one's place. Escaped surrogates
+/// without a partner become U+FFFD.
 Decoded<Any> parse(std::string_view text);
 
 } // namespace tessel

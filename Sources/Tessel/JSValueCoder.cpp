@@ -1,15 +1,28 @@
 #include <zem/Tessel/JSValueCoder.h>
 
+#include <cmath>
+
 namespace tessel {
 
 using zem::js::Local;
 using zem::js::Result;
 
+namespace {
+
+DecodingError threw() {
+    return {{}, "reading it threw an exception"};
+}
+
+} // namespace
+
 Decoded<JSValueDecoder> JSValueDecoder::view(const Result<Local>& result) const {
     if (!result) {
-        return std::unexpected(DecodingError{{}, "reading it threw an exception"});
+        return std::unexpected(threw());
     }
-    return JSValueDecoder(*entered, *result, counted);
+    if (depth == deepestNesting) {
+        return std::unexpected(DecodingError::tooDeep());
+    }
+    return JSValueDecoder(*this, *result);
 }
 
 std::size_t JSValueDecoder::count() const {
@@ -28,6 +41,14 @@ Decoded<JSValueDecoder> JSValueDecoder::field(std::string_view name) const {
     return view(entered->get(value, name));
 }
 
+Decoded<std::vector<std::string>> JSValueDecoder::names() const {
+    Result<std::vector<std::string>> names = entered->propertyNames(value);
+    if (!names) {
+        return std::unexpected(threw());
+    }
+    return *std::move(names);
+}
+
 Decoded<Any> JSValueDecoder::any() const {
     const Result<std::optional<std::string>> json = entered->stringify(value);
     if (!json) {
@@ -39,6 +60,15 @@ Decoded<Any> JSValueDecoder::any() const {
     return parse(**json);
 }
 
+void JSValueEncoder::Object::set(std::string_view name, Output value) {
+    // The only name that means something else than itself.
+    if (name == "__proto__") {
+        (void)scope.define(made, name, value);
+    } else {
+        (void)scope.set(made, name, value);
+    }
+}
+
 Local JSValueEncoder::any(const Any& value) {
     switch (value.kind()) {
     case boost::json::kind::null:
@@ -47,8 +77,9 @@ Local JSValueEncoder::any(const Any& value) {
         return boolean(value.get_bool());
     case boost::json::kind::int64:
     case boost::json::kind::uint64:
-    case boost::json::kind::double_:
         return number(value.to_number<double>());
+    case boost::json::kind::double_:
+        return std::isfinite(value.get_double()) ? number(value.get_double()) : null();
     case boost::json::kind::string:
         return text(std::string_view(value.get_string()));
     default:

@@ -38,9 +38,7 @@ class JSValueDecoder {
     Decoded<JSValueDecoder> element(std::size_t index) const;
     Decoded<JSValueDecoder> field(const FieldName& name) const;
     Decoded<JSValueDecoder> field(std::string_view name) const;
-    std::vector<std::string> names() const {
-        return entered->propertyNames(value).value_or(std::vector<std::string>());
-    }
+    Decoded<std::vector<std::string>> names() const;
     /// The whole value at once, as its JSON text inside the engine: the bulk lane.
     Decoded<Any> any() const;
 
@@ -49,10 +47,16 @@ class JSValueDecoder {
     const std::shared_ptr<Activity>* activity() const { return counted; }
 
   private:
+    JSValueDecoder(const JSValueDecoder& holder, zem::js::Local value)
+        : entered(holder.entered)
+        , value(value)
+        , counted(holder.counted)
+        , depth(holder.depth + 1) {}
     Decoded<JSValueDecoder> view(const zem::js::Result<zem::js::Local>& result) const;
     zem::js::Scope* entered;
     zem::js::Local value;
     const std::shared_ptr<Activity>* counted;
+    std::size_t depth = 0;
 };
 
 /// Makes engine values, on the stack of a thread that is inside the engine.
@@ -79,7 +83,7 @@ class JSValueEncoder {
             : scope(scope)
             , made(scope.object()) {}
         void set(const FieldName& name, Output value) { (void)scope.set(made, name.engine, value); }
-        void set(std::string_view name, Output value) { (void)scope.set(made, name, value); }
+        void set(std::string_view name, Output value);
         Output finish() { return made; }
 
       private:

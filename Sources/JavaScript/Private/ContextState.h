@@ -28,6 +28,7 @@ struct Intrinsics {
     JSObjectRef typeError = nullptr;
     JSObjectRef rangeError = nullptr;
     JSObjectRef string = nullptr;
+    JSObjectRef objectKeys = nullptr;
 };
 
 class ContextState : public std::enable_shared_from_this<ContextState> {
