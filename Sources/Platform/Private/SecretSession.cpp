@@ -62,6 +62,29 @@ class Failing {
     GError* error = nullptr;
 };
 
+/// The end of a call that may meet a prompt. libsecret's blocking forms run those in a main context
+/// of their own, which they drop before GLib has given back all that belongs to the prompt.
+class Completion {
+  public:
+    explicit Completion(GMainContext* own)
+        : context(own) {}
+
+    static void arrive(GObject*, GAsyncResult* result, gpointer completion) {
+        static_cast<Completion*>(completion)->result.reset(G_ASYNC_RESULT(g_object_ref(result)));
+    }
+
+    GAsyncResult* wait() {
+        while (!result) {
+            g_main_context_iteration(context, TRUE);
+        }
+        return result.get();
+    }
+
+  private:
+    GMainContext* context;
+    Object<GAsyncResult> result;
+};
+
 const SecretSchema* schema() {
     static const SecretSchema* made = [] {
         auto* fresh = new SecretSchema{};
@@ -144,6 +167,9 @@ SecretSession::~SecretSession() {
     service.reset();
     if (bus) { // closing gives back the turn
         g_dbus_connection_close_sync(bus.get(), cancellable, nullptr);
+    }
+    // What GLib gives back, it gives back from the main context.
+    while (context && g_main_context_iteration(context.get(), FALSE) != FALSE) {
     }
 }
 
@@ -269,9 +295,10 @@ SecretResult<void> SecretSession::create(const std::string& account, const Secre
     const Owned<GHashTable> attributes = attributesOf(account);
     const Owned<SecretValue> value(secret_value_new(reinterpret_cast<const char*>(data.data()),
                                                     static_cast<gssize>(data.size()), contentType));
-    const Object<SecretItem> item(
-        secret_item_create_sync(collection.get(), schema(), attributes.get(), account.c_str(),
-                                value.get(), SECRET_ITEM_CREATE_NONE, cancellable, error.out()));
+    Completion created(context.get());
+    secret_item_create(collection.get(), schema(), attributes.get(), account.c_str(), value.get(),
+                       SECRET_ITEM_CREATE_NONE, cancellable, Completion::arrive, &created);
+    const Object<SecretItem> item(secret_item_create_finish(created.wait(), error.out()));
     if (!item) {
         return error.because("the item cannot be added");
     }
@@ -280,7 +307,9 @@ SecretResult<void> SecretSession::create(const std::string& account, const Secre
 
 SecretResult<void> SecretSession::remove(SecretItem& item) {
     Failing error;
-    if (!secret_item_delete_sync(&item, cancellable, error.out())) {
+    Completion deleted(context.get());
+    secret_item_delete(&item, cancellable, Completion::arrive, &deleted);
+    if (!secret_item_delete_finish(&item, deleted.wait(), error.out())) {
         return error.because("the item cannot be deleted");
     }
     return {};
