@@ -8,6 +8,8 @@
 #include <zem/SqliteStore/SQLiteResultSet.h>
 #include <zem/SqliteStore/SQLiteRowSink.h>
 #include <zem/SqliteStore/SQLiteStorage.h>
+#include <zem/Tessel/Callback.h>
+#include <zem/Tessel/Plugin.h>
 
 #include <filesystem>
 #include <functional>
@@ -31,7 +33,7 @@ class SQLiteConnection;
 /// any callback. When a caller hears of its work, that work no longer holds the store.
 ///
 /// Callbacks may be empty. What they throw is logged and dropped.
-class SQLiteStore final : public std::enable_shared_from_this<SQLiteStore> {
+class SQLiteStore final : public tessel::Plugin, public std::enable_shared_from_this<SQLiteStore> {
   public:
     /// Returns the bytes of a secret, or throws.
     using SecretProvider = std::function<platform::SecretBytes()>;
@@ -79,7 +81,7 @@ class SQLiteStore final : public std::enable_shared_from_this<SQLiteStore> {
     /// the folder, or what a provider threw. A failure leaves no new empty database file behind.
     static std::shared_ptr<SQLiteStore> create(Options options);
 
-    ~SQLiteStore();
+    ~SQLiteStore() override;
     SQLiteStore(const SQLiteStore&) = delete;
     SQLiteStore& operator=(const SQLiteStore&) = delete;
 
@@ -101,7 +103,22 @@ class SQLiteStore final : public std::enable_shared_from_this<SQLiteStore> {
     void batchOperations(std::vector<SQLiteOperation> operations,
                          std::function<void(std::optional<std::string>)> onCompletion);
 
+    /// The bridge plugin "ZemSqliteStore": the methods "query", "batchOperations",
+    /// "registerOnChangedListener" and "unsubscribeOnChangedListener". The first two return at
+    /// once; a query's rows become engine values in chunks while later ones are still being read.
+    std::string_view namespace_() const override { return "ZemSqliteStore"; }
+    void bind(tessel::Connection& to) override;
+
   private:
+    void runtimeQuery(std::string sql, std::vector<SQLiteValue> params,
+                      tessel::Callback<SQLiteResultSet> onResult,
+                      tessel::Callback<std::string> onError);
+    void runtimeBatchOperations(std::vector<SQLiteOperation> operations,
+                                tessel::Callback<std::optional<std::string>> onCompletion);
+    std::string
+    registerOnChangedListener(tessel::Callback<std::vector<SQLiteStoreChange>> callback);
+    void unsubscribeOnChangedListener(std::string uuid);
+
     class Work;
     class Query;
     class Batch;
