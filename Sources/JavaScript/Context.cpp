@@ -15,16 +15,42 @@ namespace {
 using SetRejectionCallback = void (*)(JSGlobalContextRef, JSObjectRef, JSValueRef*);
 using CollectNow = void (*)(JSContextRef);
 using VersionPart = unsigned (*)();
+using InitializeMainThread = void (*)();
+using DisableCollectionTimer = void (*)();
+
+/// The engine collects by itself when it has been idle, from a timer on the run loop of the thread
+/// that made the context. What that collection asks about the machine's memory needs the engine's
+/// notion of a main thread, which the C API alone never sets up: without it the timer's first full
+/// collection crashes. Where the set-up cannot be reached the timer is turned off, and the engine
+/// collects only as it allocates. An application that runs more of the engine has set it up before,
+/// and this does nothing.
+void prepareEngine() {
+    static const bool once = [] {
+        if (const auto initialize =
+                engineSymbol<InitializeMainThread>("_ZN3WTF20initializeMainThreadEv")) {
+            initialize();
+        } else if (const auto disable = engineSymbol<DisableCollectionTimer>("JSDisableGCTimer")) {
+            disable();
+        }
+        return true;
+    }();
+    (void)once;
+}
+
+JSGlobalContextRef makeGlobalContext() {
+    prepareEngine();
+    return JSGlobalContextCreate(nullptr);
+}
 
 } // namespace
 
 Context Context::create() {
-    return Context(shareState(JSGlobalContextCreate(nullptr), nullptr));
+    return Context(shareState(makeGlobalContext(), nullptr));
 }
 
 Context Context::create(std::shared_ptr<platform::RunLoop> home) {
     Context context;
-    runAndWait(*home, [&] { context.state = shareState(JSGlobalContextCreate(nullptr), home); });
+    runAndWait(*home, [&] { context.state = shareState(makeGlobalContext(), home); });
     return context;
 }
 
