@@ -23,7 +23,7 @@ build: packages
 	ln -sfn release/bin/zem build/zem
 
 demo: build
-	build/zem run Examples/demo/demo.js
+	tools/demo
 
 test: packages
 	cmake --preset dev
