@@ -1,0 +1,30 @@
+#pragma once
+
+// How a run may end, and the failures that end it before the bundle runs.
+
+#include <stdexcept>
+#include <string>
+
+namespace zem::host {
+
+enum ExitCode : int {
+    exitDone = 0,
+    exitUncaught = 1,
+    exitUsage = 2,
+    exitStore = 3,
+    exitInterrupted = 130,
+};
+
+/// Ends the program with a message on standard error.
+class Failure : public std::runtime_error {
+  public:
+    Failure(ExitCode code, const std::string& message)
+        : std::runtime_error(message)
+        , exitCode(code) {}
+    ExitCode code() const { return exitCode; }
+
+  private:
+    ExitCode exitCode;
+};
+
+} // namespace zem::host

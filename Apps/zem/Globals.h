@@ -1,0 +1,52 @@
+#pragma once
+
+// The globals that a bundle finds beside the language's own. The script in globals/ makes them;
+// what it needs from outside the engine comes from here.
+
+#include <zem/JavaScript/Context.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace zem::host {
+
+class Globals {
+  public:
+    /// What the globals ask of the run; called inside the engine.
+    struct Run {
+        bool json = false;
+        std::vector<std::string> arguments;
+        std::function<void(std::uint64_t id, double milliseconds)> startTimer;
+        std::function<void(std::uint64_t id)> stopTimer;
+        /// Between the two, each as often as the other, the run does not end by itself.
+        std::function<void()> hold;
+        std::function<void()> release;
+        /// Milliseconds since the run began.
+        std::function<double()> now;
+        /// End the run, and do not return.
+        std::function<void(int code)> exit;
+        std::function<void(js::Scope&, const js::Exception&)> fail;
+    };
+
+    /// Defines the globals. Throws std::runtime_error when the engine refuses the script.
+    Globals(js::Scope& scope, Run run);
+
+    /// Makes one more global; false when there is one of that name already.
+    bool add(js::Scope& scope, const std::string& name, js::Local value) const;
+
+    /// Calls what was given to setTimeout or setInterval.
+    js::Result<js::Local> fireTimer(js::Scope& scope, std::uint64_t id) const;
+
+    /// The report on an exception that nobody caught: its place, message and stack.
+    std::string describeUncaught(js::Scope& scope, const js::Exception& exception,
+                                 bool wasRejection) const;
+
+  private:
+    js::Function addFunction;
+    js::Function fireTimerFunction;
+    js::Function describeUncaughtFunction;
+};
+
+} // namespace zem::host

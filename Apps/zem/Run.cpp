@@ -1,0 +1,157 @@
+#include "Run.h"
+
+#include "Failure.h"
+#include "File.h"
+#include "Output.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <exception>
+#include <future>
+#include <unistd.h>
+#include <utility>
+
+namespace zem::host {
+
+namespace {
+
+using Milliseconds = std::chrono::duration<double, std::milli>;
+
+/// Running JavaScript is stopped within a tenth of a second; what takes longer than this is a step
+/// inside the engine that cannot be, or an engine that cannot stop any.
+constexpr platform::Seconds stopLimit(3);
+
+} // namespace
+
+Run::Run(RunOptions given, std::shared_ptr<Ending> ending)
+    : options(std::move(given))
+    , bundle(readFile(options.bundle))
+    , settings(options.settings)
+    , ending(std::move(ending))
+    , thread("JavaScript") {}
+
+int Run::run() {
+    std::exception_ptr failure;
+    try {
+        start();
+        mainLoop->run();
+    } catch (...) {
+        failure = std::current_exception();
+        ending->request(exitUncaught);
+    }
+    finish();
+    if (failure != nullptr) {
+        std::rethrow_exception(failure);
+    }
+    return ending->code();
+}
+
+void Run::start() {
+    activity->setIdleHandler([ending = ending] { ending->request(exitDone); });
+    context = js::Context::create(thread.runLoop());
+    const auto values = context.perform([this](js::Scope& scope) {
+        startEngine(scope);
+        return settings.parse(scope);
+    });
+    context.perform([&](js::Scope& scope) { addSettings(scope, values); });
+    startBundle();
+}
+
+void Run::startEngine(js::Scope& scope) {
+    context.setInterruptHandler([this] {
+        if (ending->requested()) {
+            standStill();
+        }
+        return false;
+    });
+    const auto failWith = [this](bool wasRejection) {
+        return [this, wasRejection](js::Scope& inner, const js::Exception& exception) {
+            fail(inner, exception, wasRejection);
+        };
+    };
+    context.setUncaughtHandler(failWith(false));
+    context.setRejectionHandler(failWith(true));
+    timers.emplace(thread.runLoop(), activity, [this](Timers::Id id) {
+        context.perform([&](js::Scope& inner) {
+            if (const auto outcome = globals->fireTimer(inner, id); !outcome) {
+                fail(inner, outcome.error(), false);
+            }
+        });
+    });
+    Globals::Run calls;
+    calls.json = options.json;
+    calls.arguments = options.arguments;
+    calls.startTimer = [this](Timers::Id id, double milliseconds) {
+        timers->start(id, Milliseconds(milliseconds));
+    };
+    calls.stopTimer = [this](Timers::Id id) {
+        timers->stop(id);
+    };
+    calls.hold = [this] {
+        held.push_back(std::make_unique<tessel::ActivityToken>(activity));
+    };
+    calls.release = [this] {
+        held.pop_back();
+    };
+    calls.now = [this] {
+        return Milliseconds(mainLoop->now() - begun).count();
+    };
+    calls.exit = [this](int code) {
+        ending->request(code);
+        standStill();
+    };
+    calls.fail = failWith(false);
+    globals.emplace(scope, std::move(calls));
+}
+
+void Run::addSettings(js::Scope& scope, const std::vector<Settings::Value>& values) {
+    for (const auto& [name, value] : values) {
+        if (!globals->add(scope, name, scope.local(value))) {
+            throw Failure(exitUsage,
+                          fmt::format("--set {}: there is a global of that name already", name));
+        }
+    }
+}
+
+void Run::startBundle() {
+    auto evaluating = std::make_unique<tessel::ActivityToken>(activity);
+    context.async([this, evaluating = std::move(evaluating)](js::Scope& scope) {
+        if (const auto outcome = scope.evaluate(bundle, options.bundle); !outcome) {
+            fail(scope, outcome.error(), false);
+        }
+    });
+}
+
+void Run::fail(js::Scope& scope, const js::Exception& exception, bool wasRejection) {
+    if (!ending->requested()) {
+        printErrorLine(globals->describeUncaught(scope, exception, wasRejection));
+        ending->request(exitUncaught);
+    }
+    standStill();
+}
+
+void Run::standStill() {
+    scriptStopped.set_value(false);
+    for (;;) {
+        pause();
+    }
+}
+
+void Run::finish() {
+    thread.runLoop()->perform([this] {
+        timers.reset();
+        globals.reset();
+        held.clear();
+        context = {};
+        scriptStopped.set_value(true);
+    });
+    auto stopped = scriptStopped.get_future();
+    const bool threadEnds =
+        stopped.wait_for(stopLimit) == std::future_status::ready && stopped.get();
+    if (!threadEnds) {
+        _exit(ending->code());
+    }
+}
+
+} // namespace zem::host

@@ -1,0 +1,7 @@
+// What the packages change of the engine's own, to be put back. Imported before any of them.
+
+const functionToString = Object.getOwnPropertyDescriptor(Function.prototype, 'toString');
+
+export function restoreFunctionToString() {
+    Object.defineProperty(Function.prototype, 'toString', functionToString);
+}

@@ -1,0 +1,32 @@
+// The headless host: runs a JavaScript data runtime without the application around it.
+
+#include "CommandLine.h"
+#include "Failure.h"
+#include "Output.h"
+#include "Run.h"
+#include "Signals.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <memory>
+
+using namespace zem::host;
+
+int main(int count, char** words) {
+    try {
+        const auto options = parseCommandLine(count, words);
+        if (!options) {
+            return exitDone;
+        }
+        const auto ending = std::make_shared<Ending>(zem::platform::RunLoop::main());
+        const Signals signals([ending] { ending->request(exitInterrupted); });
+        return Run(*options, ending).run();
+    } catch (const Failure& failure) {
+        printErrorLine(fmt::format("zem: {}", failure.what()));
+        return failure.code();
+    } catch (const std::exception& error) {
+        printErrorLine(fmt::format("zem: {}", error.what()));
+        return exitUncaught;
+    }
+}
