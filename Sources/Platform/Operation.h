@@ -38,10 +38,12 @@ class Operation : public std::enable_shared_from_this<Operation> {
     virtual bool isCancelled() const;
 
     /// Runs the operation on the calling thread: finishes at once when cancelled, else executes
-    /// `main` between the changes of "isExecuting" and "isFinished".
+    /// `main` between the changes of "isExecuting" and "isFinished". Does nothing the second time.
     virtual void start();
 
-    /// Asks that it not start. One that is executing goes on.
+    /// Asks that it not start, with the changes of "isCancelled". One that is executing goes on,
+    /// and `isCancelled` tells it. A cancelled operation in a queue is started in its turn all the
+    /// same, and finishes itself. Does nothing once finished.
     virtual void cancel();
 
     QueuePriority queuePriority() const;
@@ -49,11 +51,15 @@ class Operation : public std::enable_shared_from_this<Operation> {
     void setQueuePriority(QueuePriority priority);
 
     /// Observers are kept until the operation is destroyed and called in the order they were added.
+    /// One that is added during a change is called from the next one on.
     void addObserver(Observer observer);
 
   protected:
+    /// What a plain operation does. Nothing here.
     virtual void main();
 
+    /// Tells the observers. When a change of state touches two keys, the order is will(old),
+    /// will(new), did(new), did(old), with the state itself changed between the wills and the dids.
     void willChangeValue(std::string_view key);
     void didChangeValue(std::string_view key);
 
@@ -61,14 +67,16 @@ class Operation : public std::enable_shared_from_this<Operation> {
     void notify(std::string_view key, Change change);
 
     mutable Mutex mutex;
-    std::vector<std::shared_ptr<Observer>> observers;
+    // Replaced, never changed: a notification goes on with the list that it began with.
+    std::shared_ptr<const std::vector<Observer>> observers;
     QueuePriority priority = QueuePriority::normal;
+    bool started = false;
     bool executing = false;
     bool finished = false;
     bool cancelled = false;
 };
 
-/// An operation that runs one task.
+/// An operation that runs one task, and destroys it before it finishes.
 class BlockOperation final : public Operation {
   public:
     static std::shared_ptr<BlockOperation> create(Task block,
@@ -83,9 +91,11 @@ class BlockOperation final : public Operation {
 };
 
 /// Starts what is added to it on the threads of a queue: a higher priority first, first come first
-/// served within one, never more than `maxConcurrentOperationCount` unfinished at once. An
-/// operation holds its place from `start` until it reports "isFinished". Operations already added
-/// run even when the last reference to the queue is dropped.
+/// served within one, never more than `maxConcurrentOperationCount` unfinished at once. Which
+/// operation takes a place is decided when a thread is there for it. An operation holds its place
+/// from `start` until it reports "isFinished", and is kept alive that long; one that reports it
+/// while it waits leaves the queue without being started. Operations already added run even when
+/// the last reference to the queue is dropped.
 class OperationQueue {
   public:
     /// Bounded only by the threads of the global queue.
@@ -97,7 +107,8 @@ class OperationQueue {
     create(std::size_t maxConcurrentOperationCount = unbounded, Queue* threads = nullptr);
     ~OperationQueue();
 
-    /// Any thread; returns at once. An operation may be added to one queue, once.
+    /// Any thread; returns at once. An operation may be added to one queue, once; adding it again
+    /// while it is unfinished ends the process.
     void addOperation(std::shared_ptr<Operation> operation);
     void addOperation(Task block, QueuePriority priority = QueuePriority::normal);
 

@@ -205,6 +205,35 @@ TEST(RunLoop, RunsSourcesOfItsThreadsDefaultContext) {
     EXPECT_NE(ranOn.get(), std::this_thread::get_id());
 }
 
+TEST(RunLoop, RunsUnderAnApplicationsOwnMainLoop) {
+    const auto loop = RunLoop::main();
+    Transcript transcript;
+    GMainLoop* application = g_main_loop_new(nullptr, FALSE);
+    const auto timer = loop->scheduleTimer(1ms, false, [&] {
+        transcript.add("timer");
+        g_main_loop_quit(application);
+    });
+    std::thread other([&] { loop->perform([&] { transcript.add("task"); }); });
+    other.join();
+    g_main_loop_run(application);
+    g_main_loop_unref(application);
+    EXPECT_THAT(transcript.lines(), ElementsAre("task", "timer"));
+}
+
+TEST(RunLoop, StandsOnTheContextThatItsThreadAlreadyHas) {
+    Transcript transcript;
+    std::thread([&] {
+        GMainContext* context = g_main_context_new();
+        g_main_context_push_thread_default(context);
+        RunLoop::current()->perform([&] { transcript.add("task"); });
+        EXPECT_EQ(g_main_context_get_thread_default(), context);
+        g_main_context_iteration(context, FALSE);
+        g_main_context_pop_thread_default(context);
+        g_main_context_unref(context);
+    }).join();
+    EXPECT_THAT(transcript.lines(), ElementsAre("task"));
+}
+
 TEST(RunLoop, LetsOtherSourcesRunBetweenTasksThatFollowOneAnother) {
     const auto loop = RunLoop::main();
     bool sourceRan = false;

@@ -1,0 +1,505 @@
+#include <zem/Platform/Operation.h>
+
+#include <gmock/gmock.h>
+
+#include <Support/ManualQueue.h>
+#include <Support/Wait.h>
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+using namespace zem::platform;
+using test::Event;
+using test::ManualQueue;
+using test::Transcript;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+/// An asynchronous operation that keeps its own state and reports the changes itself, as the calls
+/// into the runtime do: withdrawn while it waits, it finishes in its turn without its work.
+class Call final : public Operation {
+  public:
+    enum class State { ready, executing, finished };
+
+    static std::shared_ptr<Call> create(Transcript& transcript, std::string name,
+                                        QueuePriority priority = QueuePriority::normal) {
+        auto call = std::make_shared<Call>(transcript, std::move(name));
+        call->setQueuePriority(priority);
+        return call;
+    }
+
+    Call(Transcript& transcript, std::string name)
+        : transcript(transcript)
+        , name(std::move(name)) {}
+
+    bool isAsynchronous() const override { return true; }
+    bool isExecuting() const override { return state() == State::executing; }
+    bool isFinished() const override { return state() == State::finished; }
+    bool isCancelled() const override { return shouldNotStart && !isExecuting(); }
+
+    void start() override {
+        if (isCancelled()) {
+            transcript.add(name + " withdrawn");
+            setState(State::finished);
+            return;
+        }
+        setState(State::executing);
+        transcript.add(name + " started");
+        if (work) {
+            work();
+        }
+    }
+
+    State state() const {
+        Lock lock(stateLock);
+        return stateStore;
+    }
+
+    void setState(State next) {
+        const std::string_view old = key(state());
+        willChangeValue(old);
+        willChangeValue(key(next));
+        {
+            Lock lock(stateLock);
+            stateStore = next;
+        }
+        didChangeValue(key(next));
+        didChangeValue(old);
+    }
+
+    void finish() { setState(State::finished); }
+
+    std::atomic<bool> shouldNotStart = false;
+    std::function<void()> work;
+
+  private:
+    static std::string_view key(State state) {
+        return state == State::ready       ? "isReady"
+               : state == State::executing ? "isExecuting"
+                                           : "isFinished";
+    }
+
+    Transcript& transcript;
+    const std::string name;
+    mutable Mutex stateLock;
+    State stateStore = State::ready;
+};
+
+std::string name(const char* prefix, int number) {
+    return prefix + std::to_string(number);
+}
+
+} // namespace
+
+TEST(OperationQueue, StartsTheHighestPriorityFirstAndTheFirstComeWithinOne) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    const std::vector<std::pair<const char*, int>> added = {
+        {"background 1", -8}, {"normal 1", 0}, {"high 1", 4},    {"mutating 1", 8},
+        {"background 2", -8}, {"low", -4},     {"between", 3},   {"high 2", 4},
+        {"normal 2", 0},      {"beyond", 100}, {"mutating 2", 8}};
+    for (const auto& [text, priority] : added) {
+        queue->addOperation([&transcript, line = std::string(text)] { transcript.add(line); },
+                            QueuePriority{priority});
+    }
+    EXPECT_THAT(transcript.lines(), IsEmpty());
+    EXPECT_EQ(queue->operationCount(), added.size());
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(),
+                ElementsAre("beyond", "mutating 1", "mutating 2", "high 1", "high 2", "between",
+                            "normal 1", "normal 2", "low", "background 1", "background 2"));
+    EXPECT_EQ(queue->operationCount(), 0u);
+}
+
+TEST(OperationQueue, BlocksOvertakeTheCallsThatWait) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    const auto running = Call::create(transcript, "running");
+    queue->addOperation(running);
+    threads.runAll();
+    const auto high = Call::create(transcript, "high", QueuePriority::high);
+    queue->addOperation(high);
+    queue->addOperation([&] { transcript.add("block"); }, QueuePriority::veryHigh);
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("running started"));
+    running->finish();
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("running started", "block", "high started"));
+    high->finish();
+}
+
+TEST(OperationQueue, SixCallsOfWhichFiveExecuteUntilOneFinishes) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(5, &threads);
+    std::vector<std::shared_ptr<Call>> calls;
+    for (int number = 1; number <= 6; ++number) {
+        calls.push_back(Call::create(transcript, name("call ", number)));
+        queue->addOperation(calls.back());
+    }
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(),
+                ElementsAre("call 1 started", "call 2 started", "call 3 started", "call 4 started",
+                            "call 5 started"));
+    EXPECT_EQ(calls[5]->state(), Call::State::ready);
+    calls[2]->finish();
+    threads.runAll();
+    EXPECT_EQ(transcript.lines().back(), "call 6 started");
+    EXPECT_EQ(queue->operationCount(), 5u);
+    for (const auto& call : calls) {
+        if (!call->isFinished()) {
+            call->finish();
+        }
+    }
+    EXPECT_EQ(queue->operationCount(), 0u);
+}
+
+TEST(OperationQueue, AHighCallIsStartedBeforeTheBackgroundOnesThatWaitedLonger) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(2, &threads);
+    std::vector<std::shared_ptr<Call>> calls;
+    const auto add = [&](std::string text, QueuePriority priority) {
+        calls.push_back(Call::create(transcript, std::move(text), priority));
+        queue->addOperation(calls.back());
+    };
+    for (int number = 1; number <= 4; ++number) {
+        add(name("background ", number), QueuePriority::veryLow);
+    }
+    threads.runAll();
+    add("high", QueuePriority::high);
+    calls[0]->finish();
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(),
+                ElementsAre("background 1 started", "background 2 started", "high started"));
+    calls[1]->finish();
+    threads.runAll();
+    EXPECT_EQ(transcript.lines().back(), "background 3 started");
+    calls[4]->finish();
+    calls[2]->finish();
+    threads.runAll();
+    calls[3]->finish();
+    EXPECT_EQ(queue->operationCount(), 0u);
+}
+
+TEST(OperationQueue, TakesTheBestThatWaitsWhenAThreadComesNotWhenAPlaceWasFree) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(5, &threads);
+    queue->addOperation([&] { transcript.add("background"); }, QueuePriority::veryLow);
+    queue->addOperation([&] { transcript.add("high"); }, QueuePriority::high);
+    EXPECT_EQ(threads.waiting(), 2u);
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("high", "background"));
+}
+
+TEST(OperationQueue, AsksForNoMoreThreadsThanItHasPlaces) {
+    ManualQueue threads;
+    const auto narrow = OperationQueue::create(3, &threads);
+    for (int number = 0; number < 10; ++number) {
+        narrow->addOperation([] {});
+    }
+    EXPECT_EQ(threads.waiting(), 3u);
+    EXPECT_EQ(threads.runAll(), 10);
+    const auto wide = OperationQueue::create(OperationQueue::unbounded, &threads);
+    for (int number = 0; number < 100; ++number) {
+        wide->addOperation([] {});
+    }
+    EXPECT_EQ(threads.waiting(), 100u);
+    EXPECT_EQ(threads.runAll(), 100);
+    EXPECT_EQ(narrow->maxConcurrentOperationCount(), 3u);
+    EXPECT_EQ(wide->maxConcurrentOperationCount(), 0u);
+    EXPECT_EQ(OperationQueue::create()->maxConcurrentOperationCount(), 0u);
+}
+
+TEST(OperationQueue, StartsAWithdrawnCallInItsTurnWhichFinishesItself) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    const auto running = Call::create(transcript, "running");
+    const auto withdrawn = Call::create(transcript, "withdrawn call");
+    withdrawn->work = [&] {
+        transcript.add("work of the withdrawn call");
+    };
+    const auto next = Call::create(transcript, "next");
+    withdrawn->addObserver([&](Operation&, std::string_view key, Operation::Change change) {
+        transcript.add((change == Operation::Change::will ? "will " : "did ") + std::string(key));
+    });
+    queue->addOperation(running);
+    queue->addOperation(withdrawn);
+    queue->addOperation(next);
+    threads.runAll();
+    withdrawn->shouldNotStart = true;
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("running started"));
+    EXPECT_EQ(queue->operationCount(), 3u);
+    running->finish();
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(),
+                ElementsAre("running started", "withdrawn call withdrawn", "will isReady",
+                            "will isFinished", "did isFinished", "did isReady", "next started"));
+    next->finish();
+}
+
+TEST(OperationQueue, StartsACancelledBlockInItsTurnWhichFinishesItself) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    const auto block = BlockOperation::create([&] { transcript.add("cancelled block"); });
+    queue->addOperation(block);
+    queue->addOperation([&] { transcript.add("next"); });
+    block->cancel();
+    EXPECT_EQ(queue->operationCount(), 2u);
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("next"));
+    EXPECT_TRUE(block->isFinished());
+    EXPECT_EQ(queue->operationCount(), 0u);
+}
+
+TEST(OperationQueue, ACallWithoutWorkKeepsItsPlace) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    const auto idle = Call::create(transcript, "idle");
+    queue->addOperation(idle);
+    queue->addOperation([&] { transcript.add("block"); });
+    threads.runAll();
+    EXPECT_EQ(idle->state(), Call::State::executing);
+    EXPECT_THAT(transcript.lines(), ElementsAre("idle started"));
+    idle->finish();
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("idle started", "block"));
+}
+
+TEST(OperationQueue, GivesThePlaceAwayOnceWhenTheEndIsReportedTwice) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    std::vector<std::shared_ptr<Call>> calls;
+    for (int number = 1; number <= 3; ++number) {
+        calls.push_back(Call::create(transcript, name("call ", number)));
+        queue->addOperation(calls.back());
+    }
+    threads.runAll();
+    calls[0]->finish();
+    calls[0]->finish();
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("call 1 started", "call 2 started"));
+    calls[1]->finish();
+    threads.runAll();
+    calls[2]->finish();
+}
+
+TEST(OperationQueue, ACallThatFinishesWhileItWaitsIsNotStarted) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    const auto first = Call::create(transcript, "first");
+    const auto timedOut = Call::create(transcript, "timed out");
+    const auto last = Call::create(transcript, "last");
+    queue->addOperation(timedOut);
+    timedOut->finish(); // its turn was asked for already
+    EXPECT_EQ(queue->operationCount(), 0u);
+    queue->addOperation(first);
+    threads.runAll();
+    const auto timedOutLater = Call::create(transcript, "timed out later");
+    queue->addOperation(timedOutLater);
+    queue->addOperation(last);
+    timedOutLater->finish();
+    EXPECT_EQ(queue->operationCount(), 2u);
+    first->finish();
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("first started", "last started"));
+    last->finish();
+    EXPECT_EQ(queue->operationCount(), 0u);
+}
+
+TEST(OperationQueue, ACallThatWasFinishedBeforeItWasAddedIsNotStarted) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    const auto finished = Call::create(transcript, "finished");
+    finished->finish();
+    queue->addOperation(finished);
+    queue->addOperation([&] { transcript.add("next"); });
+    EXPECT_EQ(queue->operationCount(), 1u);
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("next"));
+}
+
+TEST(OperationQueue, ACallMayFinishInItsOwnWork) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    const auto call = Call::create(transcript, "call");
+    call->work = [&] {
+        call->finish();
+    };
+    queue->addOperation(call);
+    queue->addOperation([&] { transcript.add("next"); });
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("call started", "next"));
+}
+
+TEST(OperationQueue, KeepsACallUntilItIsFinishedAndNoLonger) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    std::weak_ptr<Call> weak;
+    {
+        const auto call = Call::create(transcript, "call");
+        weak = call;
+        queue->addOperation(call);
+    }
+    threads.runAll();
+    ASSERT_FALSE(weak.expired());
+    weak.lock()->finish();
+    EXPECT_TRUE(weak.expired());
+}
+
+TEST(OperationQueue, RunsWhatWasAddedBeforeItsLastReferenceWent) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto first = Call::create(transcript, "first");
+    {
+        const auto queue = OperationQueue::create(1, &threads);
+        queue->addOperation(first);
+        queue->addOperation([&] { transcript.add("second"); });
+        queue->addOperation([&] { transcript.add("third"); });
+    }
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("first started"));
+    first->finish();
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("first started", "second", "third"));
+}
+
+TEST(OperationQueue, MayLoseItsLastReferenceInOneOfItsOperations) {
+    Transcript transcript;
+    Event given("both operations added");
+    Event done("the last operation");
+    auto queue = OperationQueue::create(1);
+    OperationQueue& alive = *queue;
+    alive.addOperation([&, queue = std::move(queue)]() mutable {
+        given.wait();
+        queue.reset();
+        transcript.add("dropped");
+    });
+    alive.addOperation([&] {
+        transcript.add("after");
+        done.signal();
+    });
+    given.signal();
+    done.wait();
+    EXPECT_THAT(transcript.lines(), ElementsAre("dropped", "after"));
+}
+
+TEST(OperationQueue, OfWidthOneRunsOneOperationAtATimeOnTheGlobalQueue) {
+    constexpr int count = 500;
+    const auto queue = OperationQueue::create(1);
+    Event done("every operation");
+    std::atomic<int> running = 0;
+    int overlaps = 0;
+    int counter = 0; // not atomic: a width of one keeps it whole
+    std::vector<int> order;
+    for (int number = 0; number < count; ++number) {
+        queue->addOperation([&, number] {
+            overlaps += running.fetch_add(1) == 0 ? 0 : 1;
+            order.push_back(number);
+            ++counter;
+            running.fetch_sub(1);
+            done.signal();
+        });
+    }
+    done.wait(count);
+    EXPECT_EQ(counter, count);
+    EXPECT_EQ(overlaps, 0);
+    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+    EXPECT_EQ(order.size(), static_cast<std::size_t>(count));
+}
+
+TEST(OperationQueue, FillsItsWidthOnTheGlobalQueueAndNeverMore) {
+    constexpr int width = 5;
+    constexpr int count = 20;
+    const auto queue = OperationQueue::create(width);
+    Event started("the operations started");
+    Event gate("the gate");
+    Event done("every operation");
+    std::atomic<int> running = 0;
+    std::atomic<int> most = 0;
+    for (int number = 0; number < count; ++number) {
+        queue->addOperation([&] {
+            const int now = running.fetch_add(1) + 1;
+            int seen = most;
+            while (seen < now && !most.compare_exchange_weak(seen, now)) {
+            }
+            started.signal();
+            gate.wait();
+            running.fetch_sub(1);
+            done.signal();
+        });
+    }
+    started.wait(width);
+    EXPECT_EQ(queue->operationCount(), static_cast<std::size_t>(count));
+    gate.signal();
+    done.wait(count);
+    EXPECT_EQ(most, width);
+}
+
+TEST(OperationQueue, TakesOperationsFromManyThreadsAndTheirEndsFromOthers) {
+    constexpr int producers = 4;
+    constexpr int callsEach = 250;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(5);
+    Event finished("every call finished");
+    std::vector<std::thread> threads;
+    for (int producer = 0; producer < producers; ++producer) {
+        threads.emplace_back([&, producer] {
+            for (int number = 0; number < callsEach; ++number) {
+                const auto call = Call::create(transcript, "call", QueuePriority{producer});
+                call->work = [&, weak = std::weak_ptr(call)] {
+                    globalQueue().async([&, weak] {
+                        if (const auto alive = weak.lock()) {
+                            alive->finish();
+                            finished.signal();
+                        }
+                    });
+                };
+                call->shouldNotStart = number % 5 == 4;
+                if (call->shouldNotStart) {
+                    call->addObserver(
+                        [&](Operation&, std::string_view key, Operation::Change change) {
+                            if (key == "isFinished" && change == Operation::Change::did) {
+                                finished.signal();
+                            }
+                        });
+                }
+                queue->addOperation(call);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    finished.wait(producers * callsEach);
+    const auto lines = transcript.lines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "call started"), producers * 200);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "call withdrawn"), producers * 50);
+}
+
+TEST(OperationQueueDeathTest, AddingAnOperationTwiceEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            ManualQueue threads;
+            const auto queue = OperationQueue::create(1, &threads);
+            const auto operation = BlockOperation::create([] {});
+            queue->addOperation(operation);
+            queue->addOperation(operation);
+        },
+        "zem: an operation is added to a queue that it is already in");
+}
