@@ -39,6 +39,8 @@ JSValueRef callFunction(JSContextRef context, JSObjectRef function, JSObjectRef 
             return engineValue(*result);
         }
         *exception = engineValue(scope.local(result.error().value()));
+    } catch (const Exception& error) {
+        *exception = engineValue(scope.local(error.value()));
     } catch (const std::exception& error) {
         *exception = engineValue(scope.error(ErrorType::error, error.what()));
     } catch (...) {

@@ -23,7 +23,8 @@ using Arguments = std::span<const Local>;
 /// A native closure that JavaScript calls as a function. It runs on the thread that runs the
 /// JavaScript, inside the engine; the engine's lock is not held meanwhile, so other threads'
 /// JavaScript may run in the middle of it. It does no blocking work. An exception given as the
-/// result is thrown to JavaScript; so is a C++ exception that escapes, as an Error with its text.
+/// result is thrown to JavaScript, and so is an Exception that escapes as a C++ exception; any
+/// other that escapes is thrown as an Error with its text.
 ///
 /// It is destroyed when the engine has collected the function, at a later entry of the context. It
 /// holds its owner weakly, and no handle on anything that holds the function.

@@ -62,18 +62,18 @@ std::unexpected<Exception> Connection::failGone(Scope& scope, const std::string&
     return scope.fail(ErrorType::error, place + ": the plugin is gone");
 }
 
-Exception Connection::missingArgument(Scope& scope, const std::string& place, std::size_t index,
+Exception Connection::missingArgument(const Call& made, std::size_t index,
                                       std::string_view expected) {
-    return scope.exception(
-        scope.error(ErrorType::typeError, fmt::format("{}, argument {}: expected {}, found nothing",
-                                                      place, index + 1, expected)));
+    return made.scope.exception(made.scope.error(
+        ErrorType::typeError, fmt::format("{}, argument {}: expected {}, found nothing", made.place,
+                                          index + 1, expected)));
 }
 
-Exception Connection::wrongArgument(Scope& scope, const std::string& place, std::size_t index,
+Exception Connection::wrongArgument(const Call& made, std::size_t index,
                                     const DecodingError& error) {
-    return scope.exception(
-        scope.error(ErrorType::typeError,
-                    fmt::format("{}, argument {}: {}", place, index + 1, error.description())));
+    return made.scope.exception(
+        made.scope.error(ErrorType::typeError, fmt::format("{}, argument {}: {}", made.place,
+                                                           index + 1, error.description())));
 }
 
 } // namespace tessel

@@ -68,25 +68,24 @@ class Connection {
 
     /// Binds a member function as a method; only from Plugin::bind. The shapes are those of the
     /// function's signature. Arguments are decoded left to right up to the first failure, which is
-    /// thrown as a TypeError that names the place; what the member function throws is thrown as an
-    /// Error. The function runs on the thread that runs the JavaScript.
+    /// thrown as a TypeError that names the place. What the member function throws is thrown to
+    /// JavaScript: a zem::js::Exception as the value it carries, anything else as an Error. The
+    /// function runs on the thread that runs the JavaScript.
     template <FixedText name, auto method, class Owner>
     void bind(Owner& owner) {
-        using Traits = MethodTraits<decltype(method)>;
         setMethod(
-            name.view(), Traits::count,
+            name.view(), MethodTraits<decltype(method)>::count,
             [held = std::weak_ptr<Owner>(std::static_pointer_cast<Owner>(owner.shared_from_this())),
              place = std::string(current->namespace_) + "." + std::string(name.view()),
              counted =
                  outstandingWork](zem::js::Scope& scope, zem::js::Local,
                                   zem::js::Arguments arguments) -> zem::js::Result<zem::js::Local> {
+                // Held until the method has returned, whoever lets go of the plugin meanwhile.
                 const std::shared_ptr<Owner> strong = held.lock();
                 if (strong == nullptr) {
                     return failGone(scope, place);
                 }
-                typename OptionalsOf<typename Traits::ParameterTypes>::Type decoded;
-                return callDecoded<method>(scope, *strong, place, counted, arguments, decoded,
-                                           std::make_index_sequence<Traits::count>());
+                return call<method>(*strong, Call{scope, place, counted, arguments});
             });
     }
 
@@ -101,6 +100,14 @@ class Connection {
         std::string_view namespace_;
     };
 
+    /// One call of a bound method.
+    struct Call {
+        zem::js::Scope& scope;
+        const std::string& place;
+        const std::shared_ptr<Activity>& counted;
+        zem::js::Arguments arguments;
+    };
+
     template <class Tuple>
     struct OptionalsOf;
     template <class... Types>
@@ -108,41 +115,39 @@ class Connection {
         using Type = std::tuple<std::optional<Types>...>;
     };
 
-    template <auto method, class Owner, class Optionals, std::size_t... indices>
-    static zem::js::Result<zem::js::Local>
-    callDecoded(zem::js::Scope& scope, Owner& owner, const std::string& place,
-                const std::shared_ptr<Activity>& counted, zem::js::Arguments arguments,
-                Optionals& decoded, std::index_sequence<indices...>) {
-        std::optional<zem::js::Exception> failure;
-        const bool complete = (decodeArgument(scope, place, counted, arguments, indices,
-                                              std::get<indices>(decoded), failure) &&
-                               ...);
-        if (!complete) {
-            return std::unexpected(std::move(*failure));
-        }
-        using Answer = typename MethodTraits<decltype(method)>::AnswerType;
-        if constexpr (std::is_void_v<Answer>) {
-            (owner.*method)(std::move(*std::get<indices>(decoded))...);
-            return scope.undefined();
-        } else {
-            return encodeValue(scope, (owner.*method)(std::move(*std::get<indices>(decoded))...));
-        }
+    template <auto method, class Owner>
+    static zem::js::Result<zem::js::Local> call(Owner& owner, const Call& made) {
+        using Traits = MethodTraits<decltype(method)>;
+        return [&]<std::size_t... indices>(
+                   std::index_sequence<indices...>) -> zem::js::Result<zem::js::Local> {
+            typename OptionalsOf<typename Traits::ParameterTypes>::Type decoded;
+            std::optional<zem::js::Exception> failure;
+            if (!(decodeArgument(made, indices, std::get<indices>(decoded), failure) && ...)) {
+                return std::unexpected(std::move(*failure));
+            }
+            if constexpr (std::is_void_v<typename Traits::AnswerType>) {
+                (owner.*method)(std::move(*std::get<indices>(decoded))...);
+                return made.scope.undefined();
+            } else {
+                return encodeValue(made.scope,
+                                   (owner.*method)(std::move(*std::get<indices>(decoded))...));
+            }
+        }(std::make_index_sequence<Traits::count>());
     }
 
     template <class Parameter>
-    static bool decodeArgument(zem::js::Scope& scope, const std::string& place,
-                               const std::shared_ptr<Activity>& counted,
-                               zem::js::Arguments arguments, std::size_t index,
+    static bool decodeArgument(const Call& made, std::size_t index,
                                std::optional<Parameter>& decoded,
                                std::optional<zem::js::Exception>& failure) {
-        if (index >= arguments.size()) {
-            failure = missingArgument(scope, place, index, Coding<Parameter>::expected);
+        // Also where undefined would do: a call that is too short is a mistake of its own.
+        if (index >= made.arguments.size()) {
+            failure = missingArgument(made, index, Coding<Parameter>::expected);
             return false;
         }
         Decoded<Parameter> outcome =
-            decode<Parameter>(JSValueDecoder(scope, arguments[index], &counted));
+            decode<Parameter>(JSValueDecoder(made.scope, made.arguments[index], &made.counted));
         if (!outcome) {
-            failure = wrongArgument(scope, place, index, outcome.error());
+            failure = wrongArgument(made, index, outcome.error());
             return false;
         }
         decoded.emplace(std::move(*outcome));
@@ -152,10 +157,10 @@ class Connection {
     void setMethod(std::string_view name, std::size_t length, zem::js::NativeFunction body);
     static std::unexpected<zem::js::Exception> failGone(zem::js::Scope& scope,
                                                         const std::string& place);
-    static zem::js::Exception missingArgument(zem::js::Scope& scope, const std::string& place,
-                                              std::size_t index, std::string_view expected);
-    static zem::js::Exception wrongArgument(zem::js::Scope& scope, const std::string& place,
-                                            std::size_t index, const DecodingError& error);
+    static zem::js::Exception missingArgument(const Call& made, std::size_t index,
+                                              std::string_view expected);
+    static zem::js::Exception wrongArgument(const Call& made, std::size_t index,
+                                            const DecodingError& error);
 
     zem::js::Context boundContext;
     std::shared_ptr<Activity> outstandingWork = std::make_shared<Activity>();
