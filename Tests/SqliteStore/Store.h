@@ -18,7 +18,12 @@
 
 namespace test {
 
-inline constexpr std::string_view storeKey = "the key of a test";
+// Keys that are used as they are, 32 bytes in hexadecimal: deriving one from a passphrase takes a
+// good part of a second, which most tests are not about.
+inline constexpr std::string_view storeKey =
+    "x'000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f'";
+inline constexpr std::string_view anotherKey =
+    "x'ff0102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f'";
 inline constexpr std::string_view storeSalt = "0123456789abcdef";
 inline constexpr const char* storeSaltHex = "30313233343536373839616263646566";
 
