@@ -78,6 +78,8 @@ set(SQLCIPHER_FLAGS -O2 -g1 -fPIC -fvisibility=hidden -w
     -D_GNU_SOURCE -DHAVE_STDINT_H=1 -DHAVE_USLEEP=1
     -DSQLITE_HAS_CODEC -DSQLITE_TEMP_STORE=2 -DSQLITE_THREADSAFE=1
     -DSQLCIPHER_CRYPTO_OPENSSL
+    # Failures reach the caller; its own lines on standard error would reach the application's users.
+    -DSQLCIPHER_OMIT_DEFAULT_LOGGING
     -DSQLITE_EXTRA_INIT=sqlcipher_extra_init -DSQLITE_EXTRA_SHUTDOWN=sqlcipher_extra_shutdown
     ${SQLCIPHER_SANITIZE_FLAGS})
 
