@@ -22,7 +22,7 @@ struct OperationQueue::State : std::enable_shared_from_this<OperationQueue::Stat
         bool executing;
     };
 
-    void add(std::shared_ptr<Operation> operation);
+    void add(const std::shared_ptr<Operation>& operation);
 
     /// Asks for as many turns as there are places for what waits.
     void schedule();
@@ -44,7 +44,7 @@ struct OperationQueue::State : std::enable_shared_from_this<OperationQueue::Stat
     std::size_t executing = 0;
 };
 
-void OperationQueue::State::add(std::shared_ptr<Operation> operation) {
+void OperationQueue::State::add(const std::shared_ptr<Operation>& operation) {
     Operation& added = *operation;
     const int priority = static_cast<int>(added.queuePriority());
     added.addObserver([self = shared_from_this()](Operation& changed, std::string_view key,
@@ -145,7 +145,7 @@ OperationQueue::OperationQueue(std::shared_ptr<State> state)
 OperationQueue::~OperationQueue() = default;
 
 void OperationQueue::addOperation(std::shared_ptr<Operation> operation) {
-    state->add(std::move(operation));
+    state->add(operation);
 }
 
 void OperationQueue::addOperation(Task block, QueuePriority priority) {

@@ -55,7 +55,8 @@ RunLoopThread::RunLoopThread(std::string name)
     if (error != 0) {
         throw std::system_error(error, std::generic_category(), "a run loop's thread");
     }
-    argument.release();
+    // The thread deletes it.
+    static_cast<void>(argument.release());
     UniqueLock lock(state->mutex);
     state->changed.wait(lock, [this] { return state->loop != nullptr; });
     loop = state->loop;

@@ -7,7 +7,6 @@
 
 using namespace zem::platform;
 using namespace std::chrono_literals;
-using test::Event;
 using test::Transcript;
 using test::waitLimit;
 using testing::ElementsAre;

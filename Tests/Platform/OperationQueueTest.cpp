@@ -457,6 +457,7 @@ TEST(OperationQueue, TakesOperationsFromManyThreadsAndTheirEndsFromOthers) {
     const auto queue = OperationQueue::create(5);
     Event finished("every call finished");
     std::vector<std::thread> threads;
+    threads.reserve(producers);
     for (int producer = 0; producer < producers; ++producer) {
         threads.emplace_back([&, producer] {
             for (int number = 0; number < callsEach; ++number) {

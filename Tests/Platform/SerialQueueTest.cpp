@@ -51,6 +51,7 @@ TEST(SerialQueue, NeverRunsTwoTasksAtOnceAndEachSeesWhatTheOneBeforeWrote) {
     std::vector<int> last(producers, -1);
     int outOfOrder = 0;
     std::vector<std::thread> threads;
+    threads.reserve(producers);
     for (int producer = 0; producer < producers; ++producer) {
         threads.emplace_back([&, producer] {
             for (int number = 0; number < tasksEach; ++number) {
