@@ -119,12 +119,11 @@ void makeFolder(const std::filesystem::path& folder) {
 }
 
 /// Labels name files, and no other file than one of this folder.
-const std::string& checkedName(const std::string& label, const std::filesystem::path& folder) {
+void checkLabel(const std::string& label, const std::filesystem::path& folder) {
     if (label.empty() || label.front() == '.' || label.find('/') != std::string::npos ||
         label.find('\0') != std::string::npos) {
         fail(folder, "a label must not be empty, begin with a dot, or hold a slash or a NUL");
     }
-    return label;
 }
 
 bool writeAll(const Descriptor& file, platform::BytesView bytes) {
@@ -193,9 +192,9 @@ FileKeyStore::create(const std::filesystem::path& path) {
 }
 
 std::optional<SecretBytes> FileKeyStore::storedItem(const std::string& label) {
-    const std::string& name = checkedName(label, folder);
-    const std::filesystem::path path = folder / name;
-    const std::optional<Descriptor> file = openItem(openFolder(folder), name, path);
+    checkLabel(label, folder);
+    const std::filesystem::path path = folder / label;
+    const std::optional<Descriptor> file = openItem(openFolder(folder), label, path);
     if (!file) {
         return std::nullopt;
     }
@@ -219,10 +218,10 @@ std::optional<SecretBytes> FileKeyStore::storedItem(const std::string& label) {
 
 bool FileKeyStore::store(const SecretBytes& item, const std::string& label) {
     try {
-        const std::string& name = checkedName(label, folder);
+        checkLabel(label, folder);
         const Descriptor opened = openFolder(folder);
         TemporaryFile file(opened);
-        return item.size() <= longestItem && file.write(item) && file.linkAs(name) &&
+        return item.size() <= longestItem && file.write(item) && file.linkAs(label) &&
                fsync(opened.get()) == 0;
     } catch (const FileKeyStoreError&) {
         return false;
@@ -230,16 +229,16 @@ bool FileKeyStore::store(const SecretBytes& item, const std::string& label) {
 }
 
 void FileKeyStore::removeItem(const std::string& label) {
-    const std::string& name = checkedName(label, folder);
+    checkLabel(label, folder);
     const Descriptor opened = openFolder(folder);
-    if (unlinkat(opened.get(), name.c_str(), 0) != 0) {
+    if (unlinkat(opened.get(), label.c_str(), 0) != 0) {
         if (errno == ENOENT) {
             return;
         }
-        failOnError(folder / name, "the file cannot be deleted");
+        failOnError(folder / label, "the file cannot be deleted");
     }
     if (fsync(opened.get()) != 0) {
-        failOnError(folder / name, "the deletion cannot be kept");
+        failOnError(folder / label, "the deletion cannot be kept");
     }
 }
 

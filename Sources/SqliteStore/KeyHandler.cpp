@@ -44,10 +44,10 @@ void KeychainStore::removeItem(const std::string& label) {
     keychain->remove(query);
 }
 
-KeyHandler::KeyHandler(std::string key, std::string salt, std::shared_ptr<KeyStoring> given)
+KeyHandler::KeyHandler(std::string key, std::string salt, const std::shared_ptr<KeyStoring>& given)
     : keyLabel(std::move(key))
     , saltLabel(std::move(salt))
-    , keyStore(given ? std::move(given) : sharedKeyStore()) {}
+    , keyStore(given ? given : sharedKeyStore()) {}
 
 SecretBytes KeyHandler::key() {
     return storedOrNew(keyLabel, 32);

@@ -55,7 +55,7 @@ class KeyHandler {
     /// another.
     explicit KeyHandler(std::string keyLabel = storeKeyLabel,
                         std::string saltLabel = storeSaltLabel,
-                        std::shared_ptr<KeyStoring> keyStore = nullptr);
+                        const std::shared_ptr<KeyStoring>& keyStore = nullptr);
 
     /// The kept key, or 32 fresh random bytes, which are handed to the key store and returned
     /// whether or not it could keep them.

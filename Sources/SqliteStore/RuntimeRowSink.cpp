@@ -50,8 +50,8 @@ class RuntimeRowSink::Chunk {
 /// other.
 class RuntimeRowSink::Building {
   public:
-    explicit Building(std::vector<std::string> names)
-        : names(std::move(names)) {}
+    explicit Building(std::vector<std::string> columnNames)
+        : names(std::move(columnNames)) {}
 
     void append(js::Scope& scope, const Chunk& chunk) {
         const js::Local array = scope.local(rows(scope));

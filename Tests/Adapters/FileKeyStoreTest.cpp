@@ -169,6 +169,7 @@ TEST_F(FileKeyStoreTest, ManyKeepingAtOnceLeaveTheOneThatSucceeded) {
     SecretBytes winner;
     {
         std::vector<std::jthread> threads;
+        threads.reserve(8);
         for (int count = 0; count < 8; ++count) {
             threads.emplace_back([&] {
                 const SecretBytes secret = platform::randomKey(32);
@@ -198,7 +199,7 @@ TEST_F(FileKeyStoreTest, LeavesNothingBehindThatCouldNotBeWrittenWhole) {
 TEST_F(FileKeyStoreTest, RefusesAFolderThatOthersCanEnter) {
     const auto store = create();
     ASSERT_TRUE(store->store(secretOf(secretText), label));
-    for (const mode_t mode : {0701, 0710, 0740, 0704, 0755, 0777}) {
+    for (const mode_t mode : {0701U, 0710U, 0740U, 0704U, 0755U, 0777U}) {
         ASSERT_EQ(chmod(folder.c_str(), mode), 0);
         char found[8];
         std::snprintf(found, sizeof found, "%04o", mode);
@@ -220,7 +221,7 @@ TEST_F(FileKeyStoreTest, RefusesAFolderThatOthersCanEnter) {
 TEST_F(FileKeyStoreTest, RefusesAFileThatOthersCanRead) {
     const auto store = create();
     ASSERT_TRUE(store->store(secretOf(secretText), label));
-    for (const mode_t mode : {0604, 0640, 0644, 0660, 0666}) {
+    for (const mode_t mode : {0604U, 0640U, 0644U, 0660U, 0666U}) {
         ASSERT_EQ(chmod(file.c_str(), mode), 0);
         char found[8];
         std::snprintf(found, sizeof found, "%04o", mode);

@@ -248,6 +248,7 @@ TEST(SecretServiceKeychain, ManyAddingAtOnceLeaveOneItem) {
     std::atomic<int> duplicate = 0;
     {
         std::vector<std::jthread> threads;
+        threads.reserve(8);
         for (int count = 0; count < 8; ++count) {
             threads.emplace_back([&] {
                 // As if each were a process of its own: a keychain holds no lock on another.
