@@ -58,6 +58,7 @@ Context Context::adopt(void* globalContext, std::shared_ptr<platform::RunLoop> h
     JSGlobalContextRef global = static_cast<JSGlobalContextRef>(globalContext);
     Context context;
     const auto take = [&] {
+        prepareEngine();
         context.state = shareState(JSGlobalContextRetain(global), home);
     };
     if (home == nullptr) {
@@ -112,7 +113,7 @@ void Context::reportUncaught(Scope& scope, const Exception& exception) const {
         (*handler)(scope, exception);
         return;
     }
-    static const platform::Log log("com.quorvane.ZEM", "JavaScript");
+    static const auto& log = *new platform::Log("com.quorvane.ZEM", "JavaScript");
     log.error("uncaught exception in a callback: %{private}s", {exception.text()});
 }
 

@@ -103,9 +103,10 @@ class Context {
 
     /// Asks `shouldStop` about every 50 ms of running JavaScript, on the thread that runs it, and
     /// ends the script with an exception that it cannot catch when the answer is true; where native
-    /// code called that script, what goes on then is up to the caller. `shouldStop` throws nothing
-    /// and does not enter the engine. To be set before what may have to be stopped is started; an
-    /// empty one takes it away. False where the engine cannot do it.
+    /// code called that script, what goes on then is up to the caller. Each promise job is a script
+    /// of its own: an endless row of short ones is not asked about. `shouldStop` throws nothing and
+    /// does not enter the engine. To be set before what may have to be stopped is started; an empty
+    /// one takes it away. False where the engine cannot do it.
     bool setInterruptHandler(std::function<bool()> shouldStop) const;
 
     /// Collects what is garbage now, and lets go of what handles held.

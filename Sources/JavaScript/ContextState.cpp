@@ -67,8 +67,14 @@ using ClearExecutionTimeLimit = void (*)(JSContextGroupRef);
 
 constexpr double interruptCheckSeconds = 0.05;
 
-bool askShouldStop(JSContextRef, void* state) noexcept {
-    return static_cast<ContextState*>(state)->shouldStop();
+bool askShouldStop(JSContextRef, void* data) noexcept {
+    auto* state = static_cast<ContextState*>(data);
+    if (state->shouldStop()) {
+        return true;
+    }
+    // The engine asks once; it has to be told to ask again.
+    setInterruptible(state->global, state);
+    return false;
 }
 
 } // namespace
@@ -189,7 +195,18 @@ bool ContextState::shouldStop() {
         platform::Lock lock(mutex);
         handler = interruptHandler;
     }
-    return handler != nullptr && (*handler)();
+    if (handler == nullptr || !(*handler)()) {
+        return false;
+    }
+    stopped = true;
+    return true;
+}
+
+JSValueRef ContextState::takePending() {
+    // A step that cannot throw by itself.
+    JSValueRef thrown = nullptr;
+    JSObjectGetPropertyAtIndex(global, intrinsics.functionPrototype, 0, &thrown);
+    return thrown;
 }
 
 std::shared_ptr<ContextState> shareState(JSGlobalContextRef global,
@@ -220,6 +237,7 @@ Entry::Entry(std::shared_ptr<ContextState> state)
 }
 
 Entry::~Entry() {
+    state->settle();
     // What was collected meanwhile may have nobody else to see to it for long.
     if (state->hasReleased()) {
         state->drainReleased();

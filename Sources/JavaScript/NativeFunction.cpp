@@ -36,7 +36,7 @@ JSValueRef callFunction(JSContextRef context, JSObjectRef function, JSObjectRef 
         Result<Local> result =
             body->body(scope, Local(self), {reinterpret_cast<const Local*>(arguments), count});
         if (result) {
-            return engineValue(*result);
+            return result->get() != nullptr ? engineValue(*result) : JSValueMakeUndefined(context);
         }
         *exception = engineValue(scope.local(result.error().value()));
     } catch (const Exception& error) {

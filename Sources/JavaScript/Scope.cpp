@@ -258,6 +258,7 @@ Result<std::vector<std::string>> Scope::propertyNames(Local object) {
 }
 
 Result<Local> Scope::call(Local function, Arguments arguments, Local self) {
+    platform::Mutex::assertNoneHeld("running JavaScript");
     JSContextRef context = engineContext(engine);
     if (!JSValueIsObject(context, engineValue(function)) ||
         !JSObjectIsFunction(context, engineObject(function))) {
@@ -269,6 +270,7 @@ Result<Local> Scope::call(Local function, Arguments arguments, Local self) {
     JSValueRef value = JSObjectCallAsFunction(context, engineObject(function),
                                               hasSelf ? engineObject(self) : nullptr,
                                               arguments.size(), engineValues(arguments), &thrown);
+    state.settle();
     if (thrown != nullptr) {
         return std::unexpected(exception(Local(thrown)));
     }
@@ -295,11 +297,13 @@ Result<Local> Scope::callMethod(Local object, const Name& name,
 
 Result<Local> Scope::evaluate(std::string_view source, std::string_view sourceURL,
                               int startingLine) {
+    platform::Mutex::assertNoneHeld("running JavaScript");
     const EngineString text(makeString(source));
     const EngineString url(makeString(sourceURL));
     JSValueRef thrown = nullptr;
     JSValueRef value = JSEvaluateScript(engineContext(engine), text.get(), nullptr, url.get(),
                                         startingLine, &thrown);
+    state.settle();
     if (thrown != nullptr) {
         return std::unexpected(exception(Local(thrown)));
     }

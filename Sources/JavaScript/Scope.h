@@ -63,8 +63,7 @@ class Scope {
     double toNumber(Local value);
     std::string toText(Local value);
     /// The bytes of an ArrayBuffer or typed array, borrowed until the engine is left or JavaScript
-    /// runs; none of a detached one; absent for anything else. JavaScript can no longer detach what
-    /// was borrowed.
+    /// runs; none of a detached one; absent for anything else.
     std::optional<std::span<const std::uint8_t>> bytes(Local value);
     bool isSame(Local left, Local right);
 

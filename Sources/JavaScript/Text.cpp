@@ -1,8 +1,13 @@
 #include <zem/JavaScript/Private/Text.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
-#include <vector>
+#include <limits>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <unicode/ustring.h>
 
 namespace zem::js {
 
@@ -28,84 +33,41 @@ bool isASCIIWithoutNUL(const char* text, std::size_t length) {
     return true;
 }
 
-constexpr char16_t replacement = 0xFFFD;
+constexpr UChar32 replacement = 0xFFFD;
 
-/// One character of UTF-8 text at `at`, which is moved behind it. Of what is no character, the
-/// longest beginning of one counts as one U+FFFD, so that what follows it is not lost.
-char32_t nextCharacter(std::string_view text, std::size_t& at) {
-    const auto byte = [&](std::size_t index) {
-        return static_cast<unsigned char>(text[index]);
-    };
-    const unsigned lead = byte(at++);
-    if (lead < 0x80) {
-        return lead;
+/// Lengths as the converter counts them.
+std::int32_t counted(std::size_t length) {
+    if (length > std::size_t{std::numeric_limits<std::int32_t>::max()}) {
+        throw std::length_error("text of more than 2 GiB");
     }
-    // What the second byte may be keeps out overlong forms, surrogates and what is above U+10FFFF.
-    unsigned lowest = 0x80;
-    unsigned highest = 0xBF;
-    int missing = 0;
-    char32_t character = 0;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-        missing = 1;
-        character = lead & 0x1F;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-        missing = 2;
-        character = lead & 0x0F;
-        lowest = lead == 0xE0 ? 0xA0 : lowest;
-        highest = lead == 0xED ? 0x9F : highest;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-        missing = 3;
-        character = lead & 0x07;
-        lowest = lead == 0xF0 ? 0x90 : lowest;
-        highest = lead == 0xF4 ? 0x8F : highest;
-    } else {
-        return replacement;
-    }
-    for (; missing > 0; --missing) {
-        if (at == text.size() || byte(at) < lowest || byte(at) > highest) {
-            return replacement;
-        }
-        character = (character << 6) | (byte(at++) & 0x3F);
-        lowest = 0x80;
-        highest = 0xBF;
-    }
-    return character;
+    return static_cast<std::int32_t>(length);
 }
 
 JSStringRef makeUTF16(std::string_view text) {
-    std::vector<JSChar> units;
-    units.reserve(text.size());
-    for (std::size_t at = 0; at < text.size();) {
-        const char32_t character = nextCharacter(text, at);
-        if (character < 0x10000) {
-            units.push_back(static_cast<JSChar>(character));
-        } else {
-            units.push_back(static_cast<JSChar>(0xD800 + ((character - 0x10000) >> 10)));
-            units.push_back(static_cast<JSChar>(0xDC00 + ((character - 0x10000) & 0x3FF)));
-        }
+    // No character takes more units than bytes.
+    const std::int32_t bytes = counted(text.size());
+    const auto units = std::make_unique_for_overwrite<char16_t[]>(text.size());
+    std::int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strFromUTF8WithSub(units.get(), bytes, &length, text.data(), bytes, replacement, nullptr,
+                         &status);
+    if (U_FAILURE(status)) {
+        throw std::bad_alloc();
     }
-    return JSStringCreateWithCharacters(units.data(), units.size());
+    return JSStringCreateWithCharacters(reinterpret_cast<const JSChar*>(units.get()),
+                                        static_cast<std::size_t>(length));
 }
 
-void appendUTF8(std::string& text, char32_t character) {
-    const auto trail = [&](unsigned shift) {
-        return static_cast<char>(0x80 | ((character >> shift) & 0x3F));
-    };
-    if (character < 0x80) {
-        text += static_cast<char>(character);
-    } else if (character < 0x800) {
-        text += static_cast<char>(0xC0 | (character >> 6));
-        text += trail(0);
-    } else if (character < 0x10000) {
-        text += static_cast<char>(0xE0 | (character >> 12));
-        text += trail(6);
-        text += trail(0);
-    } else {
-        text += static_cast<char>(0xF0 | (character >> 18));
-        text += trail(12);
-        text += trail(6);
-        text += trail(0);
+/// What fits of the UTF-8 form, in `text`; the length of the whole.
+std::size_t convert(const char16_t* units, std::size_t count, std::string& text) {
+    std::int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strToUTF8WithSub(text.data(), counted(text.size()), &length, units, counted(count),
+                       replacement, nullptr, &status);
+    if (U_FAILURE(status) && status != U_BUFFER_OVERFLOW_ERROR) {
+        throw std::bad_alloc();
     }
+    return static_cast<std::size_t>(length);
 }
 
 } // namespace
@@ -146,24 +108,15 @@ std::string toUTF8(JSStringRef string) {
         text.pop_back();
         return text;
     }
-    const JSChar* const characters = JSStringGetCharactersPtr(string);
-    const auto isHigh = [](JSChar unit) {
-        return unit >= 0xD800 && unit < 0xDC00;
-    };
-    const auto isLow = [](JSChar unit) {
-        return unit >= 0xDC00 && unit < 0xE000;
-    };
-    text.clear();
-    for (std::size_t index = 0; index < units; ++index) {
-        const JSChar unit = characters[index];
-        if (isHigh(unit) && index + 1 < units && isLow(characters[index + 1])) {
-            const char32_t high = unit - 0xD800u;
-            const char32_t low = characters[++index] - 0xDC00u;
-            appendUTF8(text, 0x10000 + (high << 10) + low);
-        } else {
-            appendUTF8(text, isHigh(unit) || isLow(unit) ? replacement : unit);
-        }
+    const auto* characters = reinterpret_cast<const char16_t*>(JSStringGetCharactersPtr(string));
+    // Room for what most languages take; then, if need be, for what it does take.
+    text.resize(units + units / 2 + 4);
+    const std::size_t length = convert(characters, units, text);
+    if (length > text.size()) {
+        text.resize(length);
+        convert(characters, units, text);
     }
+    text.resize(length);
     return text;
 }
 

@@ -93,8 +93,9 @@ class GLibRunLoop final : public RunLoop, public std::enable_shared_from_this<GL
     TimePoint now() const override { return std::chrono::steady_clock::now(); }
 
     bool isCurrent() const override {
+        // The system may give an ended thread's identity to a new one.
         return owner == Owner::initialThread ? isInitialThread()
-                                             : std::this_thread::get_id() == thread;
+                                             : std::this_thread::get_id() == thread && !closed;
     }
 
     void run() override {
@@ -220,7 +221,8 @@ class GLibRunLoop final : public RunLoop, public std::enable_shared_from_this<GL
 
     Mutex mutex;
     std::deque<Task> pending;
-    bool closed = false;
+    // Written under the lock.
+    std::atomic<bool> closed = false;
 };
 
 /// What a thread other than the initial one keeps of its run loop.

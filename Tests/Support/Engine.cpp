@@ -19,6 +19,14 @@ using zem::js::Result;
 using zem::js::Scope;
 using zem::platform::RunLoopThread;
 
+/// Overwrites the stack below the caller, which the callees that come next will lie on.
+[[gnu::noinline]] void overwriteStack() {
+    volatile char stack[256 * 1024];
+    for (volatile char& byte : stack) {
+        byte = 0;
+    }
+}
+
 /// Checks the test's contexts when it is over and everything in it is destroyed.
 class ContextCheck : public testing::EmptyTestEventListener {
   public:
@@ -52,10 +60,10 @@ class ContextCheck : public testing::EmptyTestEventListener {
     static void expectNoHandles(const Context& context) {
         // Other threads may still be on their way out of what the test has heard the end of.
         const auto limit = std::chrono::steady_clock::now() + leavingLimit;
-        context.collectGarbage();
+        test::collectGarbage(context);
         while (context.handleCount() != 0 && std::chrono::steady_clock::now() < limit) {
             std::this_thread::yield();
-            context.collectGarbage();
+            test::collectGarbage(context);
         }
         EXPECT_EQ(context.handleCount(), 0u) << "handles outlive the test";
     }
@@ -124,6 +132,11 @@ void evaluate(const Context& context, std::string_view script, std::source_locat
         ADD_FAILURE_AT(where.file_name(), static_cast<int>(where.line()))
             << script << "\n  throws    " << thrown;
     }
+}
+
+void collectGarbage(const Context& context) {
+    context.perform([](Scope&) { overwriteStack(); });
+    context.collectGarbage();
 }
 
 void setFunction(const Context& context, std::string_view name, unsigned length,

@@ -34,6 +34,10 @@ void expectEval(const zem::js::Context& context, std::string_view script, std::s
 void evaluate(const zem::js::Context& context, std::string_view script,
               std::source_location where = std::source_location::current());
 
+/// Collects what is garbage, for tests that count what is left. The collector takes everything on
+/// the stack that looks like a value for one: what earlier steps left lying there is overwritten.
+void collectGarbage(const zem::js::Context& context);
+
 /// Makes a global function of a native one.
 void setFunction(const zem::js::Context& context, std::string_view name, unsigned length,
                  zem::js::NativeFunction body);

@@ -59,6 +59,17 @@ class ContextState : public std::enable_shared_from_this<ContextState> {
     /// Asked by the engine while JavaScript runs.
     bool shouldStop();
 
+    /// What was thrown where nobody could pick it up, which the engine leaves pending: whatever is
+    /// done next would seem to throw it. Null when there is nothing. Inside the engine only.
+    JSValueRef takePending();
+
+    /// Picks up the end of a promise job that was stopped after its script.
+    void settle() {
+        if (stopped.exchange(false, std::memory_order_relaxed)) {
+            takePending();
+        }
+    }
+
     Scope scope() { return Scope(*this, global); }
 
     const JSGlobalContextRef global;
@@ -78,6 +89,7 @@ class ContextState : public std::enable_shared_from_this<ContextState> {
     std::vector<JSValueRef> releasedValues;
     std::vector<std::unique_ptr<FunctionBody>> releasedBodies;
     std::atomic<bool> anyReleased = false;
+    std::atomic<bool> stopped = false;
 };
 
 /// Shares a new state in a way that destroys it on its home thread.
