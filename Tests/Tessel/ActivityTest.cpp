@@ -65,10 +65,10 @@ TEST(Activity, AnIdleHandlerMayBeTheLastToHoldIt) {
 }
 
 TEST(Activity, CountsFromAllThreads) {
-    const auto activity = std::make_shared<Activity>();
-    const ActivityToken last(activity);
     test::Transcript transcript;
+    const auto activity = std::make_shared<Activity>();
     activity->setIdleHandler([&] { transcript.add("idle"); });
+    auto last = std::make_unique<ActivityToken>(activity);
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread) {
         threads.emplace_back([&] {
@@ -82,4 +82,6 @@ TEST(Activity, CountsFromAllThreads) {
     }
     EXPECT_EQ(activity->outstanding(), 1u);
     EXPECT_EQ(transcript.lines(), std::vector<std::string>());
+    last.reset();
+    EXPECT_EQ(transcript.lines(), (std::vector<std::string>{"idle"}));
 }

@@ -40,7 +40,8 @@ TEST_F(AnyCoding, KeepsTheOrderOfKeys) {
 
 TEST_F(AnyCoding, ReadsEachNumberExactly) {
     EXPECT_EQ(decoded<Any>("3725035257.9319997").value(), Any(3725035257.9319997));
-    EXPECT_EQ(decoded<Any>("[5e-324]").value(), Any(boost::json::array{std::numeric_limits<double>::denorm_min()}));
+    EXPECT_EQ(decoded<Any>("[5e-324]").value(),
+              Any(boost::json::array{std::numeric_limits<double>::denorm_min()}));
     EXPECT_EQ(decoded<Any>("Number.MAX_VALUE").value(), Any(std::numeric_limits<double>::max()));
 }
 
