@@ -53,11 +53,11 @@ class RuntimeRowSink::Building {
     explicit Building(std::vector<std::string> columnNames)
         : names(std::move(columnNames)) {}
 
-    void append(js::Scope& scope, const Chunk& chunk) {
+    void append(js::Scope& scope, const Chunk& next) {
         const js::Local array = scope.local(rows(scope));
-        const char* text = chunk.texts.data();
-        for (std::size_t first = 0; first < chunk.cells.size(); first += names.size()) {
-            const js::Local row = makeRow(scope, {&chunk.cells[first], names.size()}, text);
+        const char* text = next.texts.data();
+        for (std::size_t first = 0; first < next.cells.size(); first += names.size()) {
+            const js::Local row = makeRow(scope, {&next.cells[first], names.size()}, text);
             (void)scope.setAt(array, count++, row);
         }
     }
