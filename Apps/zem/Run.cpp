@@ -3,12 +3,17 @@
 #include "Failure.h"
 #include "File.h"
 #include "Output.h"
+#include "Store.h"
+#include <zem/Platform/ChromeTrace.h>
+#include <zem/Platform/Log.h>
 
 #include <fmt/format.h>
 
 #include <chrono>
 #include <exception>
+#include <filesystem>
 #include <future>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -21,6 +26,15 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 /// Running JavaScript is stopped within a tenth of a second; what takes longer than this is a step
 /// inside the engine that cannot be, or an engine that cannot stop any.
 constexpr platform::Seconds stopLimit(3);
+
+void startTrace(const std::filesystem::path& file) {
+    try {
+        platform::setSignpostSink(platform::makeChromeTrace(file));
+    } catch (const std::system_error& error) {
+        throw Failure(exitUsage,
+                      fmt::format("cannot write {}: {}", file.string(), error.code().message()));
+    }
+}
 
 } // namespace
 
@@ -48,23 +62,24 @@ int Run::run() {
 }
 
 void Run::start() {
+    if (options.trace) {
+        startTrace(*options.trace);
+    }
     activity->setIdleHandler([ending = ending] { ending->request(exitDone); });
     context = js::Context::create(thread.runLoop());
     const auto values = context.perform([this](js::Scope& scope) {
         startEngine(scope);
         return settings.parse(scope);
     });
+    store = openStore(options);
+    connection.emplace(context, activity);
+    connection->add(*store);
     context.perform([&](js::Scope& scope) { addSettings(scope, values); });
     startBundle();
 }
 
 void Run::startEngine(js::Scope& scope) {
-    context.setInterruptHandler([this] {
-        if (ending->requested()) {
-            standStill();
-        }
-        return false;
-    });
+    context.setInterruptHandler([ending = ending] { return ending->requested(); });
     const auto failWith = [this](bool wasRejection) {
         return [this, wasRejection](js::Scope& inner, const js::Exception& exception) {
             fail(inner, exception, wasRejection);
@@ -124,11 +139,12 @@ void Run::startBundle() {
 }
 
 void Run::fail(js::Scope& scope, const js::Exception& exception, bool wasRejection) {
+    // What comes after the end was asked for is how the engine ends a script.
     if (!ending->requested()) {
         printErrorLine(globals->describeUncaught(scope, exception, wasRejection));
         ending->request(exitUncaught);
+        standStill();
     }
-    standStill();
 }
 
 void Run::standStill() {
@@ -143,12 +159,23 @@ void Run::finish() {
         timers.reset();
         globals.reset();
         held.clear();
+        connection.reset();
         context = {};
         scriptStopped.set_value(true);
     });
-    auto stopped = scriptStopped.get_future();
-    const bool threadEnds =
-        stopped.wait_for(stopLimit) == std::future_status::ready && stopped.get();
+    auto stopping = scriptStopped.get_future();
+    const bool stopped = stopping.wait_for(stopLimit) == std::future_status::ready;
+    const bool threadEnds = stopped && stopping.get();
+    if (store != nullptr) {
+        const std::future<void> closed = closeStore(std::move(store));
+        if (stopped) {
+            closed.wait();
+        } else {
+            // A script that nobody can stop may go on giving it work.
+            closed.wait_for(stopLimit);
+        }
+    }
+    platform::setSignpostSink(nullptr);
     if (!threadEnds) {
         _exit(ending->code());
     }

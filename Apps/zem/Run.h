@@ -8,7 +8,9 @@
 #include "Settings.h"
 #include "Timers.h"
 #include <zem/JavaScript/Context.h>
+#include <zem/SqliteStore/SQLiteStore.h>
 #include <zem/Tessel/Activity.h>
+#include <zem/Tessel/Connection.h>
 
 #include <future>
 #include <memory>
@@ -36,8 +38,8 @@ class Run {
     void startBundle();
     void fail(js::Scope& scope, const js::Exception& exception, bool wasRejection);
 
-    /// Keeps the JavaScript thread where it is until the process ends: once the end was asked for,
-    /// nothing more of a script is executed, no `finally` and no promise job.
+    /// Keeps the JavaScript thread where it is until the process ends: nothing more of a script is
+    /// executed, no `finally` and no promise job.
     [[noreturn]] void standStill();
 
     void finish();
@@ -53,11 +55,14 @@ class Run {
     /// True when the JavaScript thread has let go of everything, false when it stands still.
     std::promise<bool> scriptStopped;
 
+    std::shared_ptr<SQLiteStore> store;
+
     // Made, used and dropped on the JavaScript thread.
     std::optional<Timers> timers;
     std::optional<Globals> globals;
     std::vector<std::unique_ptr<tessel::ActivityToken>> held;
     js::Context context;
+    std::optional<tessel::Connection> connection;
 };
 
 } // namespace zem::host

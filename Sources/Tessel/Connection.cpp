@@ -37,8 +37,9 @@ void requireSet(Scope& scope, zem::js::Local object, std::string_view name, zem:
 
 } // namespace
 
-Connection::Connection(zem::js::Context context)
-    : boundContext(std::move(context)) {}
+Connection::Connection(zem::js::Context context, std::shared_ptr<Activity> activity)
+    : boundContext(std::move(context))
+    , outstandingWork(std::move(activity)) {}
 
 void Connection::add(Plugin& plugin) {
     boundContext.perform([&](Scope& scope) {

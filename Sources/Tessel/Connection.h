@@ -53,7 +53,9 @@ struct MethodTraits<Answer (Owner::*)(Parameters...) const noexcept>
 
 class Connection {
   public:
-    explicit Connection(zem::js::Context context);
+    /// Work that JavaScript waits for is counted in `activity`, which may count more than that.
+    explicit Connection(zem::js::Context context,
+                        std::shared_ptr<Activity> activity = std::make_shared<Activity>());
 
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -163,7 +165,7 @@ class Connection {
                                             const DecodingError& error);
 
     zem::js::Context boundContext;
-    std::shared_ptr<Activity> outstandingWork = std::make_shared<Activity>();
+    std::shared_ptr<Activity> outstandingWork;
     Binding* current = nullptr;
 };
 

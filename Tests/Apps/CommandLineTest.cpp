@@ -59,6 +59,17 @@ TEST(CommandLine, HelpOfRunNamesEveryOptionAndExitCode) {
     EXPECT_EQ(host.run({"run", "none.js", "--data", "x", "--help"}).output, result.output);
 }
 
+TEST(CommandLine, VersionNamesTheEnginesToo) {
+    const Host host;
+    const auto result = host.run({"--version"});
+    EXPECT_THAT(result.output, testing::MatchesRegex("zem [0-9.]+\n"
+                                                     "JavaScriptCore [1-9][0-9.]+\n"
+                                                     "SQLCipher [0-9.]+ [a-z]+\n"
+                                                     "SQLite [0-9.]+\n"));
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.code, 0);
+}
+
 TEST(CommandLine, WrongUsageIsExplained) {
     struct Case {
         Host::Words words;

@@ -78,6 +78,29 @@ TEST(Interrupt, StopsAnEndlessPromiseJob) {
     test::expectEval(context, "1 + 1", "number", "2");
 }
 
+TEST(Interrupt, CannotBeCaughtWhenItComesInANativeFunctionsStep) {
+    const Context context = test::makeContext();
+    std::atomic<int> asked = 0;
+    ASSERT_TRUE(context.setInterruptHandler([&] {
+        ++asked;
+        return true;
+    }));
+    test::setFunction(context, "step", 1,
+                      [&](Scope& scope, Local, Arguments arguments) -> Result<Local> {
+                          while (asked == 0) {
+                              const Result<Local> value = scope.get(arguments[0], "getter");
+                              if (!value) {
+                                  return value;
+                              }
+                          }
+                          return scope.undefined();
+                      });
+    test::expectEval(context, "try { step({ get getter() { return 1 } }) } catch {} for (;;);",
+                     "exception", stopped);
+    EXPECT_EQ(asked, 1);
+    ASSERT_TRUE(context.setInterruptHandler(nullptr));
+}
+
 TEST(Interrupt, TheHandlerIsReplaced) {
     const Context context = test::makeContext();
     ASSERT_TRUE(context.setInterruptHandler([] { return false; }));
