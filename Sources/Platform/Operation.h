@@ -109,7 +109,7 @@ class OperationQueue {
 
     /// Any thread; returns at once. An operation may be added to one queue, once; adding it again
     /// while it is unfinished ends the process.
-    void addOperation(std::shared_ptr<Operation> operation);
+    void addOperation(const std::shared_ptr<Operation>& operation);
     void addOperation(Task block, QueuePriority priority = QueuePriority::normal);
 
     std::size_t maxConcurrentOperationCount() const;

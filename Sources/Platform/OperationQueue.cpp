@@ -144,7 +144,7 @@ OperationQueue::OperationQueue(std::shared_ptr<State> state)
 
 OperationQueue::~OperationQueue() = default;
 
-void OperationQueue::addOperation(std::shared_ptr<Operation> operation) {
+void OperationQueue::addOperation(const std::shared_ptr<Operation>& operation) {
     state->add(operation);
 }
 
