@@ -1,5 +1,6 @@
 #include <zem/JavaScript/Context.h>
 #include <zem/JavaScript/Private/ContextState.h>
+#include <zem/JavaScript/Private/Symbol.h>
 #include <zem/JavaScript/Private/Text.h>
 #include <zem/JavaScript/Private/ThreadSanitizer.h>
 #include <zem/JavaScript/Scope.h>
@@ -330,6 +331,37 @@ Result<Local> Scope::parseJSON(std::string_view text) {
         return fail(ErrorType::error, "the text is not valid JSON");
     }
     return Local(value);
+}
+
+namespace {
+
+using LockStep = void (*)(JSContextRef);
+
+struct LockSteps {
+    LockStep lock = engineSymbol<LockStep>("JSLock");
+    LockStep unlock = engineSymbol<LockStep>("JSUnlock");
+};
+
+const LockSteps& lockSteps() {
+    static const LockSteps steps;
+    return steps;
+}
+
+} // namespace
+
+Sequence::Sequence(Scope& scope)
+    : engine(scope.engine) {
+    if (const LockSteps& steps = lockSteps(); steps.unlock != nullptr && steps.lock != nullptr) {
+        steps.lock(engineContext(engine));
+    } else {
+        engine = nullptr;
+    }
+}
+
+Sequence::~Sequence() {
+    if (engine != nullptr) {
+        lockSteps().unlock(engineContext(engine));
+    }
 }
 
 } // namespace zem::js

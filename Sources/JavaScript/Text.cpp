@@ -33,6 +33,14 @@ bool isASCIIWithoutNUL(const char* text, std::size_t length) {
     return true;
 }
 
+bool isASCII(const char* text, std::size_t length) {
+    char seen = 0;
+    for (std::size_t index = 0; index < length; ++index) {
+        seen = static_cast<char>(seen | text[index]);
+    }
+    return (seen & 0x80) == 0;
+}
+
 constexpr UChar32 replacement = 0xFFFD;
 
 /// Lengths as the converter counts them.
@@ -100,12 +108,12 @@ std::string toUTF8(JSStringRef string) {
     }
     // ASCII needs one byte a unit and is the common case: try that room first. What the engine
     // wrote is the whole text only when it is ASCII throughout, as it may have been cut.
-    text.resize(units + 1);
-    const std::size_t written = JSStringGetUTF8CString(string, text.data(), text.size());
-    if (written == units + 1 && std::all_of(text.begin(), text.end(), [](char c) {
-            return static_cast<signed char>(c) >= 0;
-        })) {
-        text.pop_back();
+    bool whole = false;
+    text.resize_and_overwrite(units + 1, [&](char* room, std::size_t size) {
+        whole = JSStringGetUTF8CString(string, room, size) == size && isASCII(room, units);
+        return whole ? units : 0;
+    });
+    if (whole) {
         return text;
     }
     const auto* characters = reinterpret_cast<const char16_t*>(JSStringGetCharactersPtr(string));

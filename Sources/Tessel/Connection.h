@@ -123,9 +123,12 @@ class Connection {
         return [&]<std::size_t... indices>(
                    std::index_sequence<indices...>) -> zem::js::Result<zem::js::Local> {
             typename OptionalsOf<typename Traits::ParameterTypes>::Type decoded;
-            std::optional<zem::js::Exception> failure;
-            if (!(decodeArgument(made, indices, std::get<indices>(decoded), failure) && ...)) {
-                return std::unexpected(std::move(*failure));
+            if constexpr (Traits::count > 0) {
+                const zem::js::Sequence sequence(made.scope);
+                std::optional<zem::js::Exception> failure;
+                if (!(decodeArgument(made, indices, std::get<indices>(decoded), failure) && ...)) {
+                    return std::unexpected(std::move(*failure));
+                }
             }
             if constexpr (std::is_void_v<typename Traits::AnswerType>) {
                 (owner.*method)(std::move(*std::get<indices>(decoded))...);

@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace tessel {
@@ -140,11 +141,17 @@ struct Coding<zem::js::Value> {
 template <class T>
 zem::js::Local encodeValue(zem::js::Scope& scope, const T& value) {
     JSValueEncoder encoder(scope);
-    return encode(encoder, value);
+    if constexpr (std::is_arithmetic_v<T>) {
+        return encode(encoder, value);
+    } else {
+        const zem::js::Sequence sequence(scope);
+        return encode(encoder, value);
+    }
 }
 
 template <class T>
 Decoded<T> decodeValue(zem::js::Scope& scope, zem::js::Local value) {
+    const zem::js::Sequence sequence(scope);
     return decode<T>(JSValueDecoder(scope, value));
 }
 
