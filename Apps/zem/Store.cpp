@@ -110,8 +110,10 @@ std::shared_ptr<SQLiteStore> openStore(const RunOptions& options) {
         return open(options);
     } catch (const SQLiteResult& result) {
         const bool isKey = std::ranges::find(notDecrypted, result.rawValue) != notDecrypted.end();
-        throw fail((isKey ? "its key is another one, or it is damaged: " : "") +
-                   result.description());
+        // SQLite's own text for these codes speaks of something else ("out of memory").
+        throw fail(isKey ? fmt::format("its key is another one, or it is damaged (SQLite error {})",
+                                       result.rawValue)
+                         : result.description());
     } catch (const std::system_error& error) {
         throw fail(error.code().message());
     } catch (const std::exception& error) {

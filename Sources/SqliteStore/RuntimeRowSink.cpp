@@ -54,6 +54,7 @@ class RuntimeRowSink::Building {
         : names(std::move(columnNames)) {}
 
     void append(js::Scope& scope, const Chunk& next) {
+        const js::Sequence sequence(scope);
         const js::Local array = scope.local(rows(scope));
         const char* text = next.texts.data();
         for (std::size_t first = 0; first < next.cells.size(); first += names.size()) {

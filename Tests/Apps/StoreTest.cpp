@@ -80,7 +80,7 @@ TEST_F(StoreFiles, DoNotOpenUnderAnotherKey) {
     host.write("bundle.js", "console.log('never')");
     const auto other = host.run({"run", "bundle.js", "--data", "data", "--keys", "other-keys"});
     EXPECT_THAT(other.errors, HasSubstr("zem: cannot open the store data/zem.db: its key is "
-                                        "another one, or it is damaged: "));
+                                        "another one, or it is damaged (SQLite error 7)\n"));
     EXPECT_EQ(other.output, "");
     EXPECT_EQ(other.code, 3);
     // Nothing has happened to it.
