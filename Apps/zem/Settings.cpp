@@ -49,6 +49,7 @@ Settings::Settings(const std::vector<Setting>& given) {
 
 std::vector<Settings::Value> Settings::parse(js::Scope& scope) const {
     std::vector<Value> values;
+    values.reserve(loaded.size());
     for (const auto& [setting, text] : loaded) {
         values.emplace_back(setting.name,
                             scope.keep(setting.isFile ? parseFile(scope, setting.value, text)

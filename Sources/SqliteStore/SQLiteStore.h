@@ -116,8 +116,8 @@ class SQLiteStore final : public tessel::Plugin, public std::enable_shared_from_
     void runtimeBatchOperations(std::vector<SQLiteOperation> operations,
                                 tessel::Callback<std::optional<std::string>> onCompletion);
     std::string
-    registerOnChangedListener(tessel::Callback<std::vector<SQLiteStoreChange>> callback);
-    void unsubscribeOnChangedListener(std::string uuid);
+    registerOnChangedListener(const tessel::Callback<std::vector<SQLiteStoreChange>>& callback);
+    void unsubscribeOnChangedListener(const std::string& uuid);
 
     class Work;
     class Query;

@@ -28,12 +28,12 @@ void SQLiteStore::runtimeBatchOperations(
     batchOperations(std::move(operations), std::move(onCompletion));
 }
 
-std::string
-SQLiteStore::registerOnChangedListener(tessel::Callback<std::vector<SQLiteStoreChange>> callback) {
+std::string SQLiteStore::registerOnChangedListener(
+    const tessel::Callback<std::vector<SQLiteStoreChange>>& callback) {
     return SQLiteStoreNotifier::shared().registerListener(weak_from_this(), callback.asListener());
 }
 
-void SQLiteStore::unsubscribeOnChangedListener(std::string uuid) {
+void SQLiteStore::unsubscribeOnChangedListener(const std::string& uuid) {
     SQLiteStoreNotifier::shared().unregisterListener(uuid);
 }
 
