@@ -74,6 +74,9 @@ bool AdapterInvokeOperation::isCancelled() const {
 }
 
 void AdapterInvokeOperation::start() {
+    if (isFinished()) {
+        return;
+    }
     if (isCancelled()) {
         finish();
         return;
