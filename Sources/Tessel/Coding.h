@@ -168,7 +168,11 @@ struct Coding<std::optional<T>> {
         if (const Kind kind = value.kind(); kind == Kind::undefined || kind == Kind::null) {
             return std::nullopt;
         }
-        return Coding<T>::decode(value);
+        Decoded<T> decoded = Coding<T>::decode(value);
+        if (!decoded) {
+            return std::unexpected(std::move(decoded.error()));
+        }
+        return std::optional<T>(std::move(*decoded));
     }
 
     template <class E>

@@ -161,7 +161,7 @@ TEST(AdapterRequestContext, BecomesAnObjectOfTheEngineWithoutAbsentProperties) {
         const js::Local object = tessel::encodeValue(scope, request);
         EXPECT_EQ(**scope.stringify(object),
                   R"({"cachePolicy":{"staleDurationSeconds":null,"type":"cache-and-network"}})");
-        EXPECT_FALSE(scope.has(object, js::Name("priority")));
+        EXPECT_EQ(scope.has(object, js::Name("priority")), false);
     });
 }
 
