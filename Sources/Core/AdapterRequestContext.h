@@ -130,7 +130,7 @@ struct Coding<zem::CachePolicy> {
         if (const Kind kind = value.kind(); kind != Kind::object) {
             return std::unexpected(DecodingError::mismatch(expected, kind));
         }
-        const Decoded<std::string> type = required<std::string>(value, names().type);
+        const Decoded<std::string> type = decodeField<std::string>(value, names().type);
         if (!type) {
             return std::unexpected(type.error());
         }
@@ -153,11 +153,12 @@ struct Coding<zem::CachePolicy> {
         }
         if (*type == "valid-at") {
             const Decoded<std::int64_t> timestamp =
-                required<std::int64_t>(value, names().timestamp);
+                decodeField<std::int64_t>(value, names().timestamp);
             if (!timestamp) {
                 return std::unexpected(timestamp.error());
             }
-            Decoded<zem::CachePolicy> base = required<zem::CachePolicy>(value, names().basePolicy);
+            Decoded<zem::CachePolicy> base =
+                decodeField<zem::CachePolicy>(value, names().basePolicy);
             if (!base) {
                 return base;
             }
@@ -210,23 +211,10 @@ struct Coding<zem::CachePolicy> {
         return made;
     }
 
-    template <class T, class D>
-    static Decoded<T> required(const D& value, const FieldName& name) {
-        const Decoded<D> field = value.field(name);
-        if (!field) {
-            return std::unexpected(DecodingError(field.error()).inField(name.text));
-        }
-        Decoded<T> decoded = tessel::decode<T>(*field);
-        if (!decoded) {
-            return std::unexpected(std::move(decoded.error()).inField(name.text));
-        }
-        return decoded;
-    }
-
     template <class D, class Make>
     static Decoded<zem::CachePolicy> withDuration(const D& value, Make make) {
         const Decoded<std::int64_t> seconds =
-            required<std::int64_t>(value, names().staleDurationSeconds);
+            decodeField<std::int64_t>(value, names().staleDurationSeconds);
         if (!seconds) {
             return std::unexpected(seconds.error());
         }

@@ -335,6 +335,20 @@ const FieldName& fieldName() {
     return name;
 }
 
+/// Decodes one field of the object `value`; a failure says which field it was.
+template <class T, class D>
+Decoded<T> decodeField(const D& value, const FieldName& name) {
+    Decoded<D> field = value.field(name);
+    if (!field) {
+        return std::unexpected(std::move(field.error()).inField(name.text));
+    }
+    Decoded<T> decoded = Coding<T>::decode(*field);
+    if (!decoded) {
+        return std::unexpected(std::move(decoded.error()).inField(name.text));
+    }
+    return decoded;
+}
+
 /// Decodes the fields of `record` from the object `value`; stops at the first failure.
 template <class D, Described T>
 Decoded<void> decodeFields(const D& value, T& record) {
@@ -344,15 +358,9 @@ Decoded<void> decodeFields(const D& value, T& record) {
             return;
         }
         using Field = std::remove_cvref_t<decltype(record.*Descriptor::pointer)>;
-        const FieldName& name = fieldName<Descriptor>();
-        Decoded<D> field = value.field(name);
-        if (!field) {
-            outcome = std::unexpected(std::move(field.error()).inField(name.text));
-            return;
-        }
-        Decoded<Field> decoded = Coding<Field>::decode(*field);
+        Decoded<Field> decoded = decodeField<Field>(value, fieldName<Descriptor>());
         if (!decoded) {
-            outcome = std::unexpected(std::move(decoded.error()).inField(name.text));
+            outcome = std::unexpected(std::move(decoded.error()));
             return;
         }
         record.*Descriptor::pointer = std::move(*decoded);

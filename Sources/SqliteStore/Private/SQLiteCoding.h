@@ -70,13 +70,9 @@ struct Coding<zem::SQLiteOperation> {
             return std::unexpected(DecodingError::mismatch(expected, kind));
         }
         static const FieldName typeName("type");
-        const Decoded<D> field = value.field(typeName);
-        if (!field) {
-            return std::unexpected(DecodingError(field.error()).inField(typeName.text));
-        }
-        const auto type = tessel::decode<zem::SQLiteOperationType>(*field);
+        const auto type = decodeField<zem::SQLiteOperationType>(value, typeName);
         if (!type) {
-            return std::unexpected(DecodingError(type.error()).inField(typeName.text));
+            return std::unexpected(type.error());
         }
         if (*type == zem::SQLiteOperationType::delete_) {
             return decodeRecord<zem::SQLiteDelete>(value);
