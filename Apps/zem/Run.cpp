@@ -43,7 +43,8 @@ Run::Run(RunOptions given, std::shared_ptr<Ending> ending)
     , bundle(readFile(options.bundle))
     , settings(options.settings)
     , ending(std::move(ending))
-    , thread("JavaScript") {}
+    , thread("JavaScript")
+    , scriptLoop(std::make_shared<ClosableRunLoop>(thread.runLoop())) {}
 
 int Run::run() {
     std::exception_ptr failure;
@@ -66,7 +67,7 @@ void Run::start() {
         startTrace(*options.trace);
     }
     activity->setIdleHandler([ending = ending] { ending->request(exitDone); });
-    context = js::Context::create(thread.runLoop());
+    context = js::Context::create(scriptLoop);
     const auto values = context.perform([this](js::Scope& scope) {
         startEngine(scope);
         return settings.parse(scope);
@@ -87,7 +88,7 @@ void Run::startEngine(js::Scope& scope) {
     };
     context.setUncaughtHandler(failWith(false));
     context.setRejectionHandler(failWith(true));
-    timers.emplace(thread.runLoop(), activity, [this](Timers::Id id) {
+    timers.emplace(scriptLoop, activity, [this](Timers::Id id) {
         context.perform([&](js::Scope& inner) {
             if (const auto outcome = globals->fireTimer(inner, id); !outcome) {
                 fail(inner, outcome.error(), false);
@@ -155,6 +156,7 @@ void Run::standStill() {
 }
 
 void Run::finish() {
+    scriptLoop->close();
     thread.runLoop()->perform([this] {
         timers.reset();
         globals.reset();

@@ -2,6 +2,7 @@
 
 // One run of a bundle, from its first line to the clean end.
 
+#include "ClosableRunLoop.h"
 #include "CommandLine.h"
 #include "Ending.h"
 #include "Globals.h"
@@ -52,6 +53,8 @@ class Run {
     std::shared_ptr<Ending> ending;
     std::shared_ptr<tessel::Activity> activity = std::make_shared<tessel::Activity>();
     platform::RunLoopThread thread;
+    /// What the context and the timers know of the thread.
+    std::shared_ptr<ClosableRunLoop> scriptLoop;
     /// True when the JavaScript thread has let go of everything, false when it stands still.
     std::promise<bool> scriptStopped;
 

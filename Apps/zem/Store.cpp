@@ -36,9 +36,9 @@ Encryption keyOfThisRun() {
 
 /// The key and salt that are kept in a key store, made on first use. A fresh one that the key store
 /// did not keep is not used: what was written under it could never be read again.
-Encryption keptKey(std::shared_ptr<KeyStoring> keyStore) {
-    const auto handler = std::make_shared<KeyHandler>(
-        KeyHandler::storeKeyLabel, KeyHandler::storeSaltLabel, std::move(keyStore));
+Encryption keptKey(const std::shared_ptr<KeyStoring>& keyStore) {
+    const auto handler = std::make_shared<KeyHandler>(KeyHandler::storeKeyLabel,
+                                                      KeyHandler::storeSaltLabel, keyStore);
     const auto kept = [handler](SecretBytes secret, const char* label) {
         const auto stored = handler->storedItem(label);
         if (!stored || *stored != secret) {
@@ -56,7 +56,7 @@ Encryption keyInFiles(const std::filesystem::path& folder) {
     if (!keyStore) {
         throw std::runtime_error(keyStore.error());
     }
-    return keptKey(*std::move(keyStore));
+    return keptKey(*keyStore);
 }
 
 Encryption keyInSecretService() {
@@ -125,6 +125,7 @@ std::future<void> closeStore(std::shared_ptr<SQLiteStore> store) {
     std::promise<void> ended;
     std::future<void> end = ended.get_future();
     store->queryRows("select 1", {}, std::make_unique<LastQuery>(std::move(ended)));
+    store.reset();
     return end;
 }
 

@@ -2,69 +2,97 @@ import { done, equal, throws } from './check.js';
 
 const order = [];
 const note = (...words) => order.push(words.join(' '));
+const taken = () => order.splice(0);
+const spinFor = (milliseconds) => {
+    const end = performance.now() + milliseconds;
+    while (performance.now() < end);
+};
 
-// Due at once, in the order in which they were started; a shorter delay before a longer one, whichever
-// was started first; all of them after the script and its microtasks.
+// Those of one delay fire in the order in which they were started, after the script and its microtasks,
+// even when all are due long before they can.
+setTimeout(note, 1, 'first', 'of 1 ms');
 setTimeout(note, 1, 'second of 1 ms');
-setTimeout(note, 0, 'first of 0 ms');
-setTimeout(note, 1, 'third of 1 ms');
-setTimeout(note);
-Promise.resolve().then(() => note('microtask'));
-// While this spins, all of them fall due.
-const spun = performance.now() + 20;
-while (performance.now() < spun);
-note('script');
-
-// Microtasks of one timer run before the next timer.
 setTimeout(() => {
-    note('a');
-    Promise.resolve().then(() => note('microtask of a'));
-}, 5);
-setTimeout(() => note('b'), 5);
+    note('third of 1 ms');
+    Promise.resolve().then(() => note('microtask of the third'));
+}, 1);
+setTimeout(() => note('fourth of 1 ms'), 1);
+Promise.resolve().then(() => note('microtask'));
+spinFor(20);
+note('script');
+setTimeout(stopping, 1);
 
 // A timer that another one stops does not fire, though it is due.
-let stopped;
-setTimeout(() => clearTimeout(stopped), 5);
-stopped = setTimeout(note, 5, 'never');
+function stopping() {
+    equal(taken(), ['script', 'microtask', 'first of 1 ms', 'second of 1 ms', 'third of 1 ms',
+        'microtask of the third', 'fourth of 1 ms']);
+    let stopped;
+    setTimeout(() => {
+        note('stops the next');
+        clearTimeout(stopped);
+    }, 1);
+    stopped = setTimeout(note, 1, 'never');
+    setTimeout(passing, 1);
+    spinFor(20);
+}
 
-const repeated = setInterval((step) => {
-    note('repeated', step);
-    if (order.filter((word) => word === 'repeated by').length === 3) {
+// A short delay does not wait for a long one that was started before.
+function passing() {
+    equal(taken(), ['stops the next']);
+    const long = setTimeout(note, 1000000, 'never');
+    setTimeout(() => {
+        clearTimeout(long);
+        repeating();
+    }, 0);
+}
+
+function repeating() {
+    const repeated = setInterval((step) => {
+        note('repeated', step);
+        if (order.length < 3) return;
         clearInterval(repeated);
-        setTimeout(nested, 0, 3);
-    }
-}, 1, 'by');
+        equal(taken(), ['repeated by', 'repeated by', 'repeated by']);
+        nested(3);
+    }, 1, 'by');
+}
 
 function nested(depth) {
     note('nested', depth);
     if (depth > 0) setTimeout(nested, 0, depth - 1);
-    else setTimeout(finish, 1);
+    else setTimeout(ownInterval, 1);
 }
 
-function finish() {
-    // The interval runs beside the rest; what the rest does among itself is settled.
-    equal(order.filter((word) => !word.startsWith('repeated')), [
-        'script', 'microtask', 'first of 0 ms', '', 'second of 1 ms', 'third of 1 ms', 'a',
-        'microtask of a', 'b', 'nested 3', 'nested 2', 'nested 1', 'nested 0',
-    ]);
-    equal(order.filter((word) => word.startsWith('repeated')), ['repeated by', 'repeated by', 'repeated by']);
-    done();
+// An interval may stop itself before its first call has returned.
+function ownInterval() {
+    equal(taken(), ['nested 3', 'nested 2', 'nested 1', 'nested 0']);
+    const self = setInterval(function () {
+        note('once');
+        equal(this, globalThis);
+        clearTimeout(self);
+        setTimeout(delays, 5);
+    });
 }
 
-const begun = performance.now();
-setTimeout(() => equal(performance.now() - begun >= 30, true), 30);
+// Delays are 32-bit integers, and none is negative: all of these are due at once, in their order.
+function delays() {
+    equal(taken(), ['once']);
+    const odd = [-5, NaN, Infinity, undefined, null, '0', 2 ** 32, 0.9, -(2 ** 31), 2 ** 31];
+    for (const delay of odd) setTimeout(note, delay, String(delay));
+    setTimeout(() => {
+        equal(taken(), odd.map(String));
+        elapsing();
+    });
+}
+
+function elapsing() {
+    const begun = performance.now();
+    setTimeout(() => {
+        equal(performance.now() - begun >= 30, true);
+        done();
+    }, 30);
+}
 
 equal(typeof setTimeout(() => {}), 'number');
-const self = setInterval(function () {
-    equal(this, globalThis);
-    clearTimeout(self);
-}, 0);
-
-// Delays are 32-bit integers, and none is negative: all of these are due at once.
-for (const delay of [-5, NaN, Infinity, undefined, null, '0', 2 ** 32, 0.9]) {
-    const id = setTimeout(() => {}, delay);
-    equal(id > 0, true);
-}
 for (const nothing of [undefined, null, 0, -1, 12345678, 'x', {}]) {
     equal(clearTimeout(nothing), undefined);
     equal(clearInterval(nothing), undefined);
