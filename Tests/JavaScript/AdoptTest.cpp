@@ -6,6 +6,7 @@
 #include <JavaScriptCore/JavaScript.h>
 #include <gtest/gtest.h>
 
+#include <JavaScript/Lives.h>
 #include <Support/Engine.h>
 #include <Support/EngineEntry.h>
 #include <Support/Wait.h>
@@ -130,27 +131,15 @@ TEST_F(AdoptedContext, FunctionsThrowOnceTheNativeSideIsGone) {
 }
 
 TEST_F(AdoptedContext, ClosuresGoWithTheirFunctionsWhenTheNativeSideIsGone) {
-    test::Event gone("the closure is destroyed");
-    struct Witness {
-        explicit Witness(test::Event& gone)
-            : gone(&gone) {}
-        Witness(Witness&& other) noexcept
-            : gone(std::exchange(other.gone, nullptr)) {}
-        ~Witness() {
-            if (gone != nullptr) {
-                gone->signal();
-            }
-        }
-        test::Event* gone;
-    };
+    test::Lives lives;
     test::setFunction(context, "native", 0,
-                      [witness = Witness(gone)](Scope& scope, Local, Arguments) -> Result<Local> {
+                      [life = lives.begin()](Scope& scope, Local, Arguments) -> Result<Local> {
                           return scope.undefined();
                       });
     letGo();
-    EXPECT_EQ(gone.signalled(), 0);
+    EXPECT_EQ(lives.ended(), 0);
     releaseApplications();
-    gone.wait();
+    lives.waitForEnd();
 }
 
 TEST_F(AdoptedContext, MayBeLetGoOfByOneOfItsOwnFunctions) {

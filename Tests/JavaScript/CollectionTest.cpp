@@ -4,12 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <JavaScript/Lives.h>
 #include <Support/Engine.h>
 #include <Support/Wait.h>
-#include <atomic>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -19,96 +18,70 @@ using zem::js::Context;
 using zem::js::Local;
 using zem::js::Result;
 using zem::js::Scope;
-using Lines = std::vector<std::string>;
 
-/// Counts the closures that are alive.
-class Counted {
-  public:
-    explicit Counted(std::atomic<int>& alive)
-        : alive(&alive) {
-        ++alive;
-    }
-    Counted(Counted&& other) noexcept
-        : alive(std::exchange(other.alive, nullptr)) {}
-    ~Counted() {
-        if (alive != nullptr) {
-            --*alive;
-        }
-    }
-    Counted(const Counted&) = delete;
-    Counted& operator=(const Counted&) = delete;
-    Counted& operator=(Counted&&) = delete;
+Local makeFunction(Scope& scope, test::Lives& lives) {
+    return scope.function("f", 0,
+                          [life = lives.begin()](Scope& inner, Local, Arguments) -> Result<Local> {
+                              return inner.string("called");
+                          });
+}
 
-  private:
-    std::atomic<int>* alive;
-};
-
-void makeFunctions(const Context& context, int count, std::atomic<int>& alive) {
-    context.perform([&](Scope& scope) {
+void makeFunctions(const Context& context, int count, test::Lives& lives) {
+    test::performApart(context, [&](Scope& scope) {
         for (int index = 0; index < count; ++index) {
-            (void)scope.function(
-                "f", 0,
-                [counted = Counted(alive)](Scope& inner, Local, Arguments) -> Result<Local> {
-                    return inner.undefined();
-                });
+            (void)makeFunction(scope, lives);
         }
     });
 }
 
 TEST(Collection, TakesTheClosuresOfFunctionsThatNobodyHolds) {
     const Context context = test::makeContext();
-    std::atomic<int> alive = 0;
-    makeFunctions(context, 1000, alive);
+    test::Lives lives;
+    makeFunctions(context, 1000, lives);
     test::collectGarbage(context);
-    EXPECT_EQ(alive, 0);
+    EXPECT_EQ(lives.alive(), 0);
 }
 
 TEST(Collection, LeavesFunctionsThatJavaScriptHolds) {
     const Context context = test::makeContext();
-    std::atomic<int> alive = 0;
-    context.perform([&](Scope& scope) {
-        (void)scope.set(scope.global(), "held",
-                        scope.function("held", 0,
-                                       [counted = Counted(alive)](Scope& inner, Local, Arguments)
-                                           -> Result<Local> { return inner.string("called"); }));
+    test::Lives lives;
+    test::performApart(context, [&](Scope& scope) {
+        (void)scope.set(scope.global(), "held", makeFunction(scope, lives));
     });
     test::collectGarbage(context);
-    EXPECT_EQ(alive, 1);
+    EXPECT_EQ(lives.alive(), 1);
     test::expectEval(context, "held()", "string", "called");
     test::evaluate(context, "held = undefined");
     test::collectGarbage(context);
-    EXPECT_EQ(alive, 0);
+    EXPECT_EQ(lives.alive(), 0);
 }
 
 // A long script makes and drops them without ever leaving the engine.
 TEST(Collection, HappensWhileAScriptRuns) {
     const Context context = test::makeContext();
-    std::atomic<int> alive = 0;
+    test::Lives lives;
     test::setFunction(context, "make", 0, [&](Scope& scope, Local, Arguments) -> Result<Local> {
-        return scope.function(
-            "made", 0, [counted = Counted(alive)](Scope& inner, Local, Arguments) -> Result<Local> {
-                return inner.undefined();
-            });
+        return makeFunction(scope, lives);
     });
     test::setFunction(context, "collect", 0, [&](Scope& scope, Local, Arguments) -> Result<Local> {
         scope.context().collectGarbage();
-        return scope.number(alive.load());
+        return scope.number(lives.alive());
     });
     // What the script's own frames still point at may be a few.
     test::expectEval(context, "for (let i = 0; i < 10000; ++i) make(); collect() < 100", "boolean",
                      "true");
     test::evaluate(context, "make = undefined");
     test::collectGarbage(context);
-    EXPECT_EQ(alive, 0);
+    EXPECT_EQ(lives.alive(), 0);
 }
 
 TEST(Collection, OfAHundredThousandFunctionsLeavesNone) {
     const Context context = test::makeContext();
-    std::atomic<int> alive = 0;
+    test::Lives lives;
     for (int round = 0; round < 10; ++round) {
-        makeFunctions(context, 10'000, alive);
+        makeFunctions(context, 10'000, lives);
         test::collectGarbage(context);
-        EXPECT_EQ(alive, 0) << round;
+        EXPECT_EQ(lives.alive(), 0) << round;
     }
 }
 
@@ -116,51 +89,31 @@ TEST(Collection, OfAHundredThousandFunctionsLeavesNone) {
 // of the collection.
 TEST(Collection, IsOverWhenClosuresAreDestroyed) {
     const Context context = test::makeContext();
-    test::Transcript transcript;
-    struct Last {
-        const Context& context;
-        test::Transcript& transcript;
-        bool moved = false;
-        Last(const Context& context, test::Transcript& transcript)
-            : context(context)
-            , transcript(transcript) {}
-        Last(Last&& other) noexcept
-            : context(other.context)
-            , transcript(other.transcript) {
-            other.moved = true;
-        }
-        ~Last() {
-            if (!moved) {
-                transcript.add(context.perform([](Scope& scope) {
-                    return scope.toText(
-                        *scope.evaluate("[...Array(1000).keys()].map(n => ({n})).length + ''", ""));
-                }));
-            }
-        }
+    auto transcript = std::make_shared<test::Transcript>();
+    const auto useTheEngine = [context, transcript](const int*) {
+        transcript->add(context.perform([](Scope& scope) {
+            return scope.toText(
+                *scope.evaluate("[...Array(1000).keys()].map(n => ({n})).length + ''", ""));
+        }));
     };
-    context.perform([&](Scope& scope) {
+    test::performApart(context, [&](Scope& scope) {
+        static const int any = 0;
         (void)scope.function(
             "f", 0,
-            [last = Last(context, transcript)](Scope& inner, Local, Arguments) -> Result<Local> {
-                return inner.undefined();
-            });
+            [last = std::unique_ptr<const int, decltype(useTheEngine)>(&any, useTheEngine)](
+                Scope& inner, Local, Arguments) -> Result<Local> { return inner.undefined(); });
     });
     test::collectGarbage(context);
-    EXPECT_EQ(transcript.lines(), Lines{"1000"});
+    EXPECT_EQ(transcript->lines(), std::vector<std::string>{"1000"});
 }
 
 TEST(Collection, OfAContextTakesAllItsClosures) {
-    std::atomic<int> alive = 0;
+    test::Lives lives;
     {
         const Context context = test::makeUncheckedContext();
-        makeFunctions(context, 100, alive);
+        makeFunctions(context, 100, lives);
         context.perform([&](Scope& scope) {
-            (void)scope.set(scope.global(), "held",
-                            scope.function("held", 0,
-                                           [counted = Counted(alive)](Scope& inner, Local,
-                                                                      Arguments) -> Result<Local> {
-                                               return inner.undefined();
-                                           }));
+            (void)scope.set(scope.global(), "held", makeFunction(scope, lives));
         });
     }
     if (const auto loop = test::engineRunLoop()) {
@@ -168,7 +121,7 @@ TEST(Collection, OfAContextTakesAllItsClosures) {
         loop->perform([&] { passed.signal(); });
         passed.wait();
     }
-    EXPECT_EQ(alive, 0);
+    EXPECT_EQ(lives.alive(), 0);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <JavaScript/Lives.h>
 #include <Support/Engine.h>
 #include <Support/EngineEntry.h>
 #include <Support/Wait.h>
@@ -28,38 +29,17 @@ using zem::js::Value;
 using zem::platform::RunLoopThread;
 using Lines = std::vector<std::string>;
 
-/// Signals when it is destroyed: what a native function holds goes with the function.
-class Witness {
-  public:
-    explicit Witness(test::Event& gone)
-        : gone(&gone) {}
-    Witness(Witness&& other) noexcept
-        : gone(std::exchange(other.gone, nullptr)) {}
-    ~Witness() {
-        if (gone != nullptr) {
-            gone->signal();
-        }
-    }
-    Witness(const Witness&) = delete;
-    Witness& operator=(const Witness&) = delete;
-    Witness& operator=(Witness&&) = delete;
-
-  private:
-    test::Event* gone;
-};
-
-Local makeWitness(Scope& scope, test::Event& gone) {
-    return scope.function(
-        "witness", 0, [witness = Witness(gone)](Scope& inner, Local, Arguments) -> Result<Local> {
-            return inner.undefined();
-        });
+Local makeFunction(Scope& scope, test::Lives& lives) {
+    return scope.function("f", 0,
+                          [life = lives.begin()](Scope& inner, Local, Arguments) -> Result<Local> {
+                              return inner.undefined();
+                          });
 }
 
 /// A global of the context: gone when the context is.
-void setWitness(const Context& context, test::Event& gone) {
-    context.perform([&](Scope& scope) {
-        (void)scope.set(scope.global(), "witness", makeWitness(scope, gone));
-    });
+void setGlobal(const Context& context, test::Lives& lives) {
+    context.perform(
+        [&](Scope& scope) { (void)scope.set(scope.global(), "f", makeFunction(scope, lives)); });
 }
 
 TEST(Handle, KeepsItsValueThroughCollections) {
@@ -87,39 +67,39 @@ TEST(Handle, KeepsItsValueThroughCollections) {
 
 TEST(Handle, LetsItsValueGoWithTheLastCopy) {
     const Context context = test::makeContext();
-    test::Event gone("collected");
+    test::Lives lives;
     constexpr int count = 64;
     std::vector<Value> held;
-    context.perform([&](Scope& scope) {
+    test::performApart(context, [&](Scope& scope) {
         for (int index = 0; index < count; ++index) {
-            held.push_back(scope.keep(makeWitness(scope, gone)));
+            held.push_back(scope.keep(makeFunction(scope, lives)));
         }
     });
     std::vector<Value> copies = held;
     held.clear();
     test::collectGarbage(context);
-    EXPECT_EQ(gone.signalled(), 0);
-    copies.clear();
+    EXPECT_EQ(lives.ended(), 0);
+    test::performApart(context, [&](Scope&) { copies.clear(); });
     test::collectGarbage(context);
-    EXPECT_EQ(gone.signalled(), count);
+    EXPECT_EQ(lives.ended(), count);
 }
 
 TEST(Handle, KeptTwiceIsHeldUntilBothAreGone) {
     const Context context = test::makeContext();
-    test::Event gone("collected");
+    test::Lives lives;
     Value first;
     Value second;
-    context.perform([&](Scope& scope) {
-        const Local function = makeWitness(scope, gone);
+    test::performApart(context, [&](Scope& scope) {
+        const Local function = makeFunction(scope, lives);
         first = scope.keep(function);
         second = scope.keep(function);
     });
-    first.reset();
+    test::performApart(context, [&](Scope&) { first.reset(); });
     test::collectGarbage(context);
-    EXPECT_EQ(gone.signalled(), 0);
-    second.reset();
+    EXPECT_EQ(lives.ended(), 0);
+    test::performApart(context, [&](Scope&) { second.reset(); });
     test::collectGarbage(context);
-    EXPECT_EQ(gone.signalled(), 1);
+    EXPECT_EQ(lives.ended(), 1);
 }
 
 TEST(Handle, DroppedOnAnotherThreadDoesNotWaitForRunningJavaScript) {
@@ -152,13 +132,13 @@ TEST(Handle, DroppedOnAnotherThreadDoesNotWaitForRunningJavaScript) {
 
 TEST(Handle, DroppedOnAnotherThreadIsLetGoOfAtTheNextEntry) {
     const Context context = test::makeContext();
-    test::Event gone("collected");
+    test::Lives lives;
     Value held =
-        context.perform([&](Scope& scope) { return scope.keep(makeWitness(scope, gone)); });
+        context.perform([&](Scope& scope) { return scope.keep(makeFunction(scope, lives)); });
     std::thread([&] { held.reset(); }).join();
     EXPECT_EQ(context.handleCount(), 0u);
     test::collectGarbage(context);
-    EXPECT_EQ(gone.signalled(), 1);
+    EXPECT_EQ(lives.ended(), 1);
 }
 
 TEST(Handle, IsCopiedAndDroppedOnManyThreadsAtOnce) {
@@ -196,9 +176,9 @@ class LastReference : public testing::TestWithParam<std::tuple<Last, Place>> {};
 
 TEST_P(LastReference, IsDroppedAnywhere) {
     const auto [last, place] = GetParam();
-    test::Event gone("the context is gone");
+    test::Lives lives;
     Context context = test::makeUncheckedContext();
-    setWitness(context, gone);
+    setGlobal(context, lives);
     Value value;
     Function function;
     context.perform([&, which = last](Scope& scope) {
@@ -233,7 +213,7 @@ TEST_P(LastReference, IsDroppedAnywhere) {
         break;
     }
     }
-    gone.wait();
+    lives.waitForEnd();
 }
 
 std::string caseName(const testing::TestParamInfo<std::tuple<Last, Place>>& info) {
@@ -266,43 +246,43 @@ TEST(Handle, StillWorksAfterTheApplicationLetItsContextGo) {
 }
 
 TEST(Handle, IsDroppedAfterTheContextsThreadHasEnded) {
-    test::Event gone("the context is gone");
+    test::Lives lives;
     auto home = std::make_unique<RunLoopThread>("home");
     Context context = Context::create(home->runLoop());
-    setWitness(context, gone);
+    setGlobal(context, lives);
     Value value = context.perform([](Scope& scope) { return scope.keep(scope.object()); });
     home.reset();
     EXPECT_EQ(context.handleCount(), 1u);
     value.reset();
     EXPECT_EQ(context.handleCount(), 0u);
-    EXPECT_EQ(gone.signalled(), 0);
+    EXPECT_EQ(lives.ended(), 0);
     std::thread([last = std::move(context)]() mutable { last = {}; }).join();
-    EXPECT_EQ(gone.signalled(), 1);
+    EXPECT_EQ(lives.ended(), 1);
 }
 
 TEST(Handle, IsDroppedWithTheWorkThatItsThreadNeverRan) {
-    test::Event gone("the context is gone");
+    test::Lives lives;
     auto home = std::make_unique<RunLoopThread>("home");
     {
         const Context context = Context::create(home->runLoop());
-        setWitness(context, gone);
+        setGlobal(context, lives);
         Value value = context.perform([](Scope& scope) { return scope.keep(scope.object()); });
         context.async([&home, value = std::move(value)](Scope& scope) mutable {
             home.reset();
             scope.context().async([value = std::move(value)](Scope&) { FAIL() << "it ran"; });
         });
     }
-    gone.wait();
+    lives.waitForEnd();
 }
 
 // A closure may hold handles, as long as none of them leads back to its function.
 TEST(Handle, InAClosureGoesWithIt) {
     const Context context = test::makeContext();
-    test::Event gone("the held function is collected");
+    test::Lives lives;
     context.perform([&](Scope& scope) {
         (void)scope.function(
             "holder", 0,
-            [held = scope.keep(makeWitness(scope, gone))](
+            [held = scope.keep(makeFunction(scope, lives))](
                 Scope& inner, Local, Arguments) -> Result<Local> { return inner.local(held); });
     });
     EXPECT_EQ(context.handleCount(), 1u);
@@ -310,7 +290,7 @@ TEST(Handle, InAClosureGoesWithIt) {
     test::collectGarbage(context);
     EXPECT_EQ(context.handleCount(), 0u);
     test::collectGarbage(context);
-    EXPECT_EQ(gone.signalled(), 1);
+    EXPECT_EQ(lives.ended(), 1);
 }
 
 } // namespace

@@ -132,7 +132,7 @@ TEST(Text, SurvivesTheRoundTripAtEveryLengthAndPlace) {
         for (std::size_t length = 0; length <= 24; ++length) {
             lengths.push_back(length);
         }
-        for (const std::size_t around : {255, 256, 257, 1024}) {
+        for (const std::size_t around : {255u, 256u, 257u, 1024u}) {
             lengths.push_back(around);
         }
         for (const std::size_t length : lengths) {

@@ -134,8 +134,21 @@ void evaluate(const Context& context, std::string_view script, std::source_locat
     }
 }
 
+void performApart(const Context& context, const std::function<void(Scope&)>& work) {
+    if (engineEntry == EngineEntry::bound) {
+        context.perform(work);
+    } else {
+        std::thread([&] { context.perform(work); }).join();
+    }
+}
+
 void collectGarbage(const Context& context) {
-    context.perform([](Scope&) { overwriteStack(); });
+    // From as far out as the entry begins, and before it: no slot of its frames is left out.
+    if (const auto loop = engineRunLoop()) {
+        loop->perform(overwriteStack);
+    } else {
+        overwriteStack();
+    }
     context.collectGarbage();
 }
 

@@ -5,6 +5,7 @@
 #include <zem/JavaScript/Context.h>
 #include <zem/Platform/RunLoop.h>
 
+#include <functional>
 #include <memory>
 #include <source_location>
 #include <string_view>
@@ -34,8 +35,11 @@ void expectEval(const zem::js::Context& context, std::string_view script, std::s
 void evaluate(const zem::js::Context& context, std::string_view script,
               std::source_location where = std::source_location::current());
 
-/// Collects what is garbage, for tests that count what is left. The collector takes everything on
-/// the stack that looks like a value for one: what earlier steps left lying there is overwritten.
+/// Performs `work` on a stack that is gone afterwards, and `collectGarbage` collects what is
+/// garbage: for tests that count what is left. The collector takes everything on a stack that looks
+/// like a value for one, so nothing may be left lying there.
+void performApart(const zem::js::Context& context,
+                  const std::function<void(zem::js::Scope&)>& work);
 void collectGarbage(const zem::js::Context& context);
 
 /// Makes a global function of a native one.
