@@ -282,8 +282,11 @@ Result<Local> Scope::call(Local function, std::initializer_list<Local> arguments
     return call(function, Arguments(arguments.begin(), arguments.size()), self);
 }
 
-Result<Local> Scope::callMethod(Local object, const Name& name,
-                                std::initializer_list<Local> arguments) {
+Result<Local> Scope::callMethod(Local object, const Name& name, Arguments arguments) {
+    if (!JSValueIsObject(engineContext(engine), engineValue(object))) {
+        return fail(ErrorType::typeError, toUTF8(engineName(name)) + ": called on " +
+                                              nameOf(kind(object)) + ", which is no object");
+    }
     const Result<Local> method = get(object, name);
     if (!method) {
         return method;
@@ -294,6 +297,11 @@ Result<Local> Scope::callMethod(Local object, const Name& name,
                                               nameOf(kind(*method)));
     }
     return call(*method, arguments, object);
+}
+
+Result<Local> Scope::callMethod(Local object, const Name& name,
+                                std::initializer_list<Local> arguments) {
+    return callMethod(object, name, Arguments(arguments.begin(), arguments.size()));
 }
 
 Result<Local> Scope::evaluate(std::string_view source, std::string_view sourceURL,

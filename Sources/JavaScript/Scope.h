@@ -87,6 +87,8 @@ class Scope {
     // A `self` that is no object is the global one.
     Result<Local> call(Local function, Arguments arguments = {}, Local self = {});
     Result<Local> call(Local function, std::initializer_list<Local> arguments, Local self = {});
+    /// Fails with a TypeError where the object is none or has no function of that name.
+    Result<Local> callMethod(Local object, const Name& name, Arguments arguments);
     Result<Local> callMethod(Local object, const Name& name,
                              std::initializer_list<Local> arguments);
     Result<Local> evaluate(std::string_view source, std::string_view sourceURL,

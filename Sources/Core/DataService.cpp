@@ -1,0 +1,425 @@
+#include <zem/Core/AdapterInvokeOperation.h>
+#include <zem/Core/DataService.h>
+#include <zem/Core/Private/Answers.h>
+#include <zem/Core/Private/CallOut.h>
+#include <zem/Core/Private/SubscriptionList.h>
+#include <zem/Core/SharedPriorityQueue.h>
+#include <zem/JavaScript/Scope.h>
+#include <zem/Tessel/JSON.h>
+#include <zem/Tessel/JSValueCoder.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <stdexcept>
+#include <utility>
+
+namespace zem {
+
+namespace {
+
+/// An age that no process reaches, in seconds: a longer timeout is as good.
+constexpr double longestTimeout = 1e9;
+
+constexpr double shortestWatchdogInterval = 1.0;
+constexpr double watchdogIntervalShare = 0.25;
+
+bool isThenable(js::Scope& scope, js::Local value) {
+    if (scope.kind(value) != js::Kind::object) {
+        return false;
+    }
+    const auto then = scope.get(value, "then");
+    return then && scope.kind(*then) == js::Kind::function;
+}
+
+/// Enters the engine for a step that has no callback to report to. False when the context's thread
+/// has ended.
+template <class Work>
+bool enter(const js::Value& zem, Work&& work) {
+    try {
+        zem.context().perform(std::forward<Work>(work));
+        return true;
+    } catch (const std::runtime_error& error) {
+        coreLog().error("the runtime was not called: %{public}s", {error.what()});
+        return false;
+    }
+}
+
+} // namespace
+
+std::shared_ptr<DataService> DataService::create(js::Value zem,
+                                                 std::shared_ptr<BinaryStore> binaryStore,
+                                                 DataServiceState state, double watchdogTimeout) {
+    if (!zem) {
+        throw std::invalid_argument("DataService: expected the runtime's object, found no value");
+    }
+    std::shared_ptr<DataService> service(
+        new DataService(std::move(zem), std::move(binaryStore), watchdogTimeout));
+    service->startWatchdog();
+    service->replay(std::move(state));
+    return service;
+}
+
+DataService::DataService(js::Value zem, std::shared_ptr<BinaryStore> binaryStore,
+                         double watchdogTimeout)
+    : subscriptions(std::make_unique<SubscriptionList>())
+    , lockQueue(platform::SerialQueue::create("com.quorvane.data.service.subscription-lock-queue"))
+    , callbackQueue(platform::SerialQueue::create("com.quorvane.data.service.callback-queue"))
+    , zem(std::move(zem))
+    , runLoop(platform::RunLoop::current())
+    , watchdogTimeout(std::max(0.0, std::min(watchdogTimeout, longestTimeout)))
+    , adapterCallQueue(SharedPriorityQueue::priority())
+    , binaryStore(std::move(binaryStore)) {}
+
+DataService::~DataService() = default;
+
+void DataService::startWatchdog() {
+    const platform::Seconds interval(
+        std::max(shortestWatchdogInterval, watchdogTimeout.count() * watchdogIntervalShare));
+    watchdogTimer = runLoop->scheduleTimer(interval, true, [weak = weak_from_this()] {
+        if (const auto service = weak.lock()) {
+            service->sweep();
+        }
+    });
+}
+
+void DataService::replay(DataServiceState state) {
+    if (state.recordTTL) {
+        setRimvoRecordTTL(state.recordTTL->ttlValue, std::move(state.recordTTL->ttlCompletion));
+    }
+    if (state.metadataTTL) {
+        setMetadataTTL(state.metadataTTL->ttlValue, std::move(state.metadataTTL->ttlCompletion));
+    }
+    for (const auto& call : state.mutatingSubscriptions) {
+        if (!call->specialOperation) {
+            invokeAdapter(call->adapterId, call->config, call->requestContext, call->callback);
+        } else if (const auto* set =
+                       std::get_if<SpecialOperation::SetMetadata>(&call->specialOperation->value)) {
+            invokeAdapterWithMetadata(call->adapterId, call->config, set->metadata, call->callback);
+        } else {
+            const auto& replace =
+                std::get<SpecialOperation::ReplaceDraft>(call->specialOperation->value);
+            invokeAdapterWithDraftToReplace(call->adapterId, call->config, replace.draftIdToReplace,
+                                            call->callback);
+        }
+    }
+    for (const auto& operation : state.contentVersionOperations) {
+        if (auto* document =
+                std::get_if<CreateContentDocumentAndVersionConfig>(&operation->operation)) {
+            createContentDocumentAndVersion(*document, operation->metadata, operation->callback);
+        } else {
+            createContentVersion(std::get<CreateContentVersionConfig>(operation->operation),
+                                 operation->metadata, operation->callback);
+        }
+    }
+    if (state.subscriptions.empty()) {
+        return;
+    }
+    enter(zem, [&](js::Scope& scope) {
+        for (const auto& subscription : state.subscriptions) {
+            prepareSnapshotSubscription(
+                scope, subscription, std::make_shared<Emissions>(weak_from_this(), subscription));
+        }
+    });
+    for (const auto& subscription : state.subscriptions) {
+        add(subscription);
+    }
+}
+
+js::Local DataService::serializedAdapterRequestContext(
+    const std::optional<AdapterRequestContext>& requestContext, js::Scope& context) {
+    return requestContext ? tessel::encodeValue(context, *requestContext) : context.undefined();
+}
+
+void DataService::invokeAdapter(std::string adapterId, std::string config,
+                                std::optional<AdapterRequestContext> requestContext,
+                                ResultCallback callback) {
+    static const js::Name method("invokeAdapter");
+    const auto operation = AdapterInvokeOperation::create(priorityOf(requestContext));
+    auto call = std::make_shared<OneShot>(weak_from_this(), std::move(callback), operation);
+    operation->setWorkBlock([weak = weak_from_this(), call = std::move(call),
+                             adapterId = std::move(adapterId), config = std::move(config),
+                             requestContext = std::move(requestContext)]() mutable {
+        if (const auto service = weak.lock()) {
+            service->callRuntime(
+                method, std::move(call),
+                [adapterId = std::move(adapterId), config = std::move(config),
+                 requestContext = std::move(requestContext)](js::Scope& scope, js::Local result) {
+                    return std::array{scope.string(adapterId), scope.string(config), result,
+                                      serializedAdapterRequestContext(requestContext, scope)};
+                });
+        }
+    });
+    adapterCallQueue->addOperation(operation);
+}
+
+/// Has `method` called with what `encode` makes of the callback: now where the context is entered
+/// inline, else as soon as its thread comes to it, without holding up this one.
+template <class Encode>
+void DataService::callRuntime(const js::Name& method, std::shared_ptr<OneShot> call,
+                              Encode encode) {
+    zem.context().async([zem = zem, &method, call = std::move(call),
+                         encode = std::move(encode)](js::Scope& scope) {
+        if (!call->isWanted()) {
+            return;
+        }
+        const js::Sequence sequence(scope);
+        const auto arguments = encode(scope, call->function(scope));
+        if (const auto answer = scope.callMethod(scope.local(zem), method, arguments); !answer) {
+            call->fail(DataServiceError::executeAdapter(answer.error().text()));
+        }
+    });
+}
+
+template <class Encode>
+void DataService::addMutatingCall(const js::Name& method, ResultCallback callback, Encode encode) {
+    adapterCallQueue->addOperation(
+        [weak = weak_from_this(), &method,
+         call = std::make_shared<OneShot>(weak_from_this(), std::move(callback)),
+         encode = std::move(encode)]() mutable {
+            if (const auto service = weak.lock()) {
+                service->callRuntime(method, std::move(call), std::move(encode));
+            }
+        },
+        platform::QueuePriority::veryHigh);
+}
+
+void DataService::invokeAdapterWithMetadata(std::string adapterId, std::string config,
+                                            Metadata metadata, ResultCallback callback) {
+    static const js::Name method("invokeAdapterWithMetadata");
+    addMutatingCall(method, std::move(callback),
+                    [adapterId = std::move(adapterId), config = std::move(config),
+                     metadata = std::move(metadata)](js::Scope& scope, js::Local result) {
+                        return std::array{scope.string(adapterId), scope.string(config),
+                                          tessel::encodeValue(scope, metadata), result};
+                    });
+}
+
+void DataService::invokeAdapterWithDraftToReplace(std::string adapterId, std::string config,
+                                                  std::string draftIdToReplace,
+                                                  ResultCallback callback) {
+    static const js::Name method("invokeAdapterWithDraftToReplace");
+    addMutatingCall(
+        method, std::move(callback),
+        [adapterId = std::move(adapterId), config = std::move(config),
+         draftIdToReplace = std::move(draftIdToReplace)](js::Scope& scope, js::Local result) {
+            return std::array{scope.string(adapterId), scope.string(config),
+                              scope.string(draftIdToReplace), result};
+        });
+}
+
+Unsubscribe DataService::subscribeToAdapter(std::string adapterId, std::string config,
+                                            std::optional<AdapterRequestContext> requestContext,
+                                            ResultCallback callback) {
+    const auto operation = AdapterInvokeOperation::create(priorityOf(requestContext));
+    const auto wire = WireSubscription::create(std::move(adapterId), std::move(config),
+                                               std::move(requestContext), adapterCallQueue);
+    auto subscription =
+        std::make_shared<Subscription>(std::move(callback), runLoop->now(), wire, operation);
+    operation->setWorkBlock([weak = weak_from_this(), subscription = std::move(subscription)] {
+        // Made first: whatever becomes of the call, the operation ends with it.
+        auto emissions = std::make_shared<Emissions>(weak, subscription);
+        const auto service = weak.lock();
+        if (service == nullptr) {
+            return;
+        }
+        service->zem.context().async(
+            [weak, subscription, emissions = std::move(emissions)](js::Scope& scope) {
+                if (const auto alive = weak.lock()) {
+                    alive->prepareSnapshotSubscription(scope, subscription, emissions);
+                    alive->add(subscription);
+                }
+            });
+    });
+    adapterCallQueue->addOperation(operation);
+    return [weakOperation = std::weak_ptr(operation), cleanup = wire->cleanupHandle()] {
+        if (const auto waiting = weakOperation.lock()) {
+            waiting->setShouldNotStart();
+        }
+        cleanup();
+    };
+}
+
+void DataService::prepareSnapshotSubscription(js::Scope& scope,
+                                              const std::shared_ptr<Subscription>& subscription,
+                                              const std::shared_ptr<Emissions>& emissions) {
+    static const js::Name method("subscribeToAdapter");
+    const std::shared_ptr<WireSubscription>& wire = subscription->unsubscribable;
+    if (wire->wasCleanedUp()) {
+        return;
+    }
+    js::Function unsubscribeFunc;
+    {
+        const js::Sequence sequence(scope);
+        const auto answer = scope.callMethod(
+            scope.local(zem), method,
+            {scope.string(wire->adapterId), scope.string(wire->config), emissions->function(scope),
+             serializedAdapterRequestContext(wire->requestContext, scope)});
+        if (answer) {
+            unsubscribeFunc = js::Function::from(scope, *answer).value_or(js::Function());
+        } else {
+            emissions->fail(DataServiceError::executeAdapter(answer.error().text()));
+        }
+    }
+    wire->functionArrived(std::move(unsubscribeFunc),
+                          [weak = weak_from_this(), weakWire = std::weak_ptr(wire)] {
+                              const auto service = weak.lock();
+                              const auto removed = weakWire.lock();
+                              if (service != nullptr && removed != nullptr) {
+                                  service->remove(*removed);
+                              }
+                          });
+}
+
+void DataService::add(const std::shared_ptr<Subscription>& subscription) {
+    const platform::Lock held(lock);
+    if (!subscription->unsubscribable->wasRemovedFromDataService()) {
+        subscriptions->append(subscription);
+    }
+}
+
+void DataService::remove(WireSubscription& unsubscribable) {
+    std::shared_ptr<Subscription> removed;
+    const platform::Lock held(lock);
+    unsubscribable.setWasRemovedFromDataService();
+    removed = subscriptions->remove(unsubscribable);
+}
+
+void DataService::settle(const Subscription& subscription) {
+    const platform::Lock held(lock);
+    subscriptions->settle(*subscription.unsubscribable);
+}
+
+DataServiceState DataService::takeState() {
+    DataServiceState state;
+    lockQueue->sync([&] {
+        const platform::Lock held(lock);
+        state.subscriptions = subscriptions->takeAll();
+    });
+    return state;
+}
+
+void DataService::sweep() {
+    std::uint64_t mark = 0;
+    {
+        const platform::Lock held(lock);
+        mark = subscriptions->appended();
+    }
+    platform::globalQueue().async([weak = weak_from_this(), mark] {
+        if (const auto service = weak.lock()) {
+            service->failOverdue(mark);
+        }
+    });
+}
+
+void DataService::failOverdue(std::uint64_t mark) {
+    const auto latest =
+        runLoop->now() -
+        std::chrono::duration_cast<platform::RunLoop::TimePoint::duration>(watchdogTimeout);
+    SubscriptionList::Entries overdue;
+    {
+        const platform::Lock held(lock);
+        overdue = subscriptions->takeOverdue(latest, mark);
+    }
+    for (const std::shared_ptr<Subscription>& subscription : overdue) {
+        if (subscription->hasEmitted.exchange(true)) {
+            continue; // it has just emitted
+        }
+        const WireSubscription& wire = *subscription->unsubscribable;
+        coreLog().error("ZEM failed to emit in a timely manner for %{public}s config: %{public}s",
+                        {wire.adapterId, wire.config});
+        deliver(subscription, std::unexpected(DataServiceError::executeAdapterTimeout()));
+        if (const auto operation = subscription->adapterOperation.lock()) {
+            operation->finish();
+        }
+    }
+}
+
+void DataService::setRimvoRecordTTL(std::int64_t ttl, std::function<void()> completion) {
+    static const js::Name method("setRimvoRecordTTL");
+    setTTL(method, ttl, std::move(completion));
+}
+
+void DataService::setMetadataTTL(std::int64_t ttl, std::function<void()> completion) {
+    static const js::Name method("setMetadataTTL");
+    setTTL(method, ttl, std::move(completion));
+}
+
+void DataService::setTTL(const js::Name& method, std::int64_t ttl,
+                         std::function<void()> completion) {
+    static const js::Name then("then");
+    const auto complete = [called = std::make_shared<std::atomic<bool>>(false),
+                           completion = std::move(completion)] {
+        if (!called->exchange(true)) {
+            callOut("a completion", completion);
+        }
+    };
+    bool isPromised = false;
+    enter(zem, [&](js::Scope& scope) {
+        const js::Local function =
+            scope.function("completion", 0, [complete](js::Scope& inner, js::Local, js::Arguments) {
+                complete();
+                return inner.undefined();
+            });
+        auto answer =
+            scope.callMethod(scope.local(zem), method, {scope.number(static_cast<double>(ttl))});
+        if (answer && isThenable(scope, *answer)) {
+            isPromised = true;
+            answer = scope.callMethod(*answer, then, {function});
+        }
+        if (!answer) {
+            scope.context().reportUncaught(scope, answer.error());
+        }
+    });
+    if (!isPromised) {
+        complete();
+    }
+}
+
+void DataService::createContentDocumentAndVersion(CreateContentDocumentAndVersionConfig config,
+                                                  std::optional<Metadata> metadata,
+                                                  ResultCallback callback) {
+    createContent("createContentDocumentAndVersion", std::nullopt, config, std::move(metadata),
+                  std::move(callback));
+}
+
+void DataService::createContentVersion(CreateContentVersionConfig config,
+                                       std::optional<Metadata> metadata, ResultCallback callback) {
+    createContent("createContentVersion", config.contentDocumentId, config, std::move(metadata),
+                  std::move(callback));
+}
+
+template <class Config>
+void DataService::createContent(const char* adapterId, std::optional<std::string> contentDocumentId,
+                                const Config& config, std::optional<Metadata> metadata,
+                                ResultCallback callback) {
+    const auto fail = [&](DataServiceError error) {
+        callOut("a result callback", callback,
+                DataServiceResult(std::unexpected(std::move(error))));
+    };
+    if (binaryStore == nullptr) {
+        fail(DataServiceError::binaryStoreUnavailable());
+        return;
+    }
+    const std::string type = config.mimeType.value_or("application/octet-stream");
+    const std::string handle = binaryStore->store(config.fileData, type, config.fileData.size());
+    const ZEMContentVersionConfig described{
+        config.title, config.description, std::move(contentDocumentId),
+        FileData{handle, config.fileName.value_or(config.title), true,
+                 static_cast<std::int64_t>(config.fileData.size()), type}};
+    std::string text = tessel::toText(tessel::toAny(described));
+    // Text that is not valid UTF-8 would reach the runtime as something else.
+    if (!tessel::parse(text)) {
+        binaryStore->remove(handle);
+        fail(DataServiceError::executeAdapterJSON("unable to build json config"));
+        return;
+    }
+    if (metadata) {
+        invokeAdapterWithMetadata(adapterId, std::move(text), *std::move(metadata),
+                                  std::move(callback));
+    } else {
+        invokeAdapter(adapterId, std::move(text), std::nullopt, std::move(callback));
+    }
+}
+
+} // namespace zem

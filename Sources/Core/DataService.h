@@ -1,0 +1,124 @@
+#pragma once
+
+// The native entry into the runtime's adapters.
+
+#include <zem/Core/BinaryStore.h>
+#include <zem/Core/DataServiceProtocol.h>
+#include <zem/Core/DataServiceState.h>
+#include <zem/JavaScript/Context.h>
+#include <zem/Platform/Mutex.h>
+#include <zem/Platform/Operation.h>
+#include <zem/Platform/Queue.h>
+#include <zem/Platform/RunLoop.h>
+
+#include <memory>
+
+namespace zem {
+
+class AdapterInvokeOperation;
+class SubscriptionList;
+
+/// Calls the runtime's data-service object from the queue that all services of the process share:
+/// at most five calls are unanswered at once, a more urgent one goes first, and mutating calls go
+/// before all others. Every result is delivered on this service's callback queue, in the order in
+/// which the runtime produced them. Thread-safe.
+///
+/// Destroying it, on any thread, ends the watchdog. Calls that have not reached the runtime are
+/// dropped, answers that come later are dropped, and so are the callbacks, without being called;
+/// what was on its way to a callback is still delivered. The runtime's subscriptions stay open
+/// until the callers end them, which they still can.
+class DataService final : public DataServiceProtocolDeprecated,
+                          public DataServiceStateProviding,
+                          public std::enable_shared_from_this<DataService> {
+  public:
+    /// Seconds.
+    static constexpr double defaultWatchdogTimeout = 180.0;
+
+    /// The service of the runtime's object `zem`. Replays `state`, in this order: the TTLs, the
+    /// one-shot calls, the uploads, and the subscriptions, which are prepared in the runtime before
+    /// this returns. The watchdog, every quarter of the timeout but not more often than every
+    /// second, fails subscriptions that are silent since `watchdogTimeout` seconds; it runs as long
+    /// as the calling thread runs its run loop. `binaryStore` may be null: uploads then fail.
+    ///
+    /// Throws std::invalid_argument when `zem` holds nothing. When it is not an object or has not
+    /// the function that is called, the calls fail.
+    static std::shared_ptr<DataService> create(js::Value zem,
+                                               std::shared_ptr<BinaryStore> binaryStore,
+                                               DataServiceState state, double watchdogTimeout);
+    ~DataService() override;
+
+    using DataServiceProtocol::invokeAdapter;
+    using DataServiceProtocol::subscribeToAdapter;
+
+    void invokeAdapter(std::string adapterId, std::string config,
+                       std::optional<AdapterRequestContext> requestContext,
+                       ResultCallback callback) override;
+    void invokeAdapterWithMetadata(std::string adapterId, std::string config, Metadata metadata,
+                                   ResultCallback callback) override;
+    void invokeAdapterWithDraftToReplace(std::string adapterId, std::string config,
+                                         std::string draftIdToReplace,
+                                         ResultCallback callback) override;
+    [[nodiscard]] Unsubscribe
+    subscribeToAdapter(std::string adapterId, std::string config,
+                       std::optional<AdapterRequestContext> requestContext,
+                       ResultCallback callback) override;
+    /// The runtime is called before these return.
+    void setRimvoRecordTTL(std::int64_t ttl, std::function<void()> completion) override;
+    void setMetadataTTL(std::int64_t ttl, std::function<void()> completion) override;
+    void createContentDocumentAndVersion(CreateContentDocumentAndVersionConfig config,
+                                         std::optional<Metadata> metadata,
+                                         ResultCallback callback) override;
+    void createContentVersion(CreateContentVersionConfig config, std::optional<Metadata> metadata,
+                              ResultCallback callback) override;
+
+    /// Hands over the live subscriptions, which are not cancelled in the runtime: the service that
+    /// is made of them prepares them again.
+    [[nodiscard]] DataServiceState takeState() override;
+
+  private:
+    using Subscription = BatchingSubscription<ResultCallback, WireSubscription>;
+    class OneShot;
+    class Emissions;
+
+    DataService(js::Value zem, std::shared_ptr<BinaryStore> binaryStore, double watchdogTimeout);
+    void startWatchdog();
+    void replay(DataServiceState state);
+
+    static js::Local
+    serializedAdapterRequestContext(const std::optional<AdapterRequestContext>& requestContext,
+                                    js::Scope& context);
+
+    template <class Encode>
+    void callRuntime(const js::Name& method, std::shared_ptr<OneShot> call, Encode encode);
+    template <class Encode>
+    void addMutatingCall(const js::Name& method, ResultCallback callback, Encode encode);
+    void setTTL(const js::Name& method, std::int64_t ttl, std::function<void()> completion);
+    template <class Config>
+    void createContent(const char* adapterId, std::optional<std::string> contentDocumentId,
+                       const Config& config, std::optional<Metadata> metadata,
+                       ResultCallback callback);
+
+    void prepareSnapshotSubscription(js::Scope& scope,
+                                     const std::shared_ptr<Subscription>& subscription,
+                                     const std::shared_ptr<Emissions>& emissions);
+    void add(const std::shared_ptr<Subscription>& subscription);
+    void remove(WireSubscription& unsubscribable);
+    void settle(const Subscription& subscription);
+    void deliver(std::shared_ptr<Subscription> subscription,
+                 std::expected<std::optional<std::string>, DataServiceError> outcome);
+    void sweep();
+    void failOverdue(std::uint64_t mark);
+
+    platform::Mutex lock;
+    const std::unique_ptr<SubscriptionList> subscriptions;
+    const std::shared_ptr<platform::SerialQueue> lockQueue;
+    const std::shared_ptr<platform::SerialQueue> callbackQueue;
+    const js::Value zem;
+    const std::shared_ptr<platform::RunLoop> runLoop;
+    const platform::Seconds watchdogTimeout;
+    const std::shared_ptr<platform::OperationQueue> adapterCallQueue;
+    const std::shared_ptr<BinaryStore> binaryStore;
+    std::unique_ptr<platform::Timer> watchdogTimer;
+};
+
+} // namespace zem

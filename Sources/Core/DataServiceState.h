@@ -1,0 +1,45 @@
+#pragma once
+
+// What one service hands over to the next.
+
+#include <zem/Core/BatchingSubscription.h>
+#include <zem/Core/ContentVersionOperation.h>
+#include <zem/Core/DataServiceResult.h>
+#include <zem/Core/MutatingWireSubscription.h>
+#include <zem/Core/WireSubscription.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace zem {
+
+/// A time to live that waits for the runtime.
+struct TTLWrapper {
+    std::int64_t ttlValue = 0;
+    std::function<void()> ttlCompletion;
+};
+
+/// All lists are in the order of the requests.
+struct DataServiceState {
+    std::vector<std::shared_ptr<BatchingSubscription<ResultCallback, WireSubscription>>>
+        subscriptions;
+    std::vector<std::shared_ptr<MutatingWireSubscription>> mutatingSubscriptions;
+    std::vector<std::shared_ptr<ContentVersionOperation>> contentVersionOperations;
+    std::optional<TTLWrapper> recordTTL;
+    std::optional<TTLWrapper> metadataTTL;
+};
+
+class DataServiceStateProviding {
+  public:
+    virtual ~DataServiceStateProviding() = default;
+
+    /// Hands over what the service has recorded or keeps, and leaves it with nothing. The
+    /// callbacks and unsubscribe callbacks of the callers keep working in the service that is made
+    /// of it.
+    [[nodiscard]] virtual DataServiceState takeState() = 0;
+};
+
+} // namespace zem

@@ -1,0 +1,155 @@
+#include <zem/Core/WireSubscription.h>
+
+#include <utility>
+
+namespace zem {
+
+WireSubscription::WireSubscription(std::string adapterId, std::string config,
+                                   std::optional<AdapterRequestContext> requestContext,
+                                   std::shared_ptr<platform::OperationQueue> unsubscribeQueue)
+    : adapterId(std::move(adapterId))
+    , config(std::move(config))
+    , requestContext(std::move(requestContext))
+    , unsubscribeQueue(std::move(unsubscribeQueue)) {}
+
+std::shared_ptr<WireSubscription>
+WireSubscription::create(std::string adapterId, std::string config,
+                         std::optional<AdapterRequestContext> requestContext,
+                         std::shared_ptr<platform::OperationQueue> unsubscribeQueue) {
+    return std::shared_ptr<WireSubscription>(
+        new WireSubscription(std::move(adapterId), std::move(config), std::move(requestContext),
+                             std::move(unsubscribeQueue)));
+}
+
+std::function<void()> WireSubscription::cleanupHandle() {
+    // Strong: the caller may end the subscription after its service is gone, and the runtime must
+    // hear of it.
+    return [self = shared_from_this()] {
+        self->cleanUp();
+    };
+}
+
+/// The function that is there, if nobody has had it called: the caller of this does.
+js::Function WireSubscription::claimUncalled() {
+    if (!unsubscribeFunc || jsAlreadyCalled) {
+        return {};
+    }
+    jsAlreadyCalled = true;
+    return unsubscribeFunc;
+}
+
+/// The same, and where there is none, the note that a clean-up waits for it.
+js::Function WireSubscription::claimForUnsubscribe() {
+    js::Function claimed = claimUncalled();
+    if (!claimed) {
+        cleanedUpBeforeFunctionSet = true;
+    }
+    return claimed;
+}
+
+void WireSubscription::setCleanupFunc(std::function<void()> function) {
+    {
+        const platform::Lock lock(mutex);
+        if (!cleanedUpBeforeFunctionSet) {
+            std::swap(cleanupFunc, function);
+            return;
+        }
+        cleanupFunc = nullptr;
+    }
+    if (function) {
+        function();
+    }
+}
+
+void WireSubscription::functionArrived(js::Function function, std::function<void()> cleanup) {
+    js::Function before;
+    js::Function after;
+    {
+        const platform::Lock lock(mutex);
+        before = claimUncalled();
+        std::swap(unsubscribeFunc, function);
+        if (cleanedUpBeforeFunctionSet) {
+            after = claimForUnsubscribe();
+        } else {
+            std::swap(cleanupFunc, cleanup);
+            cleanup = nullptr;
+        }
+    }
+    scheduleCall(std::move(before));
+    scheduleCall(std::move(after));
+    if (cleanup) {
+        cleanup();
+    }
+}
+
+void WireSubscription::cleanUp() {
+    cleanedUp = true;
+    js::Function dropped;
+    js::Function claimed;
+    bool wasBefore = false;
+    {
+        const platform::Lock lock(mutex);
+        if (!unsubscribeFunc) {
+            cleanedUpBeforeFunctionSet = true;
+        }
+        claimed = claimUncalled();
+        std::swap(unsubscribeFunc, dropped);
+        wasBefore = cleanedUpBeforeFunctionSet;
+    }
+    scheduleCall(std::move(claimed));
+    if (wasBefore) {
+        unsubscribe();
+    }
+    std::function<void()> cleanup;
+    {
+        const platform::Lock lock(mutex);
+        std::swap(cleanupFunc, cleanup);
+    }
+    if (cleanup) {
+        cleanup();
+    }
+}
+
+void WireSubscription::unsubscribe() {
+    js::Function claimed;
+    {
+        const platform::Lock lock(mutex);
+        claimed = claimForUnsubscribe();
+    }
+    scheduleCall(std::move(claimed));
+}
+
+void WireSubscription::scheduleCall(js::Function function) {
+    if (!function) {
+        return;
+    }
+    unsubscribeQueue->addOperation(
+        [function = std::move(function), weak = weak_from_this()]() mutable {
+            const js::Context context = function.context();
+            context.async(
+                [function = std::move(function), weak = std::move(weak)](js::Scope& scope) {
+                    if (const auto answer = function.call(scope); !answer) {
+                        scope.context().reportUncaught(scope, answer.error());
+                    }
+                    if (const auto self = weak.lock()) {
+                        self->called();
+                    }
+                });
+        },
+        platform::QueuePriority::veryHigh);
+}
+
+void WireSubscription::called() {
+    js::Function dropped;
+    bool wasBefore = false;
+    {
+        const platform::Lock lock(mutex);
+        std::swap(unsubscribeFunc, dropped);
+        wasBefore = cleanedUpBeforeFunctionSet;
+    }
+    if (wasBefore) {
+        unsubscribe();
+    }
+}
+
+} // namespace zem
