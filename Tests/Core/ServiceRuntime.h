@@ -1,0 +1,183 @@
+#pragma once
+
+// A runtime in JavaScript with a data-service object that writes down how it is called, and what
+// the tests of the services need around it.
+
+#include <zem/Core/AdapterInvokeOperation.h>
+#include <zem/Core/DataService.h>
+#include <zem/Core/SharedPriorityQueue.h>
+#include <zem/JavaScript/Context.h>
+#include <zem/Platform/Queue.h>
+#include <zem/Platform/RunLoop.h>
+#include <zem/Tessel/JSON.h>
+
+#include <gtest/gtest.h>
+
+#include <Support/Engine.h>
+#include <Support/Wait.h>
+#include <array>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace test {
+
+/// Lines from any thread, and waiting for them.
+class Journal {
+  public:
+    explicit Journal(std::string awaited)
+        : written(std::move(awaited)) {}
+
+    void add(std::string line) {
+        transcript.add(std::move(line));
+        written.signal();
+    }
+
+    /// All lines, once there are `count`.
+    std::vector<std::string> wait(int count) {
+        written.wait(count);
+        return transcript.lines();
+    }
+
+    std::vector<std::string> lines() const { return transcript.lines(); }
+
+  private:
+    Transcript transcript;
+    Event written;
+};
+
+inline std::string textOf(const zem::DataServiceResult& result) {
+    return result ? tessel::toText(*result) : result.error().errorDescription();
+}
+
+/// Callbacks of callers, and what they heard.
+class Results : public Journal {
+  public:
+    Results()
+        : Journal("a result") {}
+
+    zem::ResultCallback callback(std::string name = {}) {
+        return [this,
+                prefix = name.empty() ? name : name + ": "](const zem::DataServiceResult& result) {
+            add(prefix + textOf(result));
+        };
+    }
+};
+
+/// Takes all places of the shared queue, so that nothing else starts until they are given back.
+class HeldQueue {
+  public:
+    HeldQueue() {
+        for (auto& place : places) {
+            place = zem::AdapterInvokeOperation::create(zem::AdapterRequestPriority::high);
+            place->setWorkBlock([this] { taken.signal(); });
+            zem::SharedPriorityQueue::priority()->addOperation(place);
+        }
+        taken.wait(static_cast<int>(places.size()));
+    }
+    ~HeldQueue() { release(); }
+    HeldQueue(const HeldQueue&) = delete;
+    HeldQueue& operator=(const HeldQueue&) = delete;
+
+    void releaseOne() { places[released++]->finish(); }
+    void release() {
+        while (released < places.size()) {
+            releaseOne();
+        }
+    }
+
+  private:
+    Event taken{"a place on the shared queue"};
+    std::array<std::shared_ptr<zem::AdapterInvokeOperation>,
+               zem::SharedPriorityQueue::maxConcurrentOperationCount>
+        places;
+    std::size_t released = 0;
+};
+
+class ServiceRuntime {
+  public:
+    ServiceRuntime() {
+        context.setUncaughtHandler([this](zem::js::Scope&, const zem::js::Exception& exception) {
+            uncaught.add(exception.text());
+        });
+        setFunction(context, "heard", 1,
+                    [this](zem::js::Scope& scope, zem::js::Local,
+                           zem::js::Arguments arguments) -> zem::js::Result<zem::js::Local> {
+                        calls.add(scope.toText(arguments[0]));
+                        return scope.undefined();
+                    });
+        // Each call is written down and its callback kept, in the order of the calls. What a test
+        // sets as `on` answers it.
+        evaluate(context, R"js(
+            var callbacks = [];
+            var on = {};
+            var show = (value) => typeof value === "function" ? "callback" :
+                value === undefined ? "undefined" : JSON.stringify(value);
+            var called = (name, values) => {
+                callbacks.push(values.find((value) => typeof value === "function"));
+                heard(name + "(" + values.map(show).join(", ") + ")");
+                return on[name]?.(...values);
+            };
+            var zem = {
+                invokeAdapter(...values) { return called("invokeAdapter", values); },
+                invokeAdapterWithMetadata(...values) {
+                    return called("invokeAdapterWithMetadata", values);
+                },
+                invokeAdapterWithDraftToReplace(...values) {
+                    return called("invokeAdapterWithDraftToReplace", values);
+                },
+                subscribeToAdapter(...values) {
+                    called("subscribeToAdapter", values);
+                    return () => heard("unsubscribe(" + values[0] + ")");
+                },
+                setRimvoRecordTTL(...values) { return called("setRimvoRecordTTL", values); },
+                setMetadataTTL(...values) { return called("setMetadataTTL", values); },
+            };
+        )js");
+    }
+
+    /// The value of a script.
+    zem::js::Value value(std::string_view script) {
+        return context.perform([&](zem::js::Scope& scope) {
+            return scope.keep(scope.evaluate(script, "test.js").value());
+        });
+    }
+
+    std::shared_ptr<zem::DataService>
+    service(zem::DataServiceState state = {},
+            double watchdogTimeout = zem::DataService::defaultWatchdogTimeout) {
+        return zem::DataService::create(value("zem"), nullptr, std::move(state), watchdogTimeout);
+    }
+
+    /// Answers the call of this number, from 0, with the value of a script.
+    void answer(int call, std::string_view script) {
+        evaluate(context, "callbacks[" + std::to_string(call) + "](" + std::string(script) + ")");
+    }
+
+    /// Whether every place on the shared queue is free: as many calls as it has places run at once.
+    void expectAllPlacesFree() {
+        evaluate(context, "callbacks = []; on = {};");
+        const auto probing = service();
+        const int before = static_cast<int>(calls.lines().size());
+        constexpr int places = zem::SharedPriorityQueue::maxConcurrentOperationCount;
+        Results results;
+        for (int index = 0; index < places; ++index) {
+            probing->invokeAdapter("probe", "{}", results.callback());
+        }
+        calls.wait(before + places);
+        for (int index = 0; index < places; ++index) {
+            answer(index, "{ data: {} }");
+        }
+        EXPECT_EQ(results.wait(places), std::vector<std::string>(places, "{}"));
+    }
+
+    zem::js::Context context = makeContext();
+    /// The clock of the services that a test makes, moved by hand.
+    std::shared_ptr<zem::platform::ManualRunLoop> clock = zem::platform::ManualRunLoop::create();
+    Journal calls{"a call of the runtime"};
+    Transcript uncaught;
+};
+
+} // namespace test
