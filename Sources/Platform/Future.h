@@ -59,7 +59,7 @@ class FutureState {
     }
 
     bool wait(Seconds limit) const {
-        // What is longer overflows the clock.
+        // A clock that a limit takes past its end gives up at once, or waits in a busy loop.
         constexpr Seconds longest = std::chrono::years(1);
         UniqueLock lock(mutex);
         return completed.wait_for(lock, std::clamp(limit, Seconds(0), longest),

@@ -245,6 +245,16 @@ TEST_F(SinkTest, ToleratesAbsentClosures) {
     EXPECT_THAT(transcript.lines(), ElementsAre("request unlimited"));
 }
 
+TEST_F(SinkTest, LetsItsSubscriptionGoWhenCancelled) {
+    AnyCancellable cancellable = subscribe();
+    std::shared_ptr<Subscription> subscription = makeSubscription();
+    const std::weak_ptr<Subscription> weak = subscription;
+    publisher.first().receive(std::move(subscription));
+    EXPECT_FALSE(weak.expired());
+    cancellable.cancel();
+    EXPECT_TRUE(weak.expired());
+}
+
 TEST_F(SinkTest, LetsItsClosuresGoWhenCancelled) {
     auto captured = std::make_shared<int>(1);
     const std::weak_ptr<int> weak = captured;
