@@ -71,7 +71,13 @@ DataService::DataService(js::Value zem, std::shared_ptr<BinaryStore> binaryStore
     , adapterCallQueue(SharedPriorityQueue::priority())
     , binaryStore(std::move(binaryStore)) {}
 
-DataService::~DataService() = default;
+DataService::~DataService() {
+    for (const auto& waiting : unanswered) {
+        if (const auto operation = waiting.lock()) {
+            operation->finish();
+        }
+    }
+}
 
 void DataService::startWatchdog() {
     const platform::Seconds interval(
@@ -137,10 +143,12 @@ void DataService::invokeAdapter(std::string adapterId, std::string config,
     static const js::Name method("invokeAdapter");
     const auto operation = AdapterInvokeOperation::create(priorityOf(requestContext));
     auto call = std::make_shared<OneShot>(weak_from_this(), std::move(callback), operation);
-    operation->setWorkBlock([weak = weak_from_this(), call = std::move(call),
-                             adapterId = std::move(adapterId), config = std::move(config),
+    operation->setWorkBlock([weak = weak_from_this(), weakOperation = std::weak_ptr(operation),
+                             call = std::move(call), adapterId = std::move(adapterId),
+                             config = std::move(config),
                              requestContext = std::move(requestContext)]() mutable {
         if (const auto service = weak.lock()) {
+            service->addUnanswered(std::move(weakOperation));
             service->callRuntime(
                 method, std::move(call),
                 [adapterId = std::move(adapterId), config = std::move(config),
@@ -151,6 +159,13 @@ void DataService::invokeAdapter(std::string adapterId, std::string config,
         }
     });
     adapterCallQueue->addOperation(operation);
+}
+
+void DataService::addUnanswered(std::weak_ptr<AdapterInvokeOperation> operation) {
+    const platform::Lock held(lock);
+    // No more than have a place on the shared queue are alive.
+    std::erase_if(unanswered, [](const auto& answered) { return answered.expired(); });
+    unanswered.push_back(std::move(operation));
 }
 
 /// Has `method` called with what `encode` makes of the callback: now where the context is entered
@@ -272,8 +287,9 @@ void DataService::prepareSnapshotSubscription(js::Scope& scope,
 }
 
 void DataService::add(const std::shared_ptr<Subscription>& subscription) {
+    const WireSubscription& wire = *subscription->unsubscribable;
     const platform::Lock held(lock);
-    if (!subscription->unsubscribable->wasRemovedFromDataService()) {
+    if (!wire.wasRemovedFromDataService() && !wire.wasCleanedUp()) {
         subscriptions->append(subscription);
     }
 }
@@ -283,6 +299,11 @@ void DataService::remove(WireSubscription& unsubscribable) {
     const platform::Lock held(lock);
     unsubscribable.setWasRemovedFromDataService();
     removed = subscriptions->remove(unsubscribable);
+}
+
+std::size_t DataService::subscriptionCount() const {
+    const platform::Lock held(lock);
+    return subscriptions->size();
 }
 
 void DataService::settle(const Subscription& subscription) {
@@ -300,22 +321,23 @@ DataServiceState DataService::takeState() {
 }
 
 void DataService::sweep() {
+    // The date and the list are those of the tick, however long the task has to wait.
+    const auto latest =
+        runLoop->now() -
+        std::chrono::duration_cast<platform::RunLoop::TimePoint::duration>(watchdogTimeout);
     std::uint64_t mark = 0;
     {
         const platform::Lock held(lock);
         mark = subscriptions->appended();
     }
-    platform::globalQueue().async([weak = weak_from_this(), mark] {
+    platform::globalQueue().async([weak = weak_from_this(), latest, mark] {
         if (const auto service = weak.lock()) {
-            service->failOverdue(mark);
+            service->failOverdue(latest, mark);
         }
     });
 }
 
-void DataService::failOverdue(std::uint64_t mark) {
-    const auto latest =
-        runLoop->now() -
-        std::chrono::duration_cast<platform::RunLoop::TimePoint::duration>(watchdogTimeout);
+void DataService::failOverdue(platform::RunLoop::TimePoint latest, std::uint64_t mark) {
     SubscriptionList::Entries overdue;
     {
         const platform::Lock held(lock);

@@ -12,6 +12,7 @@
 #include <zem/Platform/RunLoop.h>
 
 #include <memory>
+#include <vector>
 
 namespace zem {
 
@@ -75,6 +76,9 @@ class DataService final : public DataServiceProtocolDeprecated,
     /// is made of them prepares them again.
     [[nodiscard]] DataServiceState takeState() override;
 
+    /// How many subscriptions the runtime was asked for that have not ended.
+    std::size_t subscriptionCount() const;
+
   private:
     using Subscription = BatchingSubscription<ResultCallback, WireSubscription>;
     class OneShot;
@@ -88,6 +92,7 @@ class DataService final : public DataServiceProtocolDeprecated,
     serializedAdapterRequestContext(const std::optional<AdapterRequestContext>& requestContext,
                                     js::Scope& context);
 
+    void addUnanswered(std::weak_ptr<AdapterInvokeOperation> operation);
     template <class Encode>
     void callRuntime(const js::Name& method, std::shared_ptr<OneShot> call, Encode encode);
     template <class Encode>
@@ -107,10 +112,13 @@ class DataService final : public DataServiceProtocolDeprecated,
     void deliver(std::shared_ptr<Subscription> subscription,
                  std::expected<std::optional<std::string>, DataServiceError> outcome);
     void sweep();
-    void failOverdue(std::uint64_t mark);
+    void failOverdue(platform::RunLoop::TimePoint latest, std::uint64_t mark);
 
-    platform::Mutex lock;
+    mutable platform::Mutex lock;
     const std::unique_ptr<SubscriptionList> subscriptions;
+    /// The one-shot calls that hold a place on the shared queue, given back when nobody is left to
+    /// hear the answer.
+    std::vector<std::weak_ptr<AdapterInvokeOperation>> unanswered;
     const std::shared_ptr<platform::SerialQueue> lockQueue;
     const std::shared_ptr<platform::SerialQueue> callbackQueue;
     const js::Value zem;

@@ -96,6 +96,11 @@ class HeldQueue {
     std::size_t released = 0;
 };
 
+/// A subscription is live a moment after the runtime was asked for it.
+inline void waitForSubscriptions(const zem::DataService& service, std::size_t count) {
+    waitUntil("a live subscription", [&] { return service.subscriptionCount() == count; });
+}
+
 class ServiceRuntime {
   public:
     ServiceRuntime() {
@@ -112,11 +117,13 @@ class ServiceRuntime {
         // sets as `on` answers it.
         evaluate(context, R"js(
             var callbacks = [];
+            var callbackOf = {};
             var on = {};
             var show = (value) => typeof value === "function" ? "callback" :
                 value === undefined ? "undefined" : JSON.stringify(value);
             var called = (name, values) => {
                 callbacks.push(values.find((value) => typeof value === "function"));
+                callbackOf[values[0]] = callbacks.at(-1);
                 heard(name + "(" + values.map(show).join(", ") + ")");
                 return on[name]?.(...values);
             };
@@ -138,6 +145,20 @@ class ServiceRuntime {
         )js");
     }
 
+    /// What is on its way to the runtime arrives first: a call that has no answer by now would hold
+    /// its place for ever, and fails the test.
+    ~ServiceRuntime() {
+        try {
+            waitUntil("the end of all adapter calls",
+                      [] { return zem::SharedPriorityQueue::priority()->operationCount() == 0; });
+            context.perform([](zem::js::Scope&) {});
+        } catch (const std::exception& error) {
+            ADD_FAILURE() << error.what();
+        }
+    }
+    ServiceRuntime(const ServiceRuntime&) = delete;
+    ServiceRuntime& operator=(const ServiceRuntime&) = delete;
+
     /// The value of a script.
     zem::js::Value value(std::string_view script) {
         return context.perform([&](zem::js::Scope& scope) {
@@ -154,6 +175,12 @@ class ServiceRuntime {
     /// Answers the call of this number, from 0, with the value of a script.
     void answer(int call, std::string_view script) {
         evaluate(context, "callbacks[" + std::to_string(call) + "](" + std::string(script) + ")");
+    }
+
+    /// Answers the latest call of this adapter.
+    void emit(std::string_view adapterId, std::string_view script) {
+        evaluate(context,
+                 "callbackOf[\"" + std::string(adapterId) + "\"](" + std::string(script) + ")");
     }
 
     /// Whether every place on the shared queue is free: as many calls as it has places run at once.

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -15,6 +16,17 @@ namespace test {
 
 /// No test depends on speed: the bound is only there so that a lost event fails instead of hanging.
 inline constexpr std::chrono::seconds waitLimit{120};
+
+/// Returns when `condition`, which nothing announces, is true; throws when that does not happen.
+inline void waitUntil(const std::string& awaited, const std::function<bool()>& condition) {
+    const auto limit = std::chrono::steady_clock::now() + waitLimit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > limit) {
+            throw std::runtime_error("waited in vain for: " + awaited);
+        }
+        std::this_thread::yield();
+    }
+}
 
 /// Something that happens once or several times on other threads and is waited for on the test's.
 class Event {
@@ -90,6 +102,11 @@ class Transcript {
     std::vector<std::string> lines() const {
         std::scoped_lock lock(mutex);
         return recorded;
+    }
+
+    void clear() {
+        std::scoped_lock lock(mutex);
+        recorded.clear();
     }
 
   private:

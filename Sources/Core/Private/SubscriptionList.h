@@ -33,6 +33,8 @@ class SubscriptionList {
     /// It has emitted and is never overdue.
     void settle(const WireSubscription& unsubscribable);
 
+    std::size_t size() const { return places.size(); }
+
     /// How many were ever appended: a mark for `takeOverdue`.
     std::uint64_t appended() const { return counter; }
 

@@ -1,0 +1,231 @@
+#include <zem/Core/BatchingDataService.h>
+#include <zem/Core/DataService.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <Core/BinaryStore.h>
+#include <Core/ServiceRuntime.h>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace zem;
+using platform::Seconds;
+using test::Results;
+using test::ServiceRuntime;
+using Lines = std::vector<std::string>;
+
+void expectEmpty(const DataServiceState& state) {
+    EXPECT_TRUE(state.subscriptions.empty());
+    EXPECT_TRUE(state.mutatingSubscriptions.empty());
+    EXPECT_TRUE(state.contentVersionOperations.empty());
+    EXPECT_FALSE(state.recordTTL);
+    EXPECT_FALSE(state.metadataTTL);
+}
+
+TEST(BatchingDataService, HasNothingToHandOverAtFirst) {
+    expectEmpty(BatchingDataService::create()->takeState());
+}
+
+TEST(BatchingDataService, RecordsWhatIsAskedForInItsOrder) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto batching = BatchingDataService::create();
+    AdapterRequestContext context;
+    context.priority = AdapterRequestPriority::high;
+    runtime.clock->advance(Seconds(7));
+    const Unsubscribe list =
+        batching->subscribeToAdapter("list", "l", context, results.callback("list"));
+    batching->invokeAdapter("plain", "p", context, results.callback("plain"));
+    batching->invokeAdapterWithMetadata("metadata", "m", {{"a", "1"}},
+                                        results.callback("metadata"));
+    batching->invokeAdapterWithDraftToReplace("draft", "d", "7", results.callback("draft"));
+    batching->createContentDocumentAndVersion(
+        {.title = "t", .description = "d", .fileData = {}, .fileName = {}, .mimeType = {}},
+        Metadata{{"b", "2"}}, results.callback());
+    batching->createContentVersion({.title = "u",
+                                    .description = "e",
+                                    .contentDocumentId = "id",
+                                    .fileData = {},
+                                    .fileName = {},
+                                    .mimeType = {}},
+                                   std::nullopt, results.callback());
+    batching->setRimvoRecordTTL(11, [] {});
+    batching->setMetadataTTL(12, [] {});
+
+    const DataServiceState state = batching->takeState();
+    ASSERT_EQ(state.subscriptions.size(), 1u);
+    EXPECT_EQ(state.subscriptions[0]->unsubscribable->adapterId, "list");
+    EXPECT_EQ(state.subscriptions[0]->unsubscribable->config, "l");
+    EXPECT_EQ(state.subscriptions[0]->unsubscribable->requestContext, context);
+    EXPECT_EQ(state.subscriptions[0]->preparedDate, runtime.clock->now());
+    EXPECT_FALSE(state.subscriptions[0]->hasEmitted);
+    EXPECT_EQ(state.subscriptions[0]->adapterOperation.lock(), nullptr);
+    ASSERT_EQ(state.mutatingSubscriptions.size(), 3u);
+    EXPECT_EQ(state.mutatingSubscriptions[0]->adapterId, "plain");
+    EXPECT_EQ(state.mutatingSubscriptions[0]->config, "p");
+    EXPECT_EQ(state.mutatingSubscriptions[0]->specialOperation, std::nullopt);
+    EXPECT_EQ(state.mutatingSubscriptions[0]->requestContext, context);
+    EXPECT_EQ(state.mutatingSubscriptions[1]->adapterId, "metadata");
+    EXPECT_EQ(state.mutatingSubscriptions[1]->specialOperation,
+              SpecialOperation::setMetadata({{"a", "1"}}));
+    EXPECT_EQ(state.mutatingSubscriptions[1]->requestContext, std::nullopt);
+    EXPECT_EQ(state.mutatingSubscriptions[2]->specialOperation,
+              SpecialOperation::replaceDraft("7"));
+    EXPECT_EQ(state.mutatingSubscriptions[2]->requestContext, std::nullopt);
+    ASSERT_EQ(state.contentVersionOperations.size(), 2u);
+    EXPECT_EQ(std::get<CreateContentDocumentAndVersionConfig>(
+                  state.contentVersionOperations[0]->operation)
+                  .title,
+              "t");
+    EXPECT_EQ(state.contentVersionOperations[0]->metadata, (Metadata{{"b", "2"}}));
+    EXPECT_EQ(std::get<CreateContentVersionConfig>(state.contentVersionOperations[1]->operation)
+                  .contentDocumentId,
+              "id");
+    EXPECT_EQ(state.contentVersionOperations[1]->metadata, std::nullopt);
+    ASSERT_TRUE(state.recordTTL);
+    EXPECT_EQ(state.recordTTL->ttlValue, 11);
+    ASSERT_TRUE(state.metadataTTL);
+    EXPECT_EQ(state.metadataTTL->ttlValue, 12);
+    EXPECT_EQ(results.lines(), Lines{});
+}
+
+TEST(BatchingDataService, HandsOverOnlyWhatCameSinceTheLastTime) {
+    Results results;
+    const auto batching = BatchingDataService::create();
+    batching->invokeAdapter("first", "{}", results.callback());
+    batching->setRimvoRecordTTL(1, [] {});
+    (void)batching->takeState();
+    batching->invokeAdapter("second", "{}", results.callback());
+    const Unsubscribe unsubscribe = batching->subscribeToAdapter("list", "{}", results.callback());
+    const DataServiceState state = batching->takeState();
+    ASSERT_EQ(state.mutatingSubscriptions.size(), 1u);
+    EXPECT_EQ(state.mutatingSubscriptions[0]->adapterId, "second");
+    EXPECT_EQ(state.subscriptions.size(), 1u);
+    EXPECT_FALSE(state.recordTTL);
+    // What was asked for last stays known.
+    EXPECT_EQ(batching->lastRecordTTL(), 1);
+    EXPECT_EQ(batching->lastMetadataTTL(), std::nullopt);
+    expectEmpty(batching->takeState());
+}
+
+TEST(BatchingDataService, ReplaysEverythingInTheGivenOrder) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto batching = BatchingDataService::create();
+    const Unsubscribe list = batching->subscribeToAdapter("list", "{}", results.callback("list"));
+    batching->createContentDocumentAndVersion(
+        {.title = "t", .description = "d", .fileData = {}, .fileName = {}, .mimeType = {}},
+        Metadata{}, results.callback("document"));
+    batching->createContentVersion({.title = "t",
+                                    .description = "d",
+                                    .contentDocumentId = "id",
+                                    .fileData = {},
+                                    .fileName = {},
+                                    .mimeType = {}},
+                                   Metadata{}, results.callback("version"));
+    batching->invokeAdapterWithMetadata("metadata", "{}", {{"a", "1"}},
+                                        results.callback("metadata"));
+    batching->invokeAdapterWithDraftToReplace("draft", "{}", "7", results.callback("draft"));
+    batching->invokeAdapter("plain", "{}", results.callback("plain"));
+    batching->setMetadataTTL(2, [&] { results.add("metadata TTL"); });
+    batching->setRimvoRecordTTL(1, [&] { results.add("record TTL"); });
+
+    std::shared_ptr<DataService> service;
+    {
+        const test::HeldQueue held;
+        service = DataService::create(runtime.value("zem"), std::make_shared<test::BinaryStore>(),
+                                      batching->takeState(), 180);
+        // These before the service is there, on the thread that makes it.
+        EXPECT_EQ(runtime.calls.lines(),
+                  (Lines{"setRimvoRecordTTL(1)", "setMetadataTTL(2)",
+                         R"js(subscribeToAdapter("list", "{}", callback, undefined))js"}));
+        EXPECT_EQ(results.lines(), (Lines{"record TTL", "metadata TTL"}));
+    }
+    // The others through the shared queue.
+    const Lines calls = runtime.calls.wait(8);
+    EXPECT_THAT(
+        Lines(calls.begin() + 3, calls.end()),
+        testing::UnorderedElementsAre(
+            R"js(invokeAdapterWithMetadata("metadata", "{}", {"a":"1"}, callback))js",
+            R"js(invokeAdapterWithDraftToReplace("draft", "{}", "7", callback))js",
+            testing::StartsWith("invokeAdapterWithMetadata(\"createContentDocumentAndVersion\""),
+            testing::StartsWith("invokeAdapterWithMetadata(\"createContentVersion\""),
+            R"js(invokeAdapter("plain", "{}", callback, undefined))js"));
+    for (const char* name : {"metadata", "draft", "createContentDocumentAndVersion",
+                             "createContentVersion", "plain", "list"}) {
+        runtime.emit(name, "{ data: {} }");
+    }
+    const Lines heard = results.wait(8);
+    EXPECT_EQ(Lines(heard.begin() + 2, heard.end()),
+              (Lines{"metadata: {}", "draft: {}", "document: {}", "version: {}", "plain: {}",
+                     "list: {}"}));
+    // The handle that the caller was given while there was no runtime.
+    list();
+    EXPECT_EQ(runtime.calls.wait(9)[8], "unsubscribe(list)");
+    EXPECT_TRUE(service->takeState().subscriptions.empty());
+}
+
+TEST(BatchingDataService, ForgetsASubscriptionThatEndsBeforeTheHandOver) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto batching = BatchingDataService::create();
+    const Unsubscribe first = batching->subscribeToAdapter("first", "{}", results.callback());
+    const Unsubscribe second = batching->subscribeToAdapter("second", "{}", results.callback());
+    first();
+    first();
+    DataServiceState state = batching->takeState();
+    ASSERT_EQ(state.subscriptions.size(), 1u);
+    EXPECT_EQ(state.subscriptions[0]->unsubscribable->adapterId, "second");
+    // One that ends between the two is not asked for either.
+    second();
+    const auto service = runtime.service(std::move(state));
+    EXPECT_EQ(runtime.calls.lines(), Lines{});
+    EXPECT_TRUE(service->takeState().subscriptions.empty());
+}
+
+TEST(BatchingDataService, KeepsOnlyTheLastTTLAndItsCompletion) {
+    ServiceRuntime runtime;
+    test::Transcript transcript;
+    const auto batching = BatchingDataService::create();
+    batching->setMetadataTTL(1, [&] { transcript.add("first"); });
+    batching->setMetadataTTL(2, [&] { transcript.add("second"); });
+    const auto service = runtime.service(batching->takeState());
+    EXPECT_EQ(runtime.calls.lines(), Lines{"setMetadataTTL(2)"});
+    EXPECT_EQ(transcript.lines(), Lines{"second"});
+    EXPECT_EQ(batching->lastMetadataTTL(), 2);
+}
+
+TEST(BatchingDataService, RecordsASelfEndingSubscription) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto batching = BatchingDataService::create();
+    batching->executeAdapter("list", "{}", [&](const DataServiceResult& result) {
+        results.add(test::textOf(result));
+        return true;
+    });
+    const auto service = runtime.service(batching->takeState());
+    runtime.calls.wait(1);
+    runtime.answer(0, "{ data: {} }");
+    EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
+    runtime.answer(0, "{ data: { late: true } }");
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), Lines{"{}"});
+}
+
+TEST(BatchingDataService, DropsCallbacksWithoutCallingThemWhenItIsDestroyed) {
+    Results results;
+    auto batching = BatchingDataService::create();
+    const Unsubscribe list = batching->subscribeToAdapter("list", "{}", results.callback());
+    batching->invokeAdapter("plain", "{}", results.callback());
+    batching->setMetadataTTL(1, [&] { results.add("completed"); });
+    batching.reset();
+    list();
+    EXPECT_EQ(results.lines(), Lines{});
+}
+
+} // namespace

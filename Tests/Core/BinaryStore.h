@@ -1,0 +1,53 @@
+#pragma once
+
+// A store of blobs in memory, as an application would have one.
+
+#include <zem/Core/BinaryStore.h>
+
+#include <Support/Wait.h>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace test {
+
+class BinaryStore final : public zem::BinaryStore {
+  public:
+    std::string store(const zem::platform::Bytes& data, const std::string& type,
+                      std::uint64_t size) override {
+        const std::scoped_lock lock(mutex);
+        transcript.add("store " + type + " " + std::to_string(size));
+        std::string handle = "blob-" + std::to_string(++counter);
+        blobs[handle] = data;
+        return handle;
+    }
+
+    void cache(const zem::platform::URL& url, std::int64_t,
+               std::function<void(std::expected<std::string, std::string>)> completion) override {
+        completion(std::unexpected("nothing is fetched here: " + url.absoluteString()));
+    }
+
+    void setCanonicalUrl(const std::string&, const std::string&, std::int64_t) override {}
+
+    std::optional<zem::platform::Bytes> cachedData(const std::string& handle) override {
+        const std::scoped_lock lock(mutex);
+        const auto found = blobs.find(handle);
+        return found == blobs.end() ? std::nullopt : std::optional(found->second);
+    }
+
+    bool remove(const std::string& uri) override {
+        const std::scoped_lock lock(mutex);
+        transcript.add("remove " + uri);
+        return blobs.erase(uri) == 1;
+    }
+
+    Transcript transcript;
+
+  private:
+    std::mutex mutex;
+    int counter = 0;
+    std::map<std::string, zem::platform::Bytes> blobs;
+};
+
+} // namespace test

@@ -1,0 +1,113 @@
+// Uploads.
+
+#include <zem/Core/DataService.h>
+
+#include <gtest/gtest.h>
+
+#include <Core/BinaryStore.h>
+#include <Core/ServiceRuntime.h>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace zem;
+using test::Results;
+using test::ServiceRuntime;
+using Lines = std::vector<std::string>;
+
+CreateContentDocumentAndVersionConfig document(platform::Bytes bytes) {
+    CreateContentDocumentAndVersionConfig config;
+    config.title = "Site plan";
+    config.description = "North \"side\"";
+    config.fileData = std::move(bytes);
+    return config;
+}
+
+CreateContentVersionConfig version() {
+    CreateContentVersionConfig config;
+    config.title = "Site plan";
+    config.description = "";
+    config.contentDocumentId = "069";
+    config.fileData = {1, 2, 3};
+    config.fileName = "plan.pdf";
+    config.mimeType = "application/pdf";
+    return config;
+}
+
+class DataServiceContent : public testing::Test {
+  protected:
+    std::shared_ptr<DataService> service() {
+        return DataService::create(runtime.value("zem"), store, {}, 180);
+    }
+
+    ServiceRuntime runtime;
+    Results results;
+    std::shared_ptr<test::BinaryStore> store = std::make_shared<test::BinaryStore>();
+};
+
+TEST_F(DataServiceContent, StoresTheFileAndDescribesItByItsHandle) {
+    const auto uploading = service();
+    uploading->createContentVersion(version(), std::nullopt, results.callback());
+    EXPECT_EQ(
+        runtime.calls.wait(1),
+        Lines{
+            R"js(invokeAdapter("createContentVersion", "{\"title\":\"Site plan\",\"description\":\"\",\"contentDocumentId\":\"069\",\"fileData\":{\"handle\":\"blob-1\",\"name\":\"plan.pdf\",\"isFileReference\":true,\"size\":3,\"type\":\"application/pdf\"}}", callback, undefined))js"});
+    EXPECT_EQ(store->transcript.lines(), Lines{"store application/pdf 3"});
+    EXPECT_EQ(store->cachedData("blob-1"), (platform::Bytes{1, 2, 3}));
+    runtime.answer(0, "{ data: { id: '068' } }");
+    EXPECT_EQ(results.wait(1), Lines{R"({"id":"068"})"});
+}
+
+TEST_F(DataServiceContent, FallsBackToTheTitleAndToOctetStream) {
+    const auto uploading = service();
+    uploading->createContentDocumentAndVersion(document({}), std::nullopt, results.callback());
+    EXPECT_EQ(
+        runtime.calls.wait(1),
+        Lines{
+            R"js(invokeAdapter("createContentDocumentAndVersion", "{\"title\":\"Site plan\",\"description\":\"North \\\"side\\\"\",\"fileData\":{\"handle\":\"blob-1\",\"name\":\"Site plan\",\"isFileReference\":true,\"size\":0,\"type\":\"application/octet-stream\"}}", callback, undefined))js"});
+    EXPECT_EQ(store->transcript.lines(), Lines{"store application/octet-stream 0"});
+    runtime.answer(0, "{}");
+    results.wait(1);
+}
+
+TEST_F(DataServiceContent, IsAMutatingCallWithMetadata) {
+    const auto uploading = service();
+    uploading->createContentDocumentAndVersion(document({7}), Metadata{{"a", "1"}},
+                                               results.callback());
+    EXPECT_EQ(
+        runtime.calls.wait(1),
+        Lines{
+            R"js(invokeAdapterWithMetadata("createContentDocumentAndVersion", "{\"title\":\"Site plan\",\"description\":\"North \\\"side\\\"\",\"fileData\":{\"handle\":\"blob-1\",\"name\":\"Site plan\",\"isFileReference\":true,\"size\":1,\"type\":\"application/octet-stream\"}}", {"a":"1"}, callback))js"});
+    uploading->createContentVersion(version(), Metadata{}, results.callback());
+    EXPECT_TRUE(
+        runtime.calls.wait(2)[1].starts_with("invokeAdapterWithMetadata(\"createContentVersion\""));
+    runtime.answer(0, "{}");
+    runtime.answer(1, "{}");
+    results.wait(2);
+}
+
+TEST_F(DataServiceContent, FailsAtOnceWithoutABinaryStore) {
+    store = nullptr;
+    const auto uploading = DataService::create(runtime.value("zem"), nullptr, {}, 180);
+    uploading->createContentDocumentAndVersion(document({1}), std::nullopt, results.callback());
+    uploading->createContentVersion(version(), Metadata{}, results.callback());
+    const std::string unavailable = "data service error - .binaryStoreUnavailable";
+    EXPECT_EQ(results.lines(), (Lines{unavailable, unavailable}));
+    EXPECT_EQ(runtime.calls.lines(), Lines{});
+}
+
+TEST_F(DataServiceContent, RemovesTheFileAgainWhenItCannotBeDescribed) {
+    const auto uploading = service();
+    auto config = version();
+    config.title = "\xFF";
+    uploading->createContentVersion(config, std::nullopt, results.callback());
+    EXPECT_EQ(results.lines(), Lines{"executeAdapter error - unable to build json config"});
+    EXPECT_EQ(store->transcript.lines(), (Lines{"store application/pdf 3", "remove blob-1"}));
+    EXPECT_EQ(store->cachedData("blob-1"), std::nullopt);
+    EXPECT_EQ(runtime.calls.lines(), Lines{});
+}
+
+} // namespace

@@ -1,0 +1,290 @@
+// Subscriptions of the data service: what they hear, and how they end.
+
+#include <zem/Core/DataService.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <Core/ServiceRuntime.h>
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace zem;
+using test::HeldQueue;
+using test::Results;
+using test::ServiceRuntime;
+using Lines = std::vector<std::string>;
+
+TEST(DataServiceSubscription, AsksTheRuntimeAndHearsEveryAnswer) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service();
+    AdapterRequestContext context;
+    context.observabilityContext =
+        ObservabilityContext{.rootId = "r", .isRootActivitySampled = {}, .traceId = {}};
+    const Unsubscribe unsubscribe =
+        service->subscribeToAdapter("list", R"({"of":1})", context, results.callback());
+    EXPECT_EQ(
+        runtime.calls.wait(1),
+        Lines{
+            R"js(subscribeToAdapter("list", "{\"of\":1}", callback, {"observabilityContext":{"rootId":"r"}}))js"});
+    runtime.answer(0, "{ data: { n: 1 } }");
+    runtime.answer(0, "{ error: { code: 4 } }");
+    runtime.answer(0, "{}");
+    runtime.answer(0, "{ data: { n: 2 } }");
+    EXPECT_EQ(results.wait(4), (Lines{R"({"n":1})", R"(executeAdapter error - {"code":4})",
+                                      "executeAdapter error - .unknown", R"({"n":2})"}));
+    unsubscribe();
+    EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
+}
+
+TEST(DataServiceSubscription, HandsOverAnAbsentContextAsUndefined) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service();
+    const Unsubscribe unsubscribe = service->subscribeToAdapter("list", "{}", results.callback());
+    EXPECT_EQ(runtime.calls.wait(1),
+              Lines{R"js(subscribeToAdapter("list", "{}", callback, undefined))js"});
+    unsubscribe();
+    runtime.calls.wait(2);
+}
+
+TEST(DataServiceSubscription, GivesItsPlaceBackAtTheFirstAnswer) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service();
+    std::vector<Unsubscribe> unsubscribes;
+    for (int index = 0; index < 5; ++index) {
+        unsubscribes.push_back(service->subscribeToAdapter("silent", "{}", results.callback()));
+    }
+    runtime.calls.wait(5);
+    unsubscribes.push_back(service->subscribeToAdapter("sixth", "{}", results.callback()));
+    EXPECT_EQ(runtime.calls.lines().size(), 5u);
+    runtime.answer(3, "{ data: {} }");
+    EXPECT_THAT(runtime.calls.wait(6)[5], testing::StartsWith("subscribeToAdapter(\"sixth\""));
+    for (int call : {0, 1, 2, 4, 5}) {
+        runtime.answer(call, "{ data: {} }");
+    }
+    results.wait(6);
+    for (const Unsubscribe& unsubscribe : unsubscribes) {
+        unsubscribe();
+    }
+    runtime.calls.wait(12);
+}
+
+TEST(DataServiceSubscription, ThatEndsTwiceCallsTheRuntimesFunctionOnce) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service();
+    const Unsubscribe unsubscribe = service->subscribeToAdapter("list", "{}", results.callback());
+    runtime.calls.wait(1);
+    runtime.answer(0, "{ data: {} }");
+    results.wait(1);
+    unsubscribe();
+    unsubscribe();
+    runtime.calls.wait(2);
+    // What follows on the same queue has been called, and nothing else came before it.
+    service->invokeAdapterWithMetadata("after", "{}", {}, results.callback());
+    const Lines calls = runtime.calls.wait(3);
+    EXPECT_EQ(std::ranges::count(calls, "unsubscribe(list)"), 1);
+    runtime.answer(1, "{}");
+    results.wait(2);
+}
+
+TEST(DataServiceSubscription, ThatEndsBeforeItsTurnNeverReachesTheRuntime) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service();
+    {
+        HeldQueue held;
+        const Unsubscribe unsubscribe =
+            service->subscribeToAdapter("list", "{}", results.callback());
+        unsubscribe();
+    }
+    runtime.expectAllPlacesFree();
+    for (const std::string& call : runtime.calls.lines()) {
+        EXPECT_THAT(call, testing::StartsWith("invokeAdapter(\"probe\""));
+    }
+    EXPECT_EQ(results.lines(), Lines{});
+}
+
+TEST(DataServiceSubscription, ThatEndsWhileTheRuntimeIsAskedIsUnsubscribedWhenTheFunctionArrives) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service();
+    test::Arrival<Unsubscribe> returned("the unsubscribe callback");
+    test::setFunction(runtime.context, "endIt", 0, [&](js::Scope& scope, js::Local, js::Arguments) {
+        returned.get()();
+        return scope.undefined();
+    });
+    test::evaluate(runtime.context, "on.subscribeToAdapter = () => endIt();");
+    returned.put(service->subscribeToAdapter("list", "{}", results.callback()));
+    EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
+    runtime.answer(0, "{ data: {} }");
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), Lines{});
+    EXPECT_TRUE(service->takeState().subscriptions.empty());
+}
+
+TEST(DataServiceSubscription, HearsNothingAfterItsEnd) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service();
+    const Unsubscribe unsubscribe = service->subscribeToAdapter("list", "{}", results.callback());
+    runtime.calls.wait(1);
+    runtime.answer(0, "{ data: {} }");
+    results.wait(1);
+    unsubscribe();
+    runtime.calls.wait(2);
+    runtime.answer(0, "{ data: { late: true } }");
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), Lines{"{}"});
+}
+
+TEST(DataServiceSubscription, MayEndItselfFromItsCallback) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service();
+    test::Arrival<Unsubscribe> returned("the unsubscribe callback");
+    returned.put(service->subscribeToAdapter("list", "{}", [&](const DataServiceResult& result) {
+        results.add(test::textOf(result));
+        returned.get()();
+    }));
+    runtime.calls.wait(1);
+    test::evaluate(runtime.context,
+                   "callbacks[0]({ data: { n: 1 } }); callbacks[0]({ data: { n: 2 } });");
+    EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), Lines{R"({"n":1})"});
+}
+
+TEST(DataServiceSubscription, CanBeEndedWhenItsServiceIsGone) {
+    ServiceRuntime runtime;
+    Results results;
+    auto service = runtime.service();
+    const Unsubscribe unsubscribe = service->subscribeToAdapter("list", "{}", results.callback());
+    runtime.calls.wait(1);
+    runtime.answer(0, "{ data: {} }");
+    results.wait(1);
+    service.reset();
+    runtime.answer(0, "{ data: { late: true } }");
+    unsubscribe();
+    EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
+    EXPECT_EQ(results.lines(), Lines{"{}"});
+}
+
+TEST(DataServiceSubscription, IsAskedForAgainByTheServiceThatTakesItOver) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto first = runtime.service();
+    const Unsubscribe unsubscribe = first->subscribeToAdapter("list", "{}", results.callback());
+    runtime.calls.wait(1);
+    runtime.answer(0, "{ data: { n: 1 } }");
+    results.wait(1);
+    test::waitForSubscriptions(*first, 1);
+    DataServiceState state = first->takeState();
+    EXPECT_EQ(state.subscriptions.size(), 1u);
+    EXPECT_TRUE(state.mutatingSubscriptions.empty());
+    EXPECT_TRUE(state.contentVersionOperations.empty());
+    EXPECT_FALSE(state.recordTTL);
+    EXPECT_FALSE(state.metadataTTL);
+    EXPECT_TRUE(first->takeState().subscriptions.empty());
+    // Not cancelled in the runtime by the hand-over itself.
+    EXPECT_EQ(runtime.calls.lines().size(), 1u);
+
+    const auto second = runtime.service(std::move(state));
+    // Asked for again before the service is there; the function of the first time, which nobody
+    // else will call, is called.
+    EXPECT_EQ(runtime.calls.wait(3),
+              (Lines{R"js(subscribeToAdapter("list", "{}", callback, undefined))js",
+                     R"js(subscribeToAdapter("list", "{}", callback, undefined))js",
+                     "unsubscribe(list)"}));
+    runtime.answer(1, "{ data: { n: 2 } }");
+    EXPECT_EQ(results.wait(2), (Lines{R"({"n":1})", R"({"n":2})"}));
+    unsubscribe();
+    EXPECT_TRUE(second->takeState().subscriptions.empty());
+}
+
+TEST(DataServiceSubscription, IsSelfEndingWhenTheCallerSaysSo) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service();
+    int heard = 0;
+    service->executeAdapter("list", "{}", [&](const DataServiceResult& result) {
+        results.add(test::textOf(result));
+        return ++heard == 2;
+    });
+    runtime.calls.wait(1);
+    test::evaluate(runtime.context, R"js(
+        for (const n of [1, 2, 3]) callbacks[0]({ data: { n } });
+    )js");
+    EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), (Lines{R"({"n":1})", R"({"n":2})"}));
+}
+
+TEST(DataServiceSubscription, ThatIsSelfEndingCanBeEndedByTheCaller) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service();
+    AdapterRequestContext context;
+    context.priority = AdapterRequestPriority::high;
+    const Unsubscribe unsubscribe =
+        service->executeAdapter("list", "{}", context, [&](const DataServiceResult& result) {
+            results.add(test::textOf(result));
+            return false;
+        });
+    EXPECT_EQ(runtime.calls.wait(1),
+              Lines{R"js(subscribeToAdapter("list", "{}", callback, {"priority":"high"}))js"});
+    runtime.answer(0, "{ data: {} }");
+    results.wait(1);
+    unsubscribe();
+    EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
+}
+
+/// Subscribing calls back before it returns.
+class EagerService final : public DataServiceProtocolDeprecated {
+  public:
+    explicit EagerService(test::Transcript& transcript)
+        : transcript(transcript) {}
+
+    Unsubscribe subscribeToAdapter(std::string, std::string, std::optional<AdapterRequestContext>,
+                                   ResultCallback callback) override {
+        callback(Dictionary());
+        callback(Dictionary());
+        transcript.add("subscribed");
+        return [this] {
+            transcript.add("unsubscribed");
+        };
+    }
+    void invokeAdapter(std::string, std::string, std::optional<AdapterRequestContext>,
+                       ResultCallback) override {}
+    void invokeAdapterWithMetadata(std::string, std::string, Metadata, ResultCallback) override {}
+    void invokeAdapterWithDraftToReplace(std::string, std::string, std::string,
+                                         ResultCallback) override {}
+    void setRimvoRecordTTL(std::int64_t, std::function<void()>) override {}
+    void setMetadataTTL(std::int64_t, std::function<void()>) override {}
+    void createContentDocumentAndVersion(CreateContentDocumentAndVersionConfig,
+                                         std::optional<Metadata>, ResultCallback) override {}
+    void createContentVersion(CreateContentVersionConfig, std::optional<Metadata>,
+                              ResultCallback) override {}
+
+  private:
+    test::Transcript& transcript;
+};
+
+TEST(DataServiceSubscription, ThatIsSelfEndingEndsAsSoonAsItCan) {
+    test::Transcript transcript;
+    EagerService service(transcript);
+    service.executeAdapter("list", "{}", [&](const DataServiceResult&) {
+        transcript.add("result");
+        return true;
+    });
+    EXPECT_EQ(transcript.lines(), (Lines{"result", "subscribed", "unsubscribed"}));
+}
+
+} // namespace
