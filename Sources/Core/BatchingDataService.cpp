@@ -56,7 +56,7 @@ BatchingDataService::subscribeToAdapter(std::string adapterId, std::string confi
     const auto wire =
         WireSubscription::create(std::move(adapterId), std::move(config), std::move(requestContext),
                                  platform::OperationQueue::create());
-    wire->setCleanupFunc([weak = weak_from_this(), weakWire = std::weak_ptr(wire)] {
+    wire->setCleanupFunc([weak = weakSelf(), weakWire = std::weak_ptr(wire)] {
         const auto service = weak.lock();
         const auto removed = weakWire.lock();
         if (service != nullptr && removed != nullptr) {

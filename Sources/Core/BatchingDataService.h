@@ -18,14 +18,15 @@ class SubscriptionList;
 /// is made of the state. Of a TTL that is set more than once, only the last request counts; the
 /// completions of those before are dropped without being called. Thread-safe.
 class BatchingDataService final : public DataServiceProtocolDeprecated,
-                                  public DataServiceStateProviding,
-                                  public std::enable_shared_from_this<BatchingDataService> {
+                                  public DataServiceStateProviding {
   public:
     /// The age of subscriptions is counted on the calling thread's run loop's clock.
     static std::shared_ptr<BatchingDataService> create();
     ~BatchingDataService() override;
 
     using DataServiceProtocol::invokeAdapter;
+    using DataServiceProtocol::invokeAdapterWithDraftToReplace;
+    using DataServiceProtocol::invokeAdapterWithMetadata;
     using DataServiceProtocol::subscribeToAdapter;
 
     void invokeAdapter(std::string adapterId, std::string config,
@@ -56,6 +57,9 @@ class BatchingDataService final : public DataServiceProtocolDeprecated,
     std::optional<std::int64_t> lastMetadataTTL() const;
 
   private:
+    std::weak_ptr<BatchingDataService> weakSelf() {
+        return std::static_pointer_cast<BatchingDataService>(shared_from_this());
+    }
     BatchingDataService();
     void record(MutatingWireSubscription call);
     void record(ContentVersionOperation operation);

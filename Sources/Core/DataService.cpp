@@ -82,7 +82,7 @@ DataService::~DataService() {
 void DataService::startWatchdog() {
     const platform::Seconds interval(
         std::max(shortestWatchdogInterval, watchdogTimeout.count() * watchdogIntervalShare));
-    watchdogTimer = runLoop->scheduleTimer(interval, true, [weak = weak_from_this()] {
+    watchdogTimer = runLoop->scheduleTimer(interval, true, [weak = weakSelf()] {
         if (const auto service = weak.lock()) {
             service->sweep();
         }
@@ -123,8 +123,8 @@ void DataService::replay(DataServiceState state) {
     }
     enter(zem, [&](js::Scope& scope) {
         for (const auto& subscription : state.subscriptions) {
-            prepareSnapshotSubscription(
-                scope, subscription, std::make_shared<Emissions>(weak_from_this(), subscription));
+            prepareSnapshotSubscription(scope, subscription,
+                                        std::make_shared<Emissions>(weakSelf(), subscription));
         }
     });
     for (const auto& subscription : state.subscriptions) {
@@ -142,8 +142,8 @@ void DataService::invokeAdapter(std::string adapterId, std::string config,
                                 ResultCallback callback) {
     static const js::Name method("invokeAdapter");
     const auto operation = AdapterInvokeOperation::create(priorityOf(requestContext));
-    auto call = std::make_shared<OneShot>(weak_from_this(), std::move(callback), operation);
-    operation->setWorkBlock([weak = weak_from_this(), weakOperation = std::weak_ptr(operation),
+    auto call = std::make_shared<OneShot>(weakSelf(), std::move(callback), operation);
+    operation->setWorkBlock([weak = weakSelf(), weakOperation = std::weak_ptr(operation),
                              call = std::move(call), adapterId = std::move(adapterId),
                              config = std::move(config),
                              requestContext = std::move(requestContext)]() mutable {
@@ -189,8 +189,8 @@ void DataService::callRuntime(const js::Name& method, std::shared_ptr<OneShot> c
 template <class Encode>
 void DataService::addMutatingCall(const js::Name& method, ResultCallback callback, Encode encode) {
     adapterCallQueue->addOperation(
-        [weak = weak_from_this(), &method,
-         call = std::make_shared<OneShot>(weak_from_this(), std::move(callback)),
+        [weak = weakSelf(), &method,
+         call = std::make_shared<OneShot>(weakSelf(), std::move(callback)),
          encode = std::move(encode)]() mutable {
             if (const auto service = weak.lock()) {
                 service->callRuntime(method, std::move(call), std::move(encode));
@@ -231,7 +231,7 @@ Unsubscribe DataService::subscribeToAdapter(std::string adapterId, std::string c
                                                std::move(requestContext), adapterCallQueue);
     auto subscription =
         std::make_shared<Subscription>(std::move(callback), runLoop->now(), wire, operation);
-    operation->setWorkBlock([weak = weak_from_this(), subscription = std::move(subscription)] {
+    operation->setWorkBlock([weak = weakSelf(), subscription = std::move(subscription)] {
         // Made first: whatever becomes of the call, the operation ends with it.
         auto emissions = std::make_shared<Emissions>(weak, subscription);
         const auto service = weak.lock();
@@ -277,7 +277,7 @@ void DataService::prepareSnapshotSubscription(js::Scope& scope,
         }
     }
     wire->functionArrived(std::move(unsubscribeFunc),
-                          [weak = weak_from_this(), weakWire = std::weak_ptr(wire)] {
+                          [weak = weakSelf(), weakWire = std::weak_ptr(wire)] {
                               const auto service = weak.lock();
                               const auto removed = weakWire.lock();
                               if (service != nullptr && removed != nullptr) {
@@ -330,7 +330,7 @@ void DataService::sweep() {
         const platform::Lock held(lock);
         mark = subscriptions->appended();
     }
-    platform::globalQueue().async([weak = weak_from_this(), latest, mark] {
+    platform::globalQueue().async([weak = weakSelf(), latest, mark] {
         if (const auto service = weak.lock()) {
             service->failOverdue(latest, mark);
         }

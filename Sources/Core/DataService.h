@@ -28,9 +28,7 @@ class SubscriptionList;
 /// dropped, answers that come later are dropped, and so are the callbacks, without being called;
 /// what was on its way to a callback is still delivered. The runtime's subscriptions stay open
 /// until the callers end them, which they still can.
-class DataService final : public DataServiceProtocolDeprecated,
-                          public DataServiceStateProviding,
-                          public std::enable_shared_from_this<DataService> {
+class DataService final : public DataServiceProtocolDeprecated, public DataServiceStateProviding {
   public:
     /// Seconds.
     static constexpr double defaultWatchdogTimeout = 180.0;
@@ -49,6 +47,8 @@ class DataService final : public DataServiceProtocolDeprecated,
     ~DataService() override;
 
     using DataServiceProtocol::invokeAdapter;
+    using DataServiceProtocol::invokeAdapterWithDraftToReplace;
+    using DataServiceProtocol::invokeAdapterWithMetadata;
     using DataServiceProtocol::subscribeToAdapter;
 
     void invokeAdapter(std::string adapterId, std::string config,
@@ -80,6 +80,9 @@ class DataService final : public DataServiceProtocolDeprecated,
     std::size_t subscriptionCount() const;
 
   private:
+    std::weak_ptr<DataService> weakSelf() {
+        return std::static_pointer_cast<DataService>(shared_from_this());
+    }
     using Subscription = BatchingSubscription<ResultCallback, WireSubscription>;
     class OneShot;
     class Emissions;

@@ -5,18 +5,22 @@
 #include <zem/Core/AdapterRequestContext.h>
 #include <zem/Core/ContentVersionOperation.h>
 #include <zem/Core/DataServiceResult.h>
+#include <zem/Platform/Future.h>
+#include <zem/Platform/Publisher.h>
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace zem {
 
 /// Every operation returns at once and may be called on any thread. `config` is the adapter's
 /// configuration, JSON by agreement; it is passed on as it is. Callbacks throw nothing; what one
 /// throws is logged and goes no further.
-class DataServiceProtocol {
+class DataServiceProtocol : public std::enable_shared_from_this<DataServiceProtocol> {
   public:
     virtual ~DataServiceProtocol() = default;
 
@@ -70,6 +74,23 @@ class DataServiceProtocol {
         return subscribeToAdapter(std::move(adapterId), std::move(config), std::nullopt,
                                   std::move(callback));
     }
+
+    /// The same calls with a future of the result, completed on the callback queue. When the call
+    /// is dropped without a result (the service is gone, the runtime never answers), the future
+    /// fails with `unknown`.
+    platform::Future<DataServiceResult>
+    invokeAdapter(std::string adapterId, std::string config,
+                  std::optional<AdapterRequestContext> requestContext);
+    platform::Future<DataServiceResult>
+    invokeAdapterWithMetadata(std::string adapterId, std::string config, Metadata metadata);
+    platform::Future<DataServiceResult>
+    invokeAdapterWithDraftToReplace(std::string adapterId, std::string config,
+                                    std::string draftIdToReplace);
+
+    /// The adapter as a stream, see `WirePublisher`; the service is kept as long as that.
+    platform::AnyPublisher<Dictionary, DataServiceError>
+    subscribeToAdapter(std::string adapterId, std::string config,
+                       std::optional<AdapterRequestContext> requestContext);
 };
 
 /// True when the caller wants no further results.
