@@ -205,6 +205,7 @@ class ServiceRuntime {
             answer(index, "{ data: {} }");
         }
         EXPECT_EQ(results.wait(places), std::vector<std::string>(places, "{}"));
+        evaluate(context, "on = {};");
     }
 
     zem::js::Context context = makeContext();
