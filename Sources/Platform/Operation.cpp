@@ -97,6 +97,11 @@ void Operation::setQueuePriority(QueuePriority newPriority) {
     priority = newPriority;
 }
 
+bool Operation::enqueue() {
+    Lock lock(mutex);
+    return !std::exchange(enqueued, true);
+}
+
 void Operation::addObserver(Observer observer) {
     Lock lock(mutex);
     auto extended = observers == nullptr ? std::make_shared<std::vector<Observer>>()

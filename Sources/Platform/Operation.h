@@ -64,6 +64,9 @@ class Operation : public std::enable_shared_from_this<Operation> {
     void didChangeValue(std::string_view key);
 
   private:
+    friend class OperationQueue;
+    /// False the second time.
+    bool enqueue();
     void notify(std::string_view key, Change change);
 
     mutable Mutex mutex;
@@ -74,6 +77,7 @@ class Operation : public std::enable_shared_from_this<Operation> {
     bool executing = false;
     bool finished = false;
     bool cancelled = false;
+    bool enqueued = false;
 };
 
 /// An operation that runs one task, and destroys it before it finishes.
@@ -93,9 +97,9 @@ class BlockOperation final : public Operation {
 /// Starts what is added to it on the threads of a queue: a higher priority first, first come first
 /// served within one, never more than `maxConcurrentOperationCount` unfinished at once. Which
 /// operation takes a place is decided when a thread is there for it. An operation holds its place
-/// from `start` until it reports "isFinished", and is kept alive that long; one that reports it
-/// while it waits leaves the queue without being started. Operations already added run even when
-/// the last reference to the queue is dropped.
+/// from `start` until it has reported "isFinished" and `start` has returned, and is kept alive that
+/// long; one that reports it while it waits leaves the queue without being started. Operations
+/// already added run even when the last reference to the queue is dropped.
 class OperationQueue {
   public:
     /// Bounded only by the threads of the global queue.
@@ -108,7 +112,7 @@ class OperationQueue {
     ~OperationQueue();
 
     /// Any thread; returns at once. An operation may be added to one queue, once; adding it again
-    /// while it is unfinished ends the process.
+    /// ends the process.
     void addOperation(const std::shared_ptr<Operation>& operation);
     void addOperation(Task block, QueuePriority priority = QueuePriority::normal);
 

@@ -1,11 +1,9 @@
 #include <zem/Platform/Operation.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <map>
-#include <unordered_map>
 #include <utility>
 
 namespace zem::platform {
@@ -16,119 +14,155 @@ struct OperationQueue::State : std::enable_shared_from_this<OperationQueue::Stat
         : width(width)
         , threads(threads) {}
 
+    enum class Phase { waiting, starting, executing };
+
+    /// An operation and what the queue knows of it.
     struct Entry {
         std::shared_ptr<Operation> operation;
-        int priority;
-        bool executing;
+        Phase phase = Phase::waiting;
+        bool finished = false;
     };
 
     void add(const std::shared_ptr<Operation>& operation);
 
-    /// Asks for as many turns as there are places for what waits.
+    /// Asks for a turn when there is something to start, a place for it and no turn on its way.
     void schedule();
+    bool wantsTurn() const {
+        return waitingCount != 0 && !turnAsked && (width == unbounded || places < width);
+    }
+    void askForTurn();
 
-    /// On a thread of the queue: starts the best of what waits.
+    /// On a thread of the queue: starts the best of what waits, again and again while there are
+    /// places. Before each start, which may take its time, another thread is asked for if there is
+    /// more to do.
     void takeTurn();
-    std::shared_ptr<Operation> takeBest();
+    std::shared_ptr<Entry> takeBest();
 
-    void finish(const Operation& operation);
+    /// `start` has returned: an operation that finished meanwhile gives its place back.
+    void started(Entry& entry);
+    void finish(Entry& entry);
 
     const std::size_t width;
     Queue& threads;
 
     mutable Mutex mutex;
-    std::unordered_map<const Operation*, Entry> unfinished;
-    // The highest priority first. No list in it is empty.
-    std::map<int, std::deque<const Operation*>, std::greater<>> waiting;
-    std::size_t turns = 0; // asked for and not yet taken: each is a place in use
-    std::size_t executing = 0;
+    // The highest priority first. No list in it is empty; what finished while it waited is passed
+    // over.
+    std::map<int, std::deque<std::shared_ptr<Entry>>, std::greater<>> waiting;
+    std::size_t waitingCount = 0;
+    std::size_t unfinished = 0;
+    std::size_t places = 0; // in use
+    bool turnAsked = false; // and not begun
 };
 
 void OperationQueue::State::add(const std::shared_ptr<Operation>& operation) {
     Operation& added = *operation;
-    const int priority = static_cast<int>(added.queuePriority());
-    added.addObserver([self = shared_from_this()](Operation& changed, std::string_view key,
-                                                  Operation::Change change) {
+    if (!added.enqueue()) {
+        std::fprintf(stderr, "zem: an operation is added to a queue for the second time\n");
+        std::abort();
+    }
+    auto entry = std::make_shared<Entry>(operation);
+    added.addObserver([self = shared_from_this(), entry](Operation& changed, std::string_view key,
+                                                         Operation::Change change) {
         if (key == "isFinished" && change == Operation::Change::did && changed.isFinished()) {
-            self->finish(changed);
+            self->finish(*entry);
         }
     });
     {
         Lock lock(mutex);
-        if (!unfinished.emplace(&added, Entry{operation, priority, false}).second) {
-            std::fprintf(stderr, "zem: an operation is added to a queue that it is already in\n");
-            std::abort();
-        }
-        waiting[priority].push_back(&added);
+        ++unfinished;
+        ++waitingCount;
+        waiting[static_cast<int>(added.queuePriority())].push_back(entry);
     }
     if (added.isFinished()) { // its report came before it was here
-        finish(added);
+        finish(*entry);
     } else {
         schedule();
     }
 }
 
 void OperationQueue::State::schedule() {
-    std::size_t more = 0;
     {
         Lock lock(mutex);
-        const std::size_t waitingCount = unfinished.size() - executing;
-        more = waitingCount - std::min(waitingCount, turns);
-        if (width != unbounded) {
-            more = std::min(more, width - std::min(width, turns + executing));
+        if (!wantsTurn()) {
+            return;
         }
-        turns += more;
+        turnAsked = true;
     }
-    for (; more != 0; --more) {
-        threads.async([self = shared_from_this()] { self->takeTurn(); });
-    }
+    askForTurn();
+}
+
+void OperationQueue::State::askForTurn() {
+    threads.async([self = shared_from_this()] { self->takeTurn(); });
 }
 
 void OperationQueue::State::takeTurn() {
-    const std::shared_ptr<Operation> operation = takeBest();
-    if (operation == nullptr || operation->isFinished()) {
-        return; // what waited has reported its end meanwhile, or is about to
+    {
+        Lock lock(mutex);
+        turnAsked = false;
     }
-    Mutex::assertNoneHeld("an operation is started");
-    operation->start();
+    while (const std::shared_ptr<Entry> entry = takeBest()) {
+        schedule();
+        // One that has reported its end meanwhile is not started.
+        if (!entry->operation->isFinished()) {
+            Mutex::assertNoneHeld("an operation is started");
+            entry->operation->start();
+        }
+        started(*entry);
+    }
 }
 
-std::shared_ptr<Operation> OperationQueue::State::takeBest() {
+std::shared_ptr<OperationQueue::State::Entry> OperationQueue::State::takeBest() {
     Lock lock(mutex);
-    --turns;
-    if (waiting.empty()) {
+    if (width != unbounded && places >= width) {
         return nullptr;
     }
-    const auto best = waiting.begin();
-    Entry& entry = unfinished.at(best->second.front());
-    best->second.pop_front();
-    if (best->second.empty()) {
-        waiting.erase(best);
+    while (!waiting.empty()) {
+        const auto best = waiting.begin();
+        std::shared_ptr<Entry> entry = std::move(best->second.front());
+        best->second.pop_front();
+        if (best->second.empty()) {
+            waiting.erase(best);
+        }
+        if (!entry->finished) {
+            --waitingCount;
+            ++places;
+            entry->phase = Phase::starting;
+            return entry;
+        }
     }
-    entry.executing = true;
-    ++executing;
-    return entry.operation;
+    return nullptr;
 }
 
-void OperationQueue::State::finish(const Operation& operation) {
+void OperationQueue::State::started(Entry& entry) {
+    std::shared_ptr<Operation> released;
+    Lock lock(mutex);
+    if (entry.finished) {
+        --places;
+        released = std::move(entry.operation);
+    } else {
+        entry.phase = Phase::executing;
+    }
+}
+
+void OperationQueue::State::finish(Entry& entry) {
     std::shared_ptr<Operation> released;
     {
         Lock lock(mutex);
-        const auto found = unfinished.find(&operation);
-        if (found == unfinished.end()) {
+        if (entry.finished) {
             return; // it reports its end for the second time
         }
-        if (found->second.executing) {
-            --executing;
-        } else {
-            const auto list = waiting.find(found->second.priority);
-            std::erase(list->second, &operation);
-            if (list->second.empty()) {
-                waiting.erase(list);
-            }
+        entry.finished = true;
+        --unfinished;
+        if (entry.phase == Phase::starting) {
+            return; // its place is given back when its start has returned
         }
-        released = std::move(found->second.operation);
-        unfinished.erase(found);
+        if (entry.phase == Phase::waiting) {
+            --waitingCount;
+        } else {
+            --places;
+        }
+        released = std::move(entry.operation);
     }
     schedule();
 }
@@ -158,7 +192,7 @@ std::size_t OperationQueue::maxConcurrentOperationCount() const {
 
 std::size_t OperationQueue::operationCount() const {
     Lock lock(state->mutex);
-    return state->unfinished.size();
+    return state->unfinished;
 }
 
 } // namespace zem::platform

@@ -170,7 +170,7 @@ TEST(DataServiceSubscription, CanBeEndedWhenItsServiceIsGone) {
     runtime.calls.wait(1);
     runtime.answer(0, "{ data: {} }");
     results.wait(1);
-    service.reset();
+    test::destroy(service);
     runtime.answer(0, "{ data: { late: true } }");
     unsubscribe();
     EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");

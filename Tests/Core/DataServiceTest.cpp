@@ -199,7 +199,7 @@ TEST(DataService, DropsAnswersThatComeWhenItIsGone) {
     auto service = runtime.service();
     service->invokeAdapter("a", "{}", results.callback());
     runtime.calls.wait(1);
-    service.reset();
+    test::destroy(service);
     runtime.answer(0, "{ data: {} }");
     runtime.expectAllPlacesFree();
     EXPECT_EQ(results.lines(), Lines{});

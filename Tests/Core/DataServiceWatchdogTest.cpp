@@ -174,7 +174,7 @@ TEST(DataServiceWatchdog, LooksNoMoreWhenTheServiceIsGone) {
     auto service = runtime.service();
     const Unsubscribe unsubscribe = service->subscribeToAdapter("list", "{}", results.callback());
     waitForSubscriptions(*service, 1);
-    service.reset();
+    test::destroy(service);
     runtime.clock->advance(Seconds(1000));
     unsubscribe();
     EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");

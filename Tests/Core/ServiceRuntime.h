@@ -101,6 +101,14 @@ inline void waitForSubscriptions(const zem::DataService& service, std::size_t co
     waitUntil("a live subscription", [&] { return service.subscriptionCount() == count; });
 }
 
+/// Drops the last reference that a test has, and returns when the service is gone: a call that is
+/// just being made holds it for so long.
+inline void destroy(std::shared_ptr<zem::DataService>& service) {
+    const std::weak_ptr<zem::DataService> watched = service;
+    service.reset();
+    waitUntil("the end of a service", [&] { return watched.expired(); });
+}
+
 class ServiceRuntime {
   public:
     ServiceRuntime() {

@@ -192,28 +192,74 @@ TEST(OperationQueue, TakesTheBestThatWaitsWhenAThreadComesNotWhenAPlaceWasFree) 
     const auto queue = OperationQueue::create(5, &threads);
     queue->addOperation([&] { transcript.add("background"); }, QueuePriority::veryLow);
     queue->addOperation([&] { transcript.add("high"); }, QueuePriority::high);
-    EXPECT_EQ(threads.waiting(), 2u);
+    EXPECT_EQ(threads.waiting(), 1u);
     threads.runAll();
     EXPECT_THAT(transcript.lines(), ElementsAre("high", "background"));
 }
 
-TEST(OperationQueue, AsksForNoMoreThreadsThanItHasPlaces) {
+TEST(OperationQueue, AsksForOneThreadAtATimeAndOnlyWhileThereAreAPlaceAndAnOperation) {
     ManualQueue threads;
-    const auto narrow = OperationQueue::create(3, &threads);
-    for (int number = 0; number < 10; ++number) {
-        narrow->addOperation([] {});
+    Transcript transcript;
+    const auto queue = OperationQueue::create(3, &threads);
+    std::vector<std::shared_ptr<Call>> calls;
+    for (int number = 1; number <= 4; ++number) {
+        calls.push_back(Call::create(transcript, name("call ", number)));
+        // Asked for before a start, which may take its time: never for the last place.
+        calls.back()->work = [&, number] {
+            transcript.add(name("asked for ", static_cast<int>(threads.waiting())));
+        };
+        queue->addOperation(calls.back());
+        EXPECT_EQ(threads.waiting(), 1u);
     }
-    EXPECT_EQ(threads.waiting(), 3u);
-    EXPECT_EQ(threads.runAll(), 10);
-    const auto wide = OperationQueue::create(OperationQueue::unbounded, &threads);
-    for (int number = 0; number < 100; ++number) {
-        wide->addOperation([] {});
-    }
-    EXPECT_EQ(threads.waiting(), 100u);
-    EXPECT_EQ(threads.runAll(), 100);
-    EXPECT_EQ(narrow->maxConcurrentOperationCount(), 3u);
-    EXPECT_EQ(wide->maxConcurrentOperationCount(), 0u);
-    EXPECT_EQ(OperationQueue::create()->maxConcurrentOperationCount(), 0u);
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("call 1 started", "asked for 1", "call 2 started",
+                                                "asked for 1", "call 3 started", "asked for 1"));
+    calls[0]->finish();
+    EXPECT_EQ(threads.waiting(), 1u);
+    calls[1]->finish();
+    EXPECT_EQ(threads.waiting(), 1u);
+    threads.runAll();
+    EXPECT_EQ(transcript.lines().back(), "asked for 0");
+    calls[2]->finish();
+    calls[3]->finish();
+    EXPECT_EQ(threads.waiting(), 0u);
+    EXPECT_EQ(queue->operationCount(), 0u);
+}
+
+TEST(OperationQueue, StartsTheNextOnAnotherThreadWhileOneIsStarting) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(2, &threads);
+    queue->addOperation([&] {
+        transcript.add("first begins");
+        EXPECT_TRUE(threads.runNext());
+        transcript.add("first ends");
+    });
+    queue->addOperation([&] { transcript.add("second"); });
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("first begins", "second", "first ends"));
+}
+
+TEST(OperationQueue, KeepsThePlaceOfACallThatFinishedUntilItsStartHasReturned) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    const auto call = Call::create(transcript, "call");
+    call->work = [&] {
+        call->finish();
+        EXPECT_EQ(queue->operationCount(), 1u);
+        EXPECT_EQ(threads.waiting(), 0u);
+        transcript.add("call returns");
+    };
+    queue->addOperation(call);
+    queue->addOperation([&] { transcript.add("next"); });
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("call started", "call returns", "next"));
+}
+
+TEST(OperationQueue, HasItsWidthToTell) {
+    EXPECT_EQ(OperationQueue::create(3)->maxConcurrentOperationCount(), 3u);
+    EXPECT_EQ(OperationQueue::create()->maxConcurrentOperationCount(), OperationQueue::unbounded);
 }
 
 TEST(OperationQueue, StartsAWithdrawnCallInItsTurnWhichFinishesItself) {
@@ -502,5 +548,5 @@ TEST(OperationQueueDeathTest, AddingAnOperationTwiceEndsTheProcess) {
             queue->addOperation(operation);
             queue->addOperation(operation);
         },
-        "zem: an operation is added to a queue that it is already in");
+        "zem: an operation is added to a queue for the second time");
 }
