@@ -16,7 +16,7 @@ namespace {
 /// The future of what `call` does with the callback that it is given.
 template <class Call>
 Future<DataServiceResult> promised(Call call) {
-    const Promise<DataServiceResult> promise(std::unexpected(DataServiceError::unknown()));
+    const Promise<DataServiceResult> promise{std::unexpected(DataServiceError::unknown())};
     call([promise](DataServiceResult result) { promise.complete(std::move(result)); });
     return promise.future();
 }
