@@ -2,6 +2,7 @@
 #include <zem/Core/DataService.h>
 #include <zem/Core/Private/Answers.h>
 #include <zem/Core/Private/CallOut.h>
+#include <zem/Core/Private/EnterRuntime.h>
 #include <zem/Core/Private/SubscriptionList.h>
 #include <zem/Core/SharedPriorityQueue.h>
 #include <zem/JavaScript/Scope.h>
@@ -30,19 +31,6 @@ bool isThenable(js::Scope& scope, js::Local value) {
     }
     const auto then = scope.get(value, "then");
     return then && scope.kind(*then) == js::Kind::function;
-}
-
-/// Enters the engine for a step that has no callback to report to. False when the context's thread
-/// has ended.
-template <class Work>
-bool enter(const js::Value& zem, Work&& work) {
-    try {
-        zem.context().perform(std::forward<Work>(work));
-        return true;
-    } catch (const std::runtime_error& error) {
-        coreLog().error("the runtime was not called: %{public}s", {error.what()});
-        return false;
-    }
 }
 
 } // namespace
@@ -121,7 +109,7 @@ void DataService::replay(DataServiceState state) {
     if (state.subscriptions.empty()) {
         return;
     }
-    enter(zem, [&](js::Scope& scope) {
+    enterRuntime(zem.context(), [&](js::Scope& scope) {
         for (const auto& subscription : state.subscriptions) {
             prepareSnapshotSubscription(scope, subscription,
                                         std::make_shared<Emissions>(weakSelf(), subscription));
@@ -149,15 +137,13 @@ void DataService::invokeAdapter(std::string adapterId, std::string config,
                              requestContext = std::move(requestContext)]() mutable {
         if (const auto service = weak.lock()) {
             service->addUnanswered(std::move(weakOperation));
-            service->callRuntime(
-                method, std::move(call),
-                [adapterId = std::move(adapterId), config = std::move(config),
-                 requestContext = std::move(requestContext)](js::Scope& scope, js::Local result) {
-                    return std::array{scope.string(adapterId), scope.string(config), result,
-                                      serializedAdapterRequestContext(requestContext, scope)};
-                });
+            service->callRuntime(method, call, [&](js::Scope& scope, js::Local result) {
+                return std::array{scope.string(adapterId), scope.string(config), result,
+                                  serializedAdapterRequestContext(requestContext, scope)};
+            });
         }
     });
+    operation->setLane(zem.context().lane());
     adapterCallQueue->addOperation(operation);
 }
 
@@ -168,16 +154,11 @@ void DataService::addUnanswered(std::weak_ptr<AdapterInvokeOperation> operation)
     unanswered.push_back(std::move(operation));
 }
 
-/// Has `method` called with what `encode` makes of the callback: now where the context is entered
-/// inline, else as soon as its thread comes to it, without holding up this one.
+/// Has `method` called with what `encode` makes of the callback.
 template <class Encode>
-void DataService::callRuntime(const js::Name& method, std::shared_ptr<OneShot> call,
-                              Encode encode) {
-    zem.context().async([zem = zem, &method, call = std::move(call),
-                         encode = std::move(encode)](js::Scope& scope) {
-        if (!call->isWanted()) {
-            return;
-        }
+void DataService::callRuntime(const js::Name& method, const std::shared_ptr<OneShot>& call,
+                              const Encode& encode) {
+    enterRuntime(zem.context(), [&](js::Scope& scope) {
         const js::Sequence sequence(scope);
         const auto arguments = encode(scope, call->function(scope));
         if (const auto answer = scope.callMethod(scope.local(zem), method, arguments); !answer) {
@@ -191,12 +172,12 @@ void DataService::addMutatingCall(const js::Name& method, ResultCallback callbac
     adapterCallQueue->addOperation(
         [weak = weakSelf(), &method,
          call = std::make_shared<OneShot>(weakSelf(), std::move(callback)),
-         encode = std::move(encode)]() mutable {
+         encode = std::move(encode)] {
             if (const auto service = weak.lock()) {
-                service->callRuntime(method, std::move(call), std::move(encode));
+                service->callRuntime(method, call, encode);
             }
         },
-        platform::QueuePriority::veryHigh);
+        platform::QueuePriority::veryHigh, zem.context().lane());
 }
 
 void DataService::invokeAdapterWithMetadata(std::string adapterId, std::string config,
@@ -233,7 +214,7 @@ Unsubscribe DataService::subscribeToAdapter(std::string adapterId, std::string c
         std::make_shared<Subscription>(std::move(callback), runLoop->now(), wire, operation);
     operation->setWorkBlock([weak = weakSelf(), subscription = std::move(subscription)] {
         // Made first: whatever becomes of the call, the operation ends with it.
-        auto emissions = std::make_shared<Emissions>(weak, subscription);
+        const auto emissions = std::make_shared<Emissions>(weak, subscription);
         const auto service = weak.lock();
         if (service == nullptr) {
             return;
@@ -377,7 +358,7 @@ void DataService::setTTL(const js::Name& method, std::int64_t ttl,
         }
     };
     bool isPromised = false;
-    enter(zem, [&](js::Scope& scope) {
+    enterRuntime(zem.context(), [&](js::Scope& scope) {
         const js::Local function =
             scope.function("completion", 0, [complete](js::Scope& inner, js::Local, js::Arguments) {
                 complete();

@@ -97,7 +97,8 @@ class DataService final : public DataServiceProtocolDeprecated, public DataServi
 
     void addUnanswered(std::weak_ptr<AdapterInvokeOperation> operation);
     template <class Encode>
-    void callRuntime(const js::Name& method, std::shared_ptr<OneShot> call, Encode encode);
+    void callRuntime(const js::Name& method, const std::shared_ptr<OneShot>& call,
+                     const Encode& encode);
     template <class Encode>
     void addMutatingCall(const js::Name& method, ResultCallback callback, Encode encode);
     void setTTL(const js::Name& method, std::int64_t ttl, std::function<void()> completion);

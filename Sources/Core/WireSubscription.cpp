@@ -1,3 +1,4 @@
+#include <zem/Core/Private/EnterRuntime.h>
 #include <zem/Core/WireSubscription.h>
 
 #include <utility>
@@ -123,20 +124,19 @@ void WireSubscription::scheduleCall(js::Function function) {
     if (!function) {
         return;
     }
+    const js::Context context = function.context();
     unsubscribeQueue->addOperation(
-        [function = std::move(function), weak = weak_from_this()]() mutable {
-            const js::Context context = function.context();
-            context.async(
-                [function = std::move(function), weak = std::move(weak)](js::Scope& scope) {
-                    if (const auto answer = function.call(scope); !answer) {
-                        scope.context().reportUncaught(scope, answer.error());
-                    }
-                    if (const auto self = weak.lock()) {
-                        self->called();
-                    }
-                });
+        [function = std::move(function), weak = weak_from_this()] {
+            enterRuntime(function.context(), [&](js::Scope& scope) {
+                if (const auto answer = function.call(scope); !answer) {
+                    scope.context().reportUncaught(scope, answer.error());
+                }
+            });
+            if (const auto self = weak.lock()) {
+                self->called();
+            }
         },
-        platform::QueuePriority::veryHigh);
+        platform::QueuePriority::veryHigh, context.lane());
 }
 
 void WireSubscription::called() {

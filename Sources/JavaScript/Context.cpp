@@ -80,12 +80,15 @@ void Context::performOnHome(std::move_only_function<void(Scope&)> work) const {
     });
 }
 
-void Context::async(std::move_only_function<void(Scope&)> work) const {
-    if (state->home == nullptr) {
-        Entry entry(state);
-        work(entry.scope());
-        return;
-    }
+bool Context::isBound() const {
+    return state->home != nullptr;
+}
+
+const std::shared_ptr<platform::Queue>& Context::lane() const {
+    return state->lane;
+}
+
+void Context::post(std::move_only_function<void(Scope&)> work) const {
     state->home->perform([state = state, work = std::move(work)]() mutable {
         Entry entry(std::move(state));
         work(entry.scope());

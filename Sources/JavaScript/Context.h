@@ -4,6 +4,7 @@
 
 #include <zem/JavaScript/Scope.h>
 #include <zem/JavaScript/Value.h>
+#include <zem/Platform/Queue.h>
 #include <zem/Platform/RunLoop.h>
 
 #include <cstddef>
@@ -85,7 +86,19 @@ class Context {
     /// context is entered inline, else later on its thread, in the order of the calls whichever
     /// thread makes them. Work posted to a thread that ends first is dropped. `work` throws
     /// nothing.
-    void async(std::move_only_function<void(Scope&)> work) const;
+    template <class Work>
+    void async(Work&& work) const {
+        if (!isBound()) {
+            Entry entry(state);
+            work(entry.scope());
+        } else {
+            post(std::forward<Work>(work));
+        }
+    }
+
+    /// A queue whose tasks enter the engine one after the other and so never wait for each other
+    /// at its door: that of the context's thread, or where it is entered inline a serial queue.
+    const std::shared_ptr<platform::Queue>& lane() const;
 
     /// True when the calling thread is inside this context.
     bool isEntered() const;
@@ -125,7 +138,9 @@ class Context {
     explicit Context(std::shared_ptr<ContextState> state)
         : state(std::move(state)) {}
     bool entersHere() const;
+    bool isBound() const;
     void performOnHome(std::move_only_function<void(Scope&)> work) const;
+    void post(std::move_only_function<void(Scope&)> work) const;
     std::shared_ptr<ContextState> state;
 };
 

@@ -61,6 +61,24 @@ void dropIntrinsics(JSGlobalContextRef global, const Intrinsics& taken) {
     }
 }
 
+/// The tasks of a run loop's thread as a queue.
+class RunLoopLane final : public platform::Queue {
+  public:
+    explicit RunLoopLane(std::shared_ptr<platform::RunLoop> runLoop)
+        : runLoop(std::move(runLoop)) {}
+    void async(platform::Task task) override { runLoop->perform(std::move(task)); }
+
+  private:
+    const std::shared_ptr<platform::RunLoop> runLoop;
+};
+
+std::shared_ptr<platform::Queue> makeLane(const std::shared_ptr<platform::RunLoop>& home) {
+    if (home != nullptr) {
+        return std::make_shared<RunLoopLane>(home);
+    }
+    return platform::SerialQueue::create("com.quorvane.zem.JavaScript");
+}
+
 using ShouldTerminate = bool (*)(JSContextRef, void*);
 using SetExecutionTimeLimit = void (*)(JSContextGroupRef, double, ShouldTerminate, void*);
 using ClearExecutionTimeLimit = void (*)(JSContextGroupRef);
@@ -98,6 +116,7 @@ bool setInterruptible(JSGlobalContextRef global, ContextState* state) {
 ContextState::ContextState(JSGlobalContextRef global, std::shared_ptr<platform::RunLoop> home)
     : global(global)
     , home(std::move(home))
+    , lane(makeLane(this->home))
     , intrinsics(takeIntrinsics(global)) {}
 
 ContextState::~ContextState() {

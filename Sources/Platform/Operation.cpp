@@ -1,4 +1,5 @@
 #include <zem/Platform/Operation.h>
+#include <zem/Platform/Private/OperationQueueState.h>
 
 #include <utility>
 
@@ -97,9 +98,8 @@ void Operation::setQueuePriority(QueuePriority newPriority) {
     priority = newPriority;
 }
 
-bool Operation::enqueue() {
-    Lock lock(mutex);
-    return !std::exchange(enqueued, true);
+void Operation::setLane(std::shared_ptr<Queue> newLane) {
+    lane = std::move(newLane);
 }
 
 void Operation::addObserver(Observer observer) {
@@ -116,6 +116,16 @@ void Operation::willChangeValue(std::string_view key) {
 
 void Operation::didChangeValue(std::string_view key) {
     notify(key, Change::did);
+    if (key == finishedKey) {
+        std::shared_ptr<OperationQueueState> told;
+        {
+            Lock lock(mutex);
+            told = queue;
+        }
+        if (told != nullptr && isFinished()) {
+            told->finish(*this);
+        }
+    }
 }
 
 void Operation::notify(std::string_view key, Change change) {

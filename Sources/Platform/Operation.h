@@ -17,6 +17,8 @@ namespace zem::platform {
 /// The order in which an operation queue starts what waits in it. Any integer between is allowed.
 enum class QueuePriority : int { veryLow = -8, low = -4, normal = 0, high = 4, veryHigh = 8 };
 
+class OperationQueueState;
+
 /// One unit of work, used once. A subclass that is asynchronous overrides `start` and the three
 /// state queries, and posts the changes of "isExecuting" and "isFinished" itself; a plain one
 /// overrides `main`.
@@ -50,6 +52,11 @@ class Operation : public std::enable_shared_from_this<Operation> {
     /// Only before the operation is added to a queue.
     void setQueuePriority(QueuePriority priority);
 
+    /// Where the operation is started instead of on the queue's threads, one after the other with
+    /// all others of that lane: for operations that would only wait for each other. `lane` runs its
+    /// tasks one at a time. Only before the operation is added to a queue.
+    void setLane(std::shared_ptr<Queue> lane);
+
     /// Observers are kept until the operation is destroyed and called in the order they were added.
     /// One that is added during a change is called from the next one on.
     void addObserver(Observer observer);
@@ -64,9 +71,9 @@ class Operation : public std::enable_shared_from_this<Operation> {
     void didChangeValue(std::string_view key);
 
   private:
-    friend class OperationQueue;
-    /// False the second time.
-    bool enqueue();
+    friend class OperationQueueState;
+    enum class Phase { waiting, starting, executing, left };
+
     void notify(std::string_view key, Change change);
 
     mutable Mutex mutex;
@@ -78,6 +85,13 @@ class Operation : public std::enable_shared_from_this<Operation> {
     bool finished = false;
     bool cancelled = false;
     bool enqueued = false;
+    // From when it is added until it leaves; kept by it, so that it runs whoever lets go of it.
+    std::shared_ptr<OperationQueueState> queue;
+    std::shared_ptr<Queue> lane; // not changed from then on
+
+    // Guarded by the queue's lock: how far it has come there, and itself while it executes.
+    Phase phase = Phase::waiting;
+    std::shared_ptr<Operation> kept;
 };
 
 /// An operation that runs one task, and destroys it before it finishes.
@@ -94,12 +108,13 @@ class BlockOperation final : public Operation {
     Task block;
 };
 
-/// Starts what is added to it on the threads of a queue: a higher priority first, first come first
-/// served within one, never more than `maxConcurrentOperationCount` unfinished at once. Which
-/// operation takes a place is decided when a thread is there for it. An operation holds its place
-/// from `start` until it has reported "isFinished" and `start` has returned, and is kept alive that
-/// long; one that reports it while it waits leaves the queue without being started. Operations
-/// already added run even when the last reference to the queue is dropped.
+/// Starts what is added to it on the threads of a queue, or of the operation's lane: a higher
+/// priority first, first come first served within one, never more than
+/// `maxConcurrentOperationCount` unfinished at once. Which operation takes a place is decided when
+/// a thread is there for it. An operation holds its place from `start` until it has reported
+/// "isFinished" and `start` has returned, and is kept alive that long; one that reports it while it
+/// waits leaves the queue without being started. Operations already added run even when the last
+/// reference to the queue is dropped.
 class OperationQueue {
   public:
     /// Bounded only by the threads of the global queue.
@@ -114,7 +129,8 @@ class OperationQueue {
     /// Any thread; returns at once. An operation may be added to one queue, once; adding it again
     /// ends the process.
     void addOperation(const std::shared_ptr<Operation>& operation);
-    void addOperation(Task block, QueuePriority priority = QueuePriority::normal);
+    void addOperation(Task block, QueuePriority priority = QueuePriority::normal,
+                      std::shared_ptr<Queue> lane = nullptr);
 
     std::size_t maxConcurrentOperationCount() const;
 
@@ -122,9 +138,8 @@ class OperationQueue {
     std::size_t operationCount() const;
 
   private:
-    struct State;
-    explicit OperationQueue(std::shared_ptr<State> state);
-    std::shared_ptr<State> state;
+    explicit OperationQueue(std::shared_ptr<OperationQueueState> state);
+    std::shared_ptr<OperationQueueState> state;
 };
 
 } // namespace zem::platform

@@ -1,179 +1,203 @@
 #include <zem/Platform/Operation.h>
+#include <zem/Platform/Private/OperationQueueState.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
-#include <map>
 #include <utility>
 
 namespace zem::platform {
 
-/// Kept alive by the turns that were asked for and by the observers of the operations added.
-struct OperationQueue::State : std::enable_shared_from_this<OperationQueue::State> {
-    State(std::size_t width, Queue& threads)
-        : width(width)
-        , threads(threads) {}
-
-    enum class Phase { waiting, starting, executing };
-
-    /// An operation and what the queue knows of it.
-    struct Entry {
-        std::shared_ptr<Operation> operation;
-        Phase phase = Phase::waiting;
-        bool finished = false;
-    };
-
-    void add(const std::shared_ptr<Operation>& operation);
-
-    /// Asks for a turn when there is something to start, a place for it and no turn on its way.
-    void schedule();
-    bool wantsTurn() const {
-        return waitingCount != 0 && !turnAsked && (width == unbounded || places < width);
+/// One turn of a lane. Where the lane's thread has ended, and drops what is asked of it, the turn
+/// is taken on a thread of the queue: what waits there must not wait for ever.
+class OperationQueueState::Turn {
+  public:
+    Turn(std::shared_ptr<OperationQueueState> state, Lane& lane)
+        : state(std::move(state))
+        , lane(lane) {}
+    Turn(Turn&&) noexcept = default;
+    Turn& operator=(Turn&&) = delete;
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    ~Turn() {
+        if (state != nullptr) {
+            Queue& threads = state->threads;
+            threads.async([turn = Turn(std::move(state), lane)]() mutable { turn.take(); });
+        }
     }
-    void askForTurn();
 
-    /// On a thread of the queue: starts the best of what waits, again and again while there are
-    /// places. Before each start, which may take its time, another thread is asked for if there is
-    /// more to do.
-    void takeTurn();
-    std::shared_ptr<Entry> takeBest();
+    void take() {
+        const std::shared_ptr<OperationQueueState> taken = std::move(state);
+        taken->takeTurn(lane);
+    }
 
-    /// `start` has returned: an operation that finished meanwhile gives its place back.
-    void started(Entry& entry);
-    void finish(Entry& entry);
-
-    const std::size_t width;
-    Queue& threads;
-
-    mutable Mutex mutex;
-    // The highest priority first. No list in it is empty; what finished while it waited is passed
-    // over.
-    std::map<int, std::deque<std::shared_ptr<Entry>>, std::greater<>> waiting;
-    std::size_t waitingCount = 0;
-    std::size_t unfinished = 0;
-    std::size_t places = 0; // in use
-    bool turnAsked = false; // and not begun
+  private:
+    std::shared_ptr<OperationQueueState> state;
+    Lane& lane;
 };
 
-void OperationQueue::State::add(const std::shared_ptr<Operation>& operation) {
-    Operation& added = *operation;
-    if (!added.enqueue()) {
-        std::fprintf(stderr, "zem: an operation is added to a queue for the second time\n");
-        std::abort();
-    }
-    auto entry = std::make_shared<Entry>(operation);
-    added.addObserver([self = shared_from_this(), entry](Operation& changed, std::string_view key,
-                                                         Operation::Change change) {
-        if (key == "isFinished" && change == Operation::Change::did && changed.isFinished()) {
-            self->finish(*entry);
+void OperationQueueState::add(const std::shared_ptr<Operation>& operation) {
+    {
+        Lock lock(operation->mutex);
+        if (std::exchange(operation->enqueued, true)) {
+            std::fprintf(stderr, "zem: an operation is added to a queue for the second time\n");
+            std::abort();
         }
-    });
+        operation->queue = shared_from_this();
+    }
+    const int priority = static_cast<int>(operation->queuePriority());
     {
         Lock lock(mutex);
+        Lane& lane = lanes[operation->lane.get()];
+        if (lane.queue == nullptr) {
+            lane.queue = operation->lane;
+        }
+        lane.waiting[priority].push_back(operation);
+        ++lane.waitingCount;
         ++unfinished;
-        ++waitingCount;
-        waiting[static_cast<int>(added.queuePriority())].push_back(entry);
     }
-    if (added.isFinished()) { // its report came before it was here
-        finish(*entry);
+    if (operation->isFinished()) { // its report came before it was here
+        finish(*operation);
     } else {
         schedule();
     }
 }
 
-void OperationQueue::State::schedule() {
-    {
-        Lock lock(mutex);
-        if (!wantsTurn()) {
-            return;
-        }
-        turnAsked = true;
-    }
-    askForTurn();
-}
-
-void OperationQueue::State::askForTurn() {
-    threads.async([self = shared_from_this()] { self->takeTurn(); });
-}
-
-void OperationQueue::State::takeTurn() {
-    {
-        Lock lock(mutex);
-        turnAsked = false;
-    }
-    while (const std::shared_ptr<Entry> entry = takeBest()) {
-        schedule();
-        // One that has reported its end meanwhile is not started.
-        if (!entry->operation->isFinished()) {
-            Mutex::assertNoneHeld("an operation is started");
-            entry->operation->start();
-        }
-        started(*entry);
+void OperationQueueState::schedule() {
+    while (Lane* const lane = laneToAsk()) {
+        Queue& asked = lane->queue != nullptr ? *lane->queue : threads;
+        asked.async([turn = Turn(shared_from_this(), *lane)]() mutable { turn.take(); });
     }
 }
 
-std::shared_ptr<OperationQueue::State::Entry> OperationQueue::State::takeBest() {
+OperationQueueState::Lane* OperationQueueState::laneToAsk() {
     Lock lock(mutex);
-    if (width != unbounded && places >= width) {
+    if (!hasPlace()) {
         return nullptr;
     }
-    while (!waiting.empty()) {
-        const auto best = waiting.begin();
-        std::shared_ptr<Entry> entry = std::move(best->second.front());
-        best->second.pop_front();
-        if (best->second.empty()) {
-            waiting.erase(best);
-        }
-        if (!entry->finished) {
-            --waitingCount;
-            ++places;
-            entry->phase = Phase::starting;
-            return entry;
+    for (auto& [queue, lane] : lanes) {
+        if (lane.waitingCount != 0 && !lane.turnAsked && !mustPass(lane)) {
+            lane.turnAsked = true;
+            return &lane;
         }
     }
     return nullptr;
 }
 
-void OperationQueue::State::started(Entry& entry) {
-    std::shared_ptr<Operation> released;
+void OperationQueueState::takeTurn(Lane& lane) {
+    if (lane.queue == nullptr) {
+        Lock lock(mutex);
+        lane.turnAsked = false;
+    }
+    while (const std::shared_ptr<Operation> operation = takeBest(lane)) {
+        schedule();
+        // One that has reported its end meanwhile is not started.
+        if (!operation->isFinished()) {
+            Mutex::assertNoneHeld("an operation is started");
+            operation->start();
+        }
+        started(*operation);
+    }
+    // The last place that was given back here may be wanted elsewhere.
+    schedule();
+}
+
+std::shared_ptr<Operation> OperationQueueState::takeBest(Lane& lane) {
+    std::shared_ptr<Queue> dropped;
     Lock lock(mutex);
-    if (entry.finished) {
+    std::shared_ptr<Operation> best;
+    if (hasPlace() && !mustPass(lane)) {
+        best = takeFirst(lane);
+    }
+    if (best != nullptr) {
+        ++places;
+        best->phase = Phase::starting;
+    } else if (lane.queue != nullptr) {
+        lane.turnAsked = false;
+        if (lane.waiting.empty()) {
+            dropped = lane.queue;
+            lanes.erase(dropped.get());
+        }
+    }
+    return best;
+}
+
+std::shared_ptr<Operation> OperationQueueState::takeFirst(Lane& lane) {
+    while (!lane.waiting.empty()) {
+        const auto best = lane.waiting.begin();
+        std::shared_ptr<Operation> operation = std::move(best->second.front());
+        best->second.pop_front();
+        if (best->second.empty()) {
+            lane.waiting.erase(best);
+        }
+        if (operation->phase == Phase::waiting) {
+            --lane.waitingCount;
+            return operation;
+        }
+    }
+    return nullptr;
+}
+
+bool OperationQueueState::mustPass(const Lane& lane) const {
+    if (lanes.size() == 1 || width == OperationQueue::unbounded || lane.waiting.empty()) {
+        return false;
+    }
+    const int own = lane.waiting.begin()->first;
+    std::size_t better = 0;
+    for (const auto& [queue, other] : lanes) {
+        for (auto list = other.waiting.begin(); list != other.waiting.end() && list->first > own;
+             ++list) {
+            better += &other == &lane ? 0 : list->second.size();
+        }
+    }
+    return better >= width - places;
+}
+
+void OperationQueueState::started(Operation& operation) {
+    Lock lock(mutex);
+    if (operation.phase == Phase::left) {
         --places;
-        released = std::move(entry.operation);
     } else {
-        entry.phase = Phase::executing;
+        operation.phase = Phase::executing;
+        operation.kept = operation.shared_from_this();
     }
 }
 
-void OperationQueue::State::finish(Entry& entry) {
+void OperationQueueState::finish(Operation& operation) {
+    // Let go of when the lock is: the operation may be the last to hold this queue, and the queue
+    // the last to hold the operation.
+    std::shared_ptr<OperationQueueState> self;
     std::shared_ptr<Operation> released;
     {
+        Lock lock(operation.mutex);
+        self = std::move(operation.queue);
+    }
+    {
         Lock lock(mutex);
-        if (entry.finished) {
+        const Phase phase = std::exchange(operation.phase, Phase::left);
+        if (phase == Phase::left) {
             return; // it reports its end for the second time
         }
-        entry.finished = true;
         --unfinished;
-        if (entry.phase == Phase::starting) {
+        if (phase == Phase::starting) {
             return; // its place is given back when its start has returned
         }
-        if (entry.phase == Phase::waiting) {
-            --waitingCount;
+        if (phase == Phase::waiting) {
+            --lanes.at(operation.lane.get()).waitingCount;
         } else {
             --places;
+            released = std::move(operation.kept);
         }
-        released = std::move(entry.operation);
     }
     schedule();
 }
 
 std::shared_ptr<OperationQueue> OperationQueue::create(std::size_t maxConcurrentOperationCount,
                                                        Queue* threads) {
-    return std::shared_ptr<OperationQueue>(new OperationQueue(std::make_shared<State>(
+    return std::shared_ptr<OperationQueue>(new OperationQueue(std::make_shared<OperationQueueState>(
         maxConcurrentOperationCount, threads != nullptr ? *threads : globalQueue())));
 }
 
-OperationQueue::OperationQueue(std::shared_ptr<State> state)
+OperationQueue::OperationQueue(std::shared_ptr<OperationQueueState> state)
     : state(std::move(state)) {}
 
 OperationQueue::~OperationQueue() = default;
@@ -182,8 +206,10 @@ void OperationQueue::addOperation(const std::shared_ptr<Operation>& operation) {
     state->add(operation);
 }
 
-void OperationQueue::addOperation(Task block, QueuePriority priority) {
-    addOperation(BlockOperation::create(std::move(block), priority));
+void OperationQueue::addOperation(Task block, QueuePriority priority, std::shared_ptr<Queue> lane) {
+    const auto operation = BlockOperation::create(std::move(block), priority);
+    operation->setLane(std::move(lane));
+    addOperation(operation);
 }
 
 std::size_t OperationQueue::maxConcurrentOperationCount() const {
@@ -191,8 +217,7 @@ std::size_t OperationQueue::maxConcurrentOperationCount() const {
 }
 
 std::size_t OperationQueue::operationCount() const {
-    Lock lock(state->mutex);
-    return state->unfinished;
+    return state->count();
 }
 
 } // namespace zem::platform

@@ -46,9 +46,6 @@ class DataService::OneShot : public std::enable_shared_from_this<OneShot> {
         , callback(std::move(callback))
         , place(std::move(operation)) {}
 
-    /// False when nobody is there to hear.
-    bool isWanted() const { return !service.expired(); }
-
     /// The function that the runtime calls.
     js::Local function(js::Scope& scope);
     void fail(DataServiceError error) { arrived(std::unexpected(std::move(error))); }

@@ -5,6 +5,7 @@
 
 #include <zem/JavaScript/Context.h>
 #include <zem/Platform/Mutex.h>
+#include <zem/Platform/Queue.h>
 
 #include <JavaScriptCore/JavaScript.h>
 
@@ -75,6 +76,7 @@ class ContextState : public std::enable_shared_from_this<ContextState> {
     const JSGlobalContextRef global;
     /// Null for a context that is entered inline.
     std::shared_ptr<platform::RunLoop> home;
+    const std::shared_ptr<platform::Queue> lane;
     Intrinsics intrinsics;
     std::atomic<std::size_t> handles = 0;
 
