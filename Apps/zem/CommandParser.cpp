@@ -147,14 +147,26 @@ Command parseInvoke(const Words& words) {
     return command;
 }
 
+platform::Seconds secondsOf(const std::string& text) {
+    constexpr double most = 1e9;
+    double seconds = 0;
+    const char* end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, seconds);
+    const bool isNumber = read.ec == std::errc() && read.ptr == end;
+    if (!isNumber || !(seconds >= 0 && seconds <= most)) {
+        throw CommandFailure(fmt::format("--for: expected a number of seconds, found {}", text));
+    }
+    return platform::Seconds(seconds);
+}
+
 Command parseWait(const Words& words) {
     WaitCommand command;
-    double seconds = defaultWaitLimit.count();
+    std::string seconds;
     CommandOptions options;
     options.add_option("NAME", command.name);
-    options.add_option("--for", seconds)->type_name("SECONDS")->check(CLI::Range(0.0, 1e9));
+    const CLI::Option* limit = options.add_option("--for", seconds)->type_name("SECONDS");
     options.read(words);
-    command.limit = platform::Seconds(seconds);
+    command.limit = limit->count() == 0 ? defaultWaitLimit : secondsOf(seconds);
     return command;
 }
 

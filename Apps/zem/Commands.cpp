@@ -99,8 +99,9 @@ bool Commands::abandon() {
         isBusyNow = isBusy;
         isAbandoned = isBusy;
     }
+    lines->abandon();
     if (!isBusyNow) {
-        return lines->abandon();
+        return true;
     }
     condition.notify_all();
     around.interruptScript();
@@ -158,8 +159,8 @@ void Commands::perform(const SubscribeCommand& command, CommandOrigin origin) {
     const auto call = calls.add(Calls::Kind::subscription, std::move(origin), command.adapterId);
     auto unsubscribe = std::make_shared<Unsubscribe>();
     unsubscribes[Calls::nameOf(*call)] = unsubscribe;
-    runtime->perform([weak = weak_from_this(), call, command,
-                      unsubscribe = std::move(unsubscribe)](DataServiceProtocol& service) {
+    ask([weak = weak_from_this(), call, command,
+         unsubscribe = std::move(unsubscribe)](DataServiceProtocol& service) {
         *unsubscribe =
             service.subscribeToAdapter(command.adapterId, command.config, command.requestContext,
                                        [weak, call](const DataServiceResult& result) {
@@ -172,13 +173,14 @@ void Commands::perform(const SubscribeCommand& command, CommandOrigin origin) {
 
 void Commands::perform(const UnsubscribeCommand& command, CommandOrigin) {
     calls.removeSubscription(command.name);
-    runtime->perform([unsubscribe = unsubscribes.extract(command.name).mapped()](
-                         DataServiceProtocol&) { (*unsubscribe)(); });
+    ask([unsubscribe = unsubscribes.extract(command.name).mapped()](DataServiceProtocol&) {
+        (*unsubscribe)();
+    });
 }
 
 void Commands::perform(const InvokeCommand& command, CommandOrigin origin) {
     const auto call = calls.add(Calls::Kind::invocation, std::move(origin), command.adapterId);
-    runtime->perform([weak = weak_from_this(), call, command](DataServiceProtocol& service) {
+    ask([weak = weak_from_this(), call, command](DataServiceProtocol& service) {
         const ResultCallback callback = [weak, call](const DataServiceResult& result) {
             if (const auto alive = weak.lock()) {
                 alive->calls.arrived(*call, result);
@@ -204,19 +206,18 @@ void Commands::perform(const TTLCommand& command, CommandOrigin origin) {
     const bool isRecord = command.what == TTLCommand::What::record;
     origin.name = isRecord ? "record" : "metadata";
     const auto call = calls.add(Calls::Kind::ttl, std::move(origin), "");
-    runtime->perform(
-        [weak = weak_from_this(), call, ttl = command.ttl, isRecord](DataServiceProtocol& service) {
-            const auto completion = [weak, call, ttl] {
-                if (const auto alive = weak.lock()) {
-                    alive->calls.ttlSet(*call, ttl);
-                }
-            };
-            if (isRecord) {
-                service.setRimvoRecordTTL(ttl, completion);
-            } else {
-                service.setMetadataTTL(ttl, completion);
+    ask([weak = weak_from_this(), call, ttl = command.ttl, isRecord](DataServiceProtocol& service) {
+        const auto completion = [weak, call, ttl] {
+            if (const auto alive = weak.lock()) {
+                alive->calls.ttlSet(*call, ttl);
             }
-        });
+        };
+        if (isRecord) {
+            service.setRimvoRecordTTL(ttl, completion);
+        } else {
+            service.setMetadataTTL(ttl, completion);
+        }
+    });
 }
 
 void Commands::perform(const WaitCommand& command, CommandOrigin) {
@@ -295,6 +296,17 @@ void Commands::perform(const EvalCommand& command, CommandOrigin origin) {
 
 void Commands::perform(const QuitCommand&, CommandOrigin) {
     around.ending->request(exitDone);
+}
+
+/// Has it asked before the next command, so that they reach the runtime in their order.
+void Commands::ask(std::function<void(DataServiceProtocol&)> question) {
+    const auto asked = std::make_shared<std::optional<bool>>();
+    runtime->perform([weak = weak_from_this(), asked,
+                      question = std::move(question)](DataServiceProtocol& service) {
+        question(service);
+        answer(weak, asked, true);
+    });
+    waitFor(asked);
 }
 
 template <class T>

@@ -65,8 +65,8 @@ class Commands : public std::enable_shared_from_this<Commands> {
     /// Nothing is left to do but what the commands themselves are waiting for. Any thread.
     void idle();
 
-    /// Gives up the command at hand, or the line that is being typed; false when there is neither,
-    /// or when the command was given up before. Any thread.
+    /// Somebody at the terminal interrupts: gives up the command at hand, or the line that is being
+    /// typed. False when the command was given up before and is still there. Any thread.
     bool abandon();
 
     std::vector<std::string> subscriptionNames() const { return calls.subscriptionNames(); }
@@ -84,6 +84,8 @@ class Commands : public std::enable_shared_from_this<Commands> {
     void perform(const SQLCommand& command, CommandOrigin origin);
     void perform(const EvalCommand& command, CommandOrigin origin);
     void perform(const QuitCommand& command, CommandOrigin origin);
+
+    void ask(std::function<void(DataServiceProtocol&)> question);
 
     /// What comes back from another thread.
     template <class T>

@@ -8,8 +8,8 @@ constexpr const char* programHelp = R"(zem runs JavaScript data runtimes on ZEM'
 
 Usage:
   zem run BUNDLE.js [OPTIONS] [-- ARGS...]    run a bundle; see zem run --help
-  zem shell BUNDLE.js [OPTIONS] [-- ARGS...]  run a bundle, and commands as you type
-                                              them; see zem shell --help
+  zem shell BUNDLE.js [OPTIONS] [-- ARGS...]  run a bundle and what you type;
+                                              see zem shell --help
   zem --help                                  print this text
   zem --version                               print zem's version, and those of its
                                               engine, SQLCipher and SQLite
@@ -31,12 +31,13 @@ constexpr const char* shellUsage = R"(Usage:
             [--set NAME=TEXT] [--set NAME=@FILE.json] [--trace FILE] [--json]
             [-- ARGS...]
 
-Runs BUNDLE.js like zem run, and carries out commands as you type them. Commands,
-options and the names of subscriptions are completed with TAB; Ctrl-C gives up
-the line, or the command that waits; Ctrl-D ends the shell. What was typed is kept
-in $XDG_STATE_HOME/zem/history or ~/.local/state/zem/history. Where standard
-input is no terminal, its lines are carried out as they come. A failed command or
-an uncaught exception is reported, and the shell goes on.
+Runs BUNDLE.js like zem run, and carries out commands as you type them. TAB
+completes commands, options and the names of subscriptions; Ctrl-C gives up the
+line, or the command that waits; Ctrl-D ends the shell. What was typed is kept
+in $XDG_STATE_HOME/zem/history or ~/.local/state/zem/history. A failed command
+or an uncaught exception is reported, and the shell goes on. Where standard
+input is no terminal, its lines are carried out as they come, and the shell ends
+like zem run after the last one.
 
 )";
 
@@ -61,11 +62,12 @@ Output:
 
 constexpr const char* commandsOption = R"(
 Commands:
-  --commands FILE        carry out the commands in FILE, a command a line, or from
-                         standard input where FILE is -. One that fails ends the
-                         run with exit code 4 and its line, unless the line begins
-                         with -. After the last one the run ends once nothing is
-                         left to do and every invocation has been answered.
+  --commands FILE        carry out the commands in FILE, one a line, or from
+                         standard input where FILE is -. One that fails ends
+                         the run with exit code 4 and its line, unless the line
+                         begins with -. After the last one the run ends once
+                         nothing is left to do and every invocation has been
+                         answered.
 
 )";
 
@@ -79,20 +81,21 @@ constexpr const char* commandsHelp =
   invoke ADAPTER CONFIG [--priority P] [--cache-policy JSON] [--metadata K=V]...
          [--replace-draft ID]
   ttl record|metadata N
-  wait [NAME] [--for SECONDS]     for the answers of all invocations and the first
-                                  emission of every subscription, or for one of
-                                  them, for up to 30 seconds
-  sql TEXT [PARAM...]             PARAM is a JSON number, true, false, null, or text
-  eval JAVASCRIPT                 prints the value, or what its promise is settled
-                                  with
+  wait [NAME] [--for SECONDS]   for the answers of all invocations and the first
+                                emission of every subscription, or for one of
+                                them, for up to 30 seconds
+  sql TEXT [PARAM...]           PARAM is JSON (a number, a string, true, false,
+                                null) or else text as it stands
+  eval JAVASCRIPT               prints the value, or what its promise is settled
+                                with
   quit
 
   They are carried out by the data service of the runtime that the bundle sets:
   globalThis.runtime = { dataService }, at once, later, or a promise of it. What
   is asked for before is handed over then. Words are quoted as in a shell, P is
   high, normal or background, lines that begin with # are comments. Results are
-  labelled with the name of their subscription (s1, s2 ... or --as) or invocation
-  (i1, i2 ...). With --json each is one object with these keys:
+  labelled with the name of their subscription (s1, s2 ... or --as NAME) or
+  invocation (i1, i2 ...). With --json each is one object with these keys:
   {"command":"invoke","name":"i1","line":1,"data":{},"error":null}
 )";
 

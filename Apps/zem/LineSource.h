@@ -17,8 +17,8 @@ class LineSource {
     /// Makes `next` return nothing from now on, also one that waits. Any thread.
     virtual void stop() = 0;
 
-    /// Gives up the line that is being typed; false where nobody types. Any thread.
-    virtual bool abandon() { return false; }
+    /// Somebody interrupts: gives up the line that is being typed. Any thread.
+    virtual void abandon() {}
 };
 
 } // namespace zem::host

@@ -231,6 +231,7 @@ void Run::fail(js::Scope& scope, const js::Exception& exception, bool wasRejecti
 }
 
 void Run::standStill() {
+    runtimeQuiet.set();
     scriptStopped.set_value(false);
     for (;;) {
         pause();
@@ -240,6 +241,11 @@ void Run::standStill() {
 void Run::finish() {
     interruption->setTaker(nullptr);
     const bool commandsEnded = commands == nullptr || commands->stop(stopLimit);
+    if (runtime) {
+        // In the middle of a hand-over the engine's thread is waited for: it must not close before.
+        runtime->whenQuiet([this] { runtimeQuiet.set(); });
+        runtimeQuiet.waitFor(stopLimit);
+    }
     scriptLoop->close();
     thread.runLoop()->perform([this] {
         timers.reset();

@@ -10,6 +10,7 @@
 #include "Interruption.h"
 #include "Runtime.h"
 #include "Settings.h"
+#include "Signal.h"
 #include "Timers.h"
 #include <zem/JavaScript/Context.h>
 #include <zem/SqliteStore/SQLiteStore.h>
@@ -67,6 +68,8 @@ class Run {
     std::shared_ptr<ClosableRunLoop> scriptLoop;
     /// True when the JavaScript thread has let go of everything, false when it stands still.
     std::promise<bool> scriptStopped;
+    /// The data service waits for no JavaScript, or for one that stands still.
+    Signal runtimeQuiet;
 
     std::shared_ptr<SQLiteStore> store;
     /// Ends the script at hand, and only that.

@@ -45,7 +45,9 @@ class Runtime::Services {
         service = DataService::create(std::move(dataService), nullptr, batching->takeState(),
                                       DataService::defaultWatchdogTimeout);
         setWhyNot(std::nullopt);
-        listener.ready();
+        if (listener.ready) {
+            listener.ready();
+        }
     }
 
     void fail(std::string why) {
@@ -71,7 +73,9 @@ class Runtime::Services {
     void failRecorded() {
         // Not replayed, should another runtime come: it has been said that they failed.
         static_cast<void>(batching->takeState());
-        listener.failed(*failure);
+        if (listener.failed) {
+            listener.failed(*failure);
+        }
     }
 
     const Listener listener;
@@ -107,6 +111,10 @@ void Runtime::arrived(js::Value dataService) {
 
 void Runtime::failed(std::string why) {
     post([why = std::move(why)](Services& made) { made.fail(why); });
+}
+
+void Runtime::whenQuiet(std::function<void()> quiet) {
+    post([quiet = std::move(quiet)](Services&) { quiet(); });
 }
 
 std::optional<std::string> Runtime::whyNotReady() const {

@@ -24,7 +24,7 @@ namespace zem::host {
 /// that end.
 class Runtime {
   public:
-    /// Called on the services' thread.
+    /// Called on the services' thread; either may be empty.
     struct Listener {
         /// What was recorded has been handed over.
         std::function<void()> ready;
@@ -42,6 +42,9 @@ class Runtime {
     void promised();
     void arrived(js::Value dataService);
     void failed(std::string why);
+
+    /// Calls `quiet` on the services' thread when everything that was asked before has been done.
+    void whenQuiet(std::function<void()> quiet);
 
     /// Why nothing is answered, or absent when there is a runtime. Any thread.
     std::optional<std::string> whyNotReady() const;

@@ -92,16 +92,15 @@ class Shell::Editor {
         wakeUp.wake();
     }
 
-    bool abandon() {
-        {
-            const platform::Lock lock(mutex);
-            if (!editing) {
-                return false;
-            }
+    void abandon() {
+        const platform::Lock lock(mutex);
+        if (editing) {
             abandoned = true;
+            wakeUp.wake();
+        } else {
+            // The terminal has shown "^C".
+            writeLine(STDOUT_FILENO, "");
         }
-        wakeUp.wake();
-        return true;
     }
 
     /// Any thread.
@@ -293,8 +292,8 @@ void Shell::stop() {
     editor->stop();
 }
 
-bool Shell::abandon() {
-    return editor->abandon();
+void Shell::abandon() {
+    editor->abandon();
 }
 
 } // namespace zem::host
