@@ -90,18 +90,15 @@ void Commands::idle() {
 }
 
 bool Commands::abandon() {
-    bool isBusyNow = false;
+    if (lines->abandon()) {
+        return true;
+    }
     {
         const platform::Lock lock(mutex);
         if (isAbandoned || isStopped) {
             return false;
         }
-        isBusyNow = isBusy;
-        isAbandoned = isBusy;
-    }
-    lines->abandon();
-    if (!isBusyNow) {
-        return true;
+        isAbandoned = true;
     }
     condition.notify_all();
     around.interruptScript();
@@ -116,6 +113,11 @@ void Commands::changed() {
 void Commands::run() {
     std::size_t line = 0;
     while (!around.ending->requested()) {
+        {
+            // Whoever interrupts from now on means the line, or the command that it becomes.
+            const platform::Lock lock(mutex);
+            isAbandoned = false;
+        }
         const std::optional<std::string> text = lines->next();
         if (!text) {
             break;
@@ -137,11 +139,6 @@ void Commands::run() {
 }
 
 void Commands::perform(const CommandText& text, std::size_t line) {
-    {
-        const platform::Lock lock(mutex);
-        isBusy = true;
-        isAbandoned = false;
-    }
     const CommandOrigin origin{text.name(), line, std::nullopt,
                                text.mayFail || !around.endsWithFailure};
     try {
@@ -149,9 +146,6 @@ void Commands::perform(const CommandText& text, std::size_t line) {
     } catch (const CommandFailure& failure) {
         calls.failed(origin, "", failure.what());
     }
-    const platform::Lock lock(mutex);
-    isBusy = false;
-    isAbandoned = false;
 }
 
 void Commands::perform(const SubscribeCommand& command, CommandOrigin origin) {

@@ -65,8 +65,8 @@ class Commands : public std::enable_shared_from_this<Commands> {
     /// Nothing is left to do but what the commands themselves are waiting for. Any thread.
     void idle();
 
-    /// Somebody at the terminal interrupts: gives up the command at hand, or the line that is being
-    /// typed. False when the command was given up before and is still there. Any thread.
+    /// Somebody at the terminal interrupts: gives up the line that is being typed, or the command
+    /// at hand. False when that was given up before and is still there. Any thread.
     bool abandon();
 
     std::vector<std::string> subscriptionNames() const { return calls.subscriptionNames(); }
@@ -110,7 +110,6 @@ class Commands : public std::enable_shared_from_this<Commands> {
     std::condition_variable_any condition;
     bool isStopped = false;
     bool isFinished = false;
-    bool isBusy = false;
     bool isAbandoned = false;
 
     // The thread's own.

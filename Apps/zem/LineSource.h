@@ -17,8 +17,8 @@ class LineSource {
     /// Makes `next` return nothing from now on, also one that waits. Any thread.
     virtual void stop() = 0;
 
-    /// Somebody interrupts: gives up the line that is being typed. Any thread.
-    virtual void abandon() {}
+    /// Somebody interrupts: gives up the line that is being typed. False where none is. Any thread.
+    virtual bool abandon() { return false; }
 };
 
 } // namespace zem::host

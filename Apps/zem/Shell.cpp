@@ -59,48 +59,45 @@ class Shell::Editor {
 
     std::optional<std::string> next() {
         el_resize(edit);
-        for (;;) {
-            setEditing(true);
+        while (beginEditing()) {
             int length = 0;
             const char* line = el_gets(edit, &length);
             std::optional<std::string> typed;
             if (line != nullptr && length > 0) {
                 typed.emplace(line, static_cast<std::size_t>(length));
             }
-            const bool wasAbandoned = takeAbandoned();
-            if (!typed) {
-                // The cursor is behind the prompt or what was typed.
-                writeLine(STDOUT_FILENO, wasAbandoned ? "^C" : "");
-            }
-            setEditing(false);
-            if (wasAbandoned && !isStopped()) {
+            const End end = endEditing(typed.has_value());
+            if (end == End::abandoned) {
                 continue;
             }
-            if (!typed || isStopped()) {
+            if (end == End::stopped || !typed) {
                 return std::nullopt;
             }
             remember(*typed);
             return typed->substr(0, typed->find('\n'));
         }
+        return std::nullopt;
     }
 
     void stop() {
-        {
-            const platform::Lock lock(mutex);
-            stopped = true;
+        const platform::Lock lock(mutex);
+        stopped = true;
+        if (editing) {
+            wakeUp.wake();
+        } else {
+            setTerminal(false);
         }
-        wakeUp.wake();
     }
 
-    void abandon() {
+    bool abandon() {
         const platform::Lock lock(mutex);
         if (editing) {
             abandoned = true;
             wakeUp.wake();
         } else {
-            // The terminal has shown "^C".
-            writeLine(STDOUT_FILENO, "");
+            writeLine(STDOUT_FILENO, "^C");
         }
+        return editing;
     }
 
     /// Any thread.
@@ -224,10 +221,35 @@ class Shell::Editor {
         }
     }
 
-    void setEditing(bool begins) {
+    bool beginEditing() {
         const platform::Lock lock(mutex);
-        editing = begins;
+        if (!stopped) {
+            editing = true;
+            abandoned = false;
+            // Before the prompt: what is typed as soon as it is seen is for the editor.
+            setTerminal(true);
+        }
+        return editing;
+    }
+
+    /// Whether keys are taken one by one, and not shown. They are from the first prompt to the end,
+    /// also between lines, where nobody else reads them: what is typed ahead, Ctrl-D above all,
+    /// would otherwise reach the next line as something else.
+    void setTerminal(bool byKeys) { el_set(edit, EL_PREP_TERM, byKeys ? 1 : 0); }
+
+    enum class End { line, abandoned, stopped };
+
+    /// What has come between decides, also when the line was complete.
+    End endEditing(bool isComplete) {
+        const platform::Lock lock(mutex);
+        editing = false;
+        if (abandoned || !isComplete) {
+            // The cursor is behind the prompt or what was typed.
+            writeLine(STDOUT_FILENO, abandoned ? "^C" : "");
+        }
         flushPrinted();
+        setTerminal(isComplete && !stopped);
+        return stopped ? End::stopped : abandoned ? End::abandoned : End::line;
     }
 
     bool isStopped() {
@@ -238,11 +260,6 @@ class Shell::Editor {
     bool isAbandoned() {
         const platform::Lock lock(mutex);
         return abandoned;
-    }
-
-    bool takeAbandoned() {
-        const platform::Lock lock(mutex);
-        return std::exchange(abandoned, false);
     }
 
     void remember(const std::string& line) {
@@ -292,8 +309,8 @@ void Shell::stop() {
     editor->stop();
 }
 
-void Shell::abandon() {
-    editor->abandon();
+bool Shell::abandon() {
+    return editor->abandon();
 }
 
 } // namespace zem::host

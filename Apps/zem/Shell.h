@@ -26,7 +26,7 @@ class Shell final : public LineSource {
     /// From one thread only.
     std::optional<std::string> next() override;
     void stop() override;
-    void abandon() override;
+    bool abandon() override;
 
   private:
     class Editor;

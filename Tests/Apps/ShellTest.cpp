@@ -54,7 +54,7 @@ TEST_F(Shell, DoesNotEndWhenNothingIsLeftToDo) {
     shell.waitFor("bundle\n");
     shell.type("eval setTimeout(() => console.log('timer'), 5); 'set'\n");
     shell.waitFor("eval: 'set'\n");
-    shell.waitFor("\ntimer\n");
+    shell.waitFor("timer\n");
     shell.type("eval 'still' + ' here'\n");
     shell.waitFor("eval: 'still here'\n");
     shell.type("\x04");
@@ -88,9 +88,31 @@ TEST_F(Shell, HostExitEndsItInTheMiddleOfALine) {
     Terminal shell = start("globalThis.end = () => host.exit(6);");
     shell.waitFor("zem> ");
     shell.type("eval setTimeout(end, 5); 'set'\n");
-    shell.waitFor("eval: 'set'\nzem> ");
+    shell.waitFor("eval: 'set'\n");
     shell.type("eval 'not sent");
     EXPECT_EQ(shell.wait(), 6);
+}
+
+TEST_F(Shell, LeavesTheTerminalAsItWas) {
+    for (const char* end : {"\x04", "quit\n", "eval host.exit(0)\n",
+                            "eval setTimeout(() => host.exit(0)); new Promise(() => {})\n"}) {
+        Terminal shell = start();
+        shell.waitFor("zem> ");
+        EXPECT_FALSE(shell.isInLineMode());
+        shell.type(end);
+        EXPECT_EQ(shell.wait(), 0);
+        EXPECT_TRUE(shell.isInLineMode()) << end;
+    }
+}
+
+TEST_F(Shell, WhatIsTypedAheadIsForTheNextPrompt) {
+    Terminal shell = start();
+    shell.waitFor("zem> ");
+    shell.type("eval console.log('on' + 1); new Promise((r) => setTimeout(r, 100, 'over'))\n");
+    shell.waitFor("on1\n");
+    shell.type("eval 2 + 3\n\x04");
+    EXPECT_EQ(shell.waitFor("eval: 5\n"), "eval: 'over'\nzem> eval 2 + 3\neval: 5\n");
+    EXPECT_EQ(shell.wait(), 0);
 }
 
 TEST_F(Shell, TabCompletesCommandsOptionsAndNames) {
@@ -154,8 +176,8 @@ TEST_F(Shell, CtrlCGivesUpACommandThatWaits) {
     shell.waitFor("[\"invokeAdapter\",\"never\",\"{}\",\"no context\"]\n");
     shell.type("wait --for 100000\n");
     shell.waitFor("100000\n");
-    shell.type("\x03");
-    EXPECT_EQ(shell.waitFor("zem> "), "^C\nzem: interrupted\nzem> ");
+    shell.type("\x03"); // before the wait has begun, or after
+    EXPECT_THAT(shell.waitFor("zem> "), testing::StartsWith("^C\n"));
     shell.type("eval 'next'.length\n");
     shell.waitFor("eval: 4\nzem> ");
     shell.type("\x04");
@@ -169,7 +191,7 @@ TEST_F(Shell, WhatIsPrintedMeanwhileGoesAboveTheLine) {
     shell.waitFor("zem> ");
     shell.type("eval 'half'");
     shell.waitFor("eval 'half'");
-    EXPECT_EQ(shell.waitFor("zem> eval 'half'"), "zem> a\nb\nzem> eval 'half'");
+    EXPECT_EQ(shell.waitFor("zem> eval 'half'"), "a\nb\nzem> eval 'half'");
     shell.type(".length\n");
     EXPECT_EQ(shell.waitFor("zem> "), ".length\neval: 4\nzem> ");
     shell.type("\x04");

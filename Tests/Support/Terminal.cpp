@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <sys/wait.h>
 #include <system_error>
+#include <termios.h>
 #include <unistd.h>
 
 namespace test {
@@ -90,6 +91,14 @@ int Terminal::wait() {
     }
     pid = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+bool Terminal::isInLineMode() const {
+    termios modes{};
+    if (tcgetattr(terminal, &modes) != 0) {
+        throw std::system_error(errno, std::generic_category(), "tcgetattr");
+    }
+    return (modes.c_lflag & ICANON) != 0 && (modes.c_lflag & ECHO) != 0;
 }
 
 /// False when the program has ended.

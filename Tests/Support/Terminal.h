@@ -32,8 +32,8 @@ class Terminal {
     /// Returns the exit code when it has ended, or the negative number of the signal that ended it.
     int wait();
 
-    /// What was written and not waited for.
-    const std::string& rest() const { return written; }
+    /// Whether the terminal shows what is typed and gathers it to lines, as it did at the start.
+    bool isInLineMode() const;
 
   private:
     bool readMore();
