@@ -243,7 +243,7 @@ void Run::finish() {
     const bool commandsEnded = commands == nullptr || commands->stop(stopLimit);
     if (runtime) {
         // In the middle of a hand-over the engine's thread is waited for: it must not close before.
-        runtime->whenQuiet([this] { runtimeQuiet.set(); });
+        runtime->close([this] { runtimeQuiet.set(); });
         runtimeQuiet.waitFor(stopLimit);
     }
     scriptLoop->close();

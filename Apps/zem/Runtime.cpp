@@ -15,10 +15,8 @@ class Runtime::Services {
 
     void make() { batching = BatchingDataService::create(); }
 
-    void drop() {
-        service.reset();
-        batching.reset();
-    }
+    void close() { closed = true; }
+    bool isClosed() const { return closed; }
 
     void perform(const std::function<void(DataServiceProtocol&)>& work) {
         if (service != nullptr) {
@@ -82,20 +80,19 @@ class Runtime::Services {
     std::shared_ptr<BatchingDataService> batching;
     std::shared_ptr<DataService> service;
     std::optional<std::string> failure;
+    bool closed = false;
     mutable platform::Mutex mutex;
     std::optional<std::string> whyNot = "the bundle has set no globalThis.runtime";
 };
 
 Runtime::Runtime(std::shared_ptr<tessel::Activity> activity, Listener listener)
     : activity(std::move(activity))
-    , services(std::make_shared<Services>(std::move(listener)))
-    , thread("data service") {
+    , thread("data service")
+    , services(std::make_shared<Services>(std::move(listener))) {
     post([](Services& made) { made.make(); });
 }
 
-Runtime::~Runtime() {
-    post([](Services& made) { made.drop(); });
-}
+Runtime::~Runtime() = default;
 
 void Runtime::perform(std::function<void(DataServiceProtocol&)> work) {
     post([work = std::move(work)](Services& made) { made.perform(work); });
@@ -113,8 +110,11 @@ void Runtime::failed(std::string why) {
     post([why = std::move(why)](Services& made) { made.fail(why); });
 }
 
-void Runtime::whenQuiet(std::function<void()> quiet) {
-    post([quiet = std::move(quiet)](Services&) { quiet(); });
+void Runtime::close(std::function<void()> quiet) {
+    post([quiet = std::move(quiet)](Services& made) {
+        made.close();
+        quiet();
+    });
 }
 
 std::optional<std::string> Runtime::whyNotReady() const {
@@ -126,7 +126,9 @@ void Runtime::post(std::function<void(Services&)> work) {
     thread.runLoop()->perform(
         [work = std::move(work), services = services,
          token = std::make_unique<tessel::ActivityToken>(activity)]() mutable {
-            work(*services);
+            if (!services->isClosed()) {
+                work(*services);
+            }
             work = nullptr;
         });
 }

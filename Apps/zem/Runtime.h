@@ -43,8 +43,9 @@ class Runtime {
     void arrived(js::Value dataService);
     void failed(std::string why);
 
-    /// Calls `quiet` on the services' thread when everything that was asked before has been done.
-    void whenQuiet(std::function<void()> quiet);
+    /// Nothing is done any more; `quiet` is called on the services' thread when what was asked
+    /// before has been.
+    void close(std::function<void()> quiet);
 
     /// Why nothing is answered, or absent when there is a runtime. Any thread.
     std::optional<std::string> whyNotReady() const;
@@ -54,8 +55,8 @@ class Runtime {
     void post(std::function<void(Services&)> work);
 
     std::shared_ptr<tessel::Activity> activity;
-    std::shared_ptr<Services> services;
     platform::RunLoopThread thread;
+    std::shared_ptr<Services> services;
 };
 
 } // namespace zem::host

@@ -37,7 +37,8 @@ class Shell::Editor {
         el_set(edit, EL_PROMPT, +[](EditLine*) { return const_cast<char*>(prompt); });
         el_set(edit, EL_EDITOR, "emacs");
         el_set(edit, EL_GETCFN, readKeyOf);
-        el_set(edit, EL_ADDFN, "zem-complete", "completes the word", completeOf);
+        // The narrow form would keep copies of its texts for ever.
+        el_wset(edit, EL_ADDFN, L"zem-complete", L"completes the word", completeOf);
         el_set(edit, EL_BIND, "^I", "zem-complete", nullptr);
         el_set(edit, EL_BIND, "^R", "em-inc-search-prev", nullptr);
         HistEvent event;
