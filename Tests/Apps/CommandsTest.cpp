@@ -133,8 +133,8 @@ TEST(Commands, CommentsBlankLinesAndWhiteSpaceAreSkipped) {
 }
 
 TEST(Commands, QuitEndsWhateverIsOpen) {
-    expectOutput("eval setInterval(() => {}, 1); 'on'\nttl metadata 1\nquit\neval `never`\n",
-                 "eval: 'on'\n[\"setMetadataTTL\",1]\n");
+    expectOutput("eval setInterval(() => {}, 1); 'on'\nttl record 1\nquit\neval `never`\n",
+                 "eval: 'on'\n[\"setRimvoRecordTTL\",1]\nttl record: 1\n");
     const Host host;
     const auto result =
         host.runCommands(runtimeAtOnce, "invoke never {}\nsubscribe silent {}\nquit\n");
