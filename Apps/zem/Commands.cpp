@@ -165,7 +165,7 @@ void Commands::perform(const SubscribeCommand& command, CommandOrigin origin) {
     });
 }
 
-void Commands::perform(const UnsubscribeCommand& command, CommandOrigin) {
+void Commands::perform(const UnsubscribeCommand& command, const CommandOrigin&) {
     calls.removeSubscription(command.name);
     ask([unsubscribe = unsubscribes.extract(command.name).mapped()](DataServiceProtocol&) {
         (*unsubscribe)();
@@ -214,7 +214,7 @@ void Commands::perform(const TTLCommand& command, CommandOrigin origin) {
     });
 }
 
-void Commands::perform(const WaitCommand& command, CommandOrigin) {
+void Commands::perform(const WaitCommand& command, const CommandOrigin&) {
     const auto awaited = calls.awaited(command.name);
     // Where nobody else does anything either, what is waited for may never come.
     working.reset();
@@ -252,7 +252,7 @@ std::optional<std::string> Commands::waitForCalls(const std::vector<std::shared_
     }
 }
 
-void Commands::perform(const SQLCommand& command, CommandOrigin origin) {
+void Commands::perform(const SQLCommand& command, const CommandOrigin& origin) {
     const auto open = store.lock();
     if (open == nullptr) {
         return; // the run is ending
@@ -274,7 +274,7 @@ void Commands::perform(const SQLCommand& command, CommandOrigin origin) {
     report.data(origin, "sql", describe(*result, "sql"), tessel::toText(toAny(*result)));
 }
 
-void Commands::perform(const EvalCommand& command, CommandOrigin origin) {
+void Commands::perform(const EvalCommand& command, const CommandOrigin& origin) {
     const auto evaluated = std::make_shared<std::optional<Evaluated>>();
     around.evaluate(command.script, around.source.empty() ? "shell" : around.source,
                     static_cast<int>(origin.line),
@@ -288,7 +288,7 @@ void Commands::perform(const EvalCommand& command, CommandOrigin origin) {
     report.data(origin, "eval", value.text, value.json);
 }
 
-void Commands::perform(const QuitCommand&, CommandOrigin) {
+void Commands::perform(const QuitCommand&, const CommandOrigin&) {
     around.ending->request(exitDone);
 }
 

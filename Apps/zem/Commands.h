@@ -77,13 +77,13 @@ class Commands : public std::enable_shared_from_this<Commands> {
     void run();
     void perform(const CommandText& text, std::size_t line);
     void perform(const SubscribeCommand& command, CommandOrigin origin);
-    void perform(const UnsubscribeCommand& command, CommandOrigin origin);
+    void perform(const UnsubscribeCommand& command, const CommandOrigin& origin);
     void perform(const InvokeCommand& command, CommandOrigin origin);
     void perform(const TTLCommand& command, CommandOrigin origin);
-    void perform(const WaitCommand& command, CommandOrigin origin);
-    void perform(const SQLCommand& command, CommandOrigin origin);
-    void perform(const EvalCommand& command, CommandOrigin origin);
-    void perform(const QuitCommand& command, CommandOrigin origin);
+    void perform(const WaitCommand& command, const CommandOrigin& origin);
+    void perform(const SQLCommand& command, const CommandOrigin& origin);
+    void perform(const EvalCommand& command, const CommandOrigin& origin);
+    void perform(const QuitCommand& command, const CommandOrigin& origin);
 
     void ask(std::function<void(DataServiceProtocol&)> question);
 
