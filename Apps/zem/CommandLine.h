@@ -26,6 +26,10 @@ struct RunOptions {
     std::vector<Setting> settings;
     std::optional<std::filesystem::path> trace;
     bool json = false;
+    /// The file that the commands come from, or "-" for standard input.
+    std::optional<std::string> commands;
+    /// Commands come from whoever sits at the terminal, or from standard input.
+    bool shell = false;
     std::vector<std::string> arguments;
 };
 

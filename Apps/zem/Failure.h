@@ -12,6 +12,7 @@ enum ExitCode : int {
     exitUncaught = 1,
     exitUsage = 2,
     exitStore = 3,
+    exitCommand = 4,
     exitInterrupted = 130,
 };
 

@@ -124,9 +124,21 @@ Globals::Globals(js::Scope& scope, Run given) {
         run->fail(inner, inner.exception(values[0]));
     });
 
+    natives.function("runtimePromised", 0,
+                     [run](js::Scope&, js::Arguments) { run->runtimePromised(); });
+    natives.function("runtimeArrived", 1, [run](js::Scope& inner, js::Arguments values) {
+        run->runtimeArrived(inner.keep(values[0]));
+    });
+    natives.function("runtimeFailed", 1, [run](js::Scope& inner, js::Arguments values) {
+        return inner.boolean(run->runtimeFailed(inner.toText(values[0])));
+    });
+
     const js::Local install = expectDone(scope.evaluate(globalsScript, "zem:globals"));
     const js::Local made = expectDone(scope.call(install, {natives.made()}));
     addFunction = functionOf(scope, made, "addGlobal");
+    watchRuntimeFunction = functionOf(scope, made, "watchRuntime");
+    lookAtRuntimeFunction = functionOf(scope, made, "lookAtRuntime");
+    showResultFunction = functionOf(scope, made, "showResult");
     fireTimerFunction = functionOf(scope, made, "fireTimer");
     describeUncaughtFunction = functionOf(scope, made, "describeUncaught");
 }
@@ -134,6 +146,31 @@ Globals::Globals(js::Scope& scope, Run given) {
 bool Globals::add(js::Scope& scope, const std::string& name, js::Local value) const {
     const js::Local arguments[] = {scope.string(name), value};
     return scope.toBoolean(expectDone(addFunction.call(scope, arguments)));
+}
+
+void Globals::watchRuntime(js::Scope& scope) const {
+    expectDone(watchRuntimeFunction.call(scope));
+}
+
+void Globals::lookAtRuntime(js::Scope& scope) const {
+    // What fails here is a script that is being stopped.
+    static_cast<void>(lookAtRuntimeFunction.call(scope));
+}
+
+void Globals::evaluate(js::Scope& scope, std::string_view script, std::string_view source, int line,
+                       std::function<void(Evaluated)> done) const {
+    const js::Result<js::Local> outcome = scope.evaluate(script, source, line);
+    const js::Local tell = scope.function(
+        "done", 3,
+        [done = std::move(done)](js::Scope& inner, js::Local,
+                                 js::Arguments values) -> js::Result<js::Local> {
+            done({inner.toBoolean(values[0]), inner.toText(values[1]), inner.toText(values[2])});
+            return inner.undefined();
+        });
+    const js::Local arguments[] = {scope.boolean(!outcome),
+                                   outcome ? *outcome : scope.local(outcome.error().value()), tell};
+    // What fails here is a script that is being stopped: nobody waits for its value.
+    static_cast<void>(showResultFunction.call(scope, arguments));
 }
 
 js::Result<js::Local> Globals::fireTimer(js::Scope& scope, std::uint64_t id) const {

@@ -1,13 +1,35 @@
 #include "Output.h"
 
+#include <zem/Platform/Mutex.h>
+
 #include <cerrno>
+#include <memory>
 #include <poll.h>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 namespace zem::host {
 
 namespace {
+
+platform::Mutex printerMutex;
+std::shared_ptr<const LinePrinter> linePrinter;
+
+void print(int descriptor, std::string_view text) {
+    std::shared_ptr<const LinePrinter> printer;
+    {
+        const platform::Lock lock(printerMutex);
+        printer = linePrinter;
+    }
+    if (printer != nullptr) {
+        (*printer)(descriptor, text);
+    } else {
+        writeLine(descriptor, text);
+    }
+}
+
+} // namespace
 
 void writeLine(int descriptor, std::string_view text) {
     std::string line;
@@ -28,14 +50,21 @@ void writeLine(int descriptor, std::string_view text) {
     }
 }
 
-} // namespace
-
 void printLine(std::string_view text) {
-    writeLine(STDOUT_FILENO, text);
+    print(STDOUT_FILENO, text);
 }
 
 void printErrorLine(std::string_view text) {
-    writeLine(STDERR_FILENO, text);
+    print(STDERR_FILENO, text);
+}
+
+void setLinePrinter(LinePrinter printer) {
+    std::shared_ptr<const LinePrinter> set;
+    if (printer) {
+        set = std::make_shared<const LinePrinter>(std::move(printer));
+    }
+    const platform::Lock lock(printerMutex);
+    linePrinter.swap(set);
 }
 
 } // namespace zem::host

@@ -2,6 +2,7 @@
 
 // Lines for people and programs that read what a run prints.
 
+#include <functional>
 #include <string_view>
 
 namespace zem::host {
@@ -10,5 +11,13 @@ namespace zem::host {
 /// printed even if the process is killed right after. Any thread.
 void printLine(std::string_view text);
 void printErrorLine(std::string_view text);
+
+/// Writes a line to a descriptor, whole.
+void writeLine(int descriptor, std::string_view text);
+
+/// Writes lines instead of the functions above: for a terminal on which somebody is typing. An
+/// empty one takes it away. A call that has begun may still be running then.
+using LinePrinter = std::function<void(int descriptor, std::string_view text)>;
+void setLinePrinter(LinePrinter printer);
 
 } // namespace zem::host

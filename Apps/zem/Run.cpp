@@ -1,5 +1,6 @@
 #include "Run.h"
 
+#include "CommandInput.h"
 #include "Failure.h"
 #include "File.h"
 #include "Output.h"
@@ -38,11 +39,14 @@ void startTrace(const std::filesystem::path& file) {
 
 } // namespace
 
-Run::Run(RunOptions given, std::shared_ptr<Ending> ending)
+Run::Run(RunOptions given, std::shared_ptr<Ending> ending,
+         std::shared_ptr<Interruption> interruption)
     : options(std::move(given))
     , bundle(readFile(options.bundle))
     , settings(options.settings)
+    , commandText(readCommandFile(options))
     , ending(std::move(ending))
+    , interruption(std::move(interruption))
     , thread("JavaScript")
     , scriptLoop(std::make_shared<ClosableRunLoop>(thread.runLoop())) {}
 
@@ -66,8 +70,10 @@ void Run::start() {
     if (options.trace) {
         startTrace(*options.trace);
     }
-    activity->setIdleHandler([ending = ending] { ending->request(exitDone); });
+    // Until the bundle has been started nothing else is the last that was left to do.
+    auto starting = std::make_unique<tessel::ActivityToken>(activity);
     context = js::Context::create(scriptLoop);
+    makeRuntime();
     const auto values = context.perform([this](js::Scope& scope) {
         startEngine(scope);
         return settings.parse(scope);
@@ -75,12 +81,74 @@ void Run::start() {
     store = openStore(options);
     connection.emplace(context, activity);
     connection->add(*store);
-    context.perform([&](js::Scope& scope) { addSettings(scope, values); });
-    startBundle();
+    context.perform([&](js::Scope& scope) {
+        addSettings(scope, values);
+        globals->watchRuntime(scope);
+    });
+    startCommands();
+    startBundle(std::move(starting));
+}
+
+void Run::makeRuntime() {
+    Runtime::Listener listener;
+    if (options.shell || options.commands) {
+        commands = makeCommands();
+        listener = commands->listener();
+    }
+    runtime.emplace(activity, std::move(listener));
+}
+
+std::shared_ptr<Commands> Run::makeCommands() {
+    Commands::Surroundings around;
+    around.endsWithLines = isTyped(options);
+    around.endsWithFailure = !options.shell;
+    around.source = commandSource(options);
+    around.json = options.json;
+    around.ending = ending;
+    around.activity = activity;
+    around.evaluate = [this](std::string script, std::string source, int line,
+                             std::function<void(Evaluated)> done) {
+        context.async([this, script = std::move(script), source = std::move(source), line,
+                       done = std::move(done)](js::Scope& scope) mutable {
+            globals->evaluate(scope, script, source, line, std::move(done));
+        });
+    };
+    around.interruptScript = [context = context, isInterrupted = isScriptInterrupted] {
+        *isInterrupted = true;
+        // Once the script is over, or at once where there is none.
+        context.async([isInterrupted](js::Scope&) { *isInterrupted = false; });
+    };
+    return Commands::create(std::move(around));
+}
+
+void Run::startCommands() {
+    if (commands == nullptr) {
+        activity->setIdleHandler([ending = ending] { ending->request(exitDone); });
+        return;
+    }
+    const std::weak_ptr<Commands> weak(commands);
+    activity->setIdleHandler([weak] {
+        if (const auto alive = weak.lock()) {
+            alive->idle();
+        }
+    });
+    interruption->setTaker([weak, isTyped = isTyped(options)] {
+        const auto alive = weak.lock();
+        return isTyped && alive != nullptr && alive->abandon();
+    });
+    commands->start(openCommandLines(options, std::move(commandText),
+                                     [weak] {
+                                         const auto alive = weak.lock();
+                                         return alive == nullptr ? std::vector<std::string>()
+                                                                 : alive->subscriptionNames();
+                                     }),
+                    *runtime, store);
 }
 
 void Run::startEngine(js::Scope& scope) {
-    context.setInterruptHandler([ending = ending] { return ending->requested(); });
+    context.setInterruptHandler([ending = ending, isInterrupted = isScriptInterrupted] {
+        return ending->requested() || *isInterrupted;
+    });
     const auto failWith = [this](bool wasRejection) {
         return [this, wasRejection](js::Scope& inner, const js::Exception& exception) {
             fail(inner, exception, wasRejection);
@@ -118,6 +186,16 @@ void Run::startEngine(js::Scope& scope) {
         standStill();
     };
     calls.fail = failWith(false);
+    calls.runtimePromised = [this] {
+        runtime->promised();
+    };
+    calls.runtimeArrived = [this](js::Value dataService) {
+        runtime->arrived(std::move(dataService));
+    };
+    calls.runtimeFailed = [this](std::string why) {
+        runtime->failed(std::move(why));
+        return commands != nullptr;
+    };
     globals.emplace(scope, std::move(calls));
 }
 
@@ -130,25 +208,30 @@ void Run::addSettings(js::Scope& scope, const std::vector<Settings::Value>& valu
     }
 }
 
-void Run::startBundle() {
-    auto evaluating = std::make_unique<tessel::ActivityToken>(activity);
+void Run::startBundle(std::unique_ptr<tessel::ActivityToken> evaluating) {
     context.async([this, evaluating = std::move(evaluating)](js::Scope& scope) {
         if (const auto outcome = scope.evaluate(bundle, options.bundle); !outcome) {
             fail(scope, outcome.error(), false);
         }
+        globals->lookAtRuntime(scope);
     });
 }
 
 void Run::fail(js::Scope& scope, const js::Exception& exception, bool wasRejection) {
     // What comes after the end was asked for is how the engine ends a script.
-    if (!ending->requested()) {
-        printErrorLine(globals->describeUncaught(scope, exception, wasRejection));
+    if (ending->requested()) {
+        return;
+    }
+    printErrorLine(globals->describeUncaught(scope, exception, wasRejection));
+    // Who types goes on to find out why.
+    if (!options.shell) {
         ending->request(exitUncaught);
         standStill();
     }
 }
 
 void Run::standStill() {
+    runtimeQuiet.set();
     scriptStopped.set_value(false);
     for (;;) {
         pause();
@@ -156,6 +239,13 @@ void Run::standStill() {
 }
 
 void Run::finish() {
+    interruption->setTaker(nullptr);
+    const bool commandsEnded = commands == nullptr || commands->stop(stopLimit);
+    if (runtime) {
+        // In the middle of a hand-over the engine's thread is waited for: it must not close before.
+        runtime->close([this] { runtimeQuiet.set(); });
+        runtimeQuiet.waitFor(stopLimit);
+    }
     scriptLoop->close();
     thread.runLoop()->perform([this] {
         timers.reset();
@@ -167,7 +257,11 @@ void Run::finish() {
     });
     auto stopping = scriptStopped.get_future();
     const bool stopped = stopping.wait_for(stopLimit) == std::future_status::ready;
-    const bool threadEnds = stopped && stopping.get();
+    const bool threadEnds = stopped && stopping.get() && commandsEnded;
+    if (threadEnds) {
+        runtime.reset();
+        commands.reset();
+    }
     if (store != nullptr) {
         const std::future<void> closed = closeStore(std::move(store));
         if (stopped) {

@@ -4,15 +4,20 @@
 
 #include "ClosableRunLoop.h"
 #include "CommandLine.h"
+#include "Commands.h"
 #include "Ending.h"
 #include "Globals.h"
+#include "Interruption.h"
+#include "Runtime.h"
 #include "Settings.h"
+#include "Signal.h"
 #include "Timers.h"
 #include <zem/JavaScript/Context.h>
 #include <zem/SqliteStore/SQLiteStore.h>
 #include <zem/Tessel/Activity.h>
 #include <zem/Tessel/Connection.h>
 
+#include <atomic>
 #include <future>
 #include <memory>
 #include <optional>
@@ -25,7 +30,8 @@ namespace zem::host {
 class Run {
   public:
     /// Reads the files that the options name. Throws a Failure when one cannot be read.
-    Run(RunOptions options, std::shared_ptr<Ending> ending);
+    Run(RunOptions options, std::shared_ptr<Ending> ending,
+        std::shared_ptr<Interruption> interruption);
 
     /// Runs the bundle until nothing is left to do, or until the end is asked for, closes the store
     /// and returns the exit code; ends the process with it when the script was stopped in the
@@ -36,7 +42,10 @@ class Run {
     void start();
     void startEngine(js::Scope& scope);
     void addSettings(js::Scope& scope, const std::vector<Settings::Value>& values);
-    void startBundle();
+    void makeRuntime();
+    std::shared_ptr<Commands> makeCommands();
+    void startBundle(std::unique_ptr<tessel::ActivityToken> evaluating);
+    void startCommands();
     void fail(js::Scope& scope, const js::Exception& exception, bool wasRejection);
 
     /// Keeps the JavaScript thread where it is until the process ends: nothing more of a script is
@@ -48,17 +57,24 @@ class Run {
     RunOptions options;
     std::string bundle;
     Settings settings;
+    std::string commandText;
     std::shared_ptr<platform::RunLoop> mainLoop = platform::RunLoop::main();
     platform::RunLoop::TimePoint begun = mainLoop->now();
     std::shared_ptr<Ending> ending;
+    std::shared_ptr<Interruption> interruption;
     std::shared_ptr<tessel::Activity> activity = std::make_shared<tessel::Activity>();
     platform::RunLoopThread thread;
     /// What the context and the timers know of the thread.
     std::shared_ptr<ClosableRunLoop> scriptLoop;
     /// True when the JavaScript thread has let go of everything, false when it stands still.
     std::promise<bool> scriptStopped;
+    /// The data service waits for no JavaScript, or for one that stands still.
+    Signal runtimeQuiet;
 
     std::shared_ptr<SQLiteStore> store;
+    /// Ends the script at hand, and only that.
+    std::shared_ptr<std::atomic<bool>> isScriptInterrupted =
+        std::make_shared<std::atomic<bool>>(false);
 
     // Made, used and dropped on the JavaScript thread.
     std::optional<Timers> timers;
@@ -66,6 +82,9 @@ class Run {
     std::vector<std::unique_ptr<tessel::ActivityToken>> held;
     js::Context context;
     std::optional<tessel::Connection> connection;
+
+    std::shared_ptr<Commands> commands;
+    std::optional<Runtime> runtime;
 };
 
 } // namespace zem::host

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <optional>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
@@ -35,31 +36,34 @@ sigset_t blockSignals() {
     return taken;
 }
 
-/// True when a signal has come, false when the end has.
-bool waitForSignal(int signals, int end) {
+/// The signal that has come; absent when the end has.
+std::optional<int> waitForSignal(int signals, int end) {
     pollfd either[] = {{signals, POLLIN, 0}, {end, POLLIN, 0}};
     while (poll(either, 2, -1) < 0 && errno == EINTR) {
     }
     if (either[1].revents != 0) {
-        return false;
+        return std::nullopt;
     }
     signalfd_siginfo taken;
-    return read(signals, &taken, sizeof taken) == sizeof taken;
+    if (read(signals, &taken, sizeof taken) != sizeof taken) {
+        return std::nullopt;
+    }
+    return static_cast<int>(taken.ssi_signo);
 }
 
 } // namespace
 
-Signals::Signals(std::function<void()> interrupt) {
+Signals::Signals(std::function<bool(int signal)> interrupt) {
     const sigset_t taken = blockSignals();
     signals = checked(signalfd(-1, &taken, SFD_CLOEXEC), "signalfd");
     end = checked(eventfd(0, EFD_CLOEXEC), "eventfd");
     thread = std::thread([interrupt = std::move(interrupt), signals = signals, end = end] {
-        if (!waitForSignal(signals, end)) {
-            return;
-        }
-        interrupt();
-        if (waitForSignal(signals, end)) {
-            _exit(exitInterrupted);
+        bool isEnding = false;
+        while (const std::optional<int> signal = waitForSignal(signals, end)) {
+            if (isEnding) {
+                _exit(exitInterrupted);
+            }
+            isEnding = interrupt(*signal);
         }
     });
 }

@@ -2,12 +2,14 @@
 
 #include "CommandLine.h"
 #include "Failure.h"
+#include "Interruption.h"
 #include "Output.h"
 #include "Run.h"
 #include "Signals.h"
 
 #include <fmt/format.h>
 
+#include <csignal>
 #include <exception>
 #include <memory>
 
@@ -20,8 +22,15 @@ int main(int count, char** words) {
             return exitDone;
         }
         const auto ending = std::make_shared<Ending>(zem::platform::RunLoop::main());
-        const Signals signals([ending] { ending->request(exitInterrupted); });
-        return Run(*options, ending).run();
+        const auto interruption = std::make_shared<Interruption>();
+        const Signals signals([ending, interruption](int signal) {
+            if (signal == SIGINT && interruption->isTaken()) {
+                return false;
+            }
+            ending->request(exitInterrupted);
+            return true;
+        });
+        return Run(*options, ending, interruption).run();
     } catch (const Failure& failure) {
         printErrorLine(fmt::format("zem: {}", failure.what()));
         return failure.code();

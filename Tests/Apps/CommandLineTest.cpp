@@ -9,11 +9,21 @@ using test::Host;
 constexpr const char* help = R"(zem runs JavaScript data runtimes on ZEM's encrypted store.
 
 Usage:
-  zem run BUNDLE.js [OPTIONS] [-- ARGS...]   run a bundle; see zem run --help
-  zem --help                                 print this text
-  zem --version                              print zem's version, and those of its
-                                             engine, SQLCipher and SQLite
+  zem run BUNDLE.js [OPTIONS] [-- ARGS...]    run a bundle; see zem run --help
+  zem shell BUNDLE.js [OPTIONS] [-- ARGS...]  run a bundle and what you type;
+                                              see zem shell --help
+  zem --help                                  print this text
+  zem --version                               print zem's version, and those of its
+                                              engine, SQLCipher and SQLite
 )";
+
+/// It fits a terminal.
+void expectNarrow(const std::string& text) {
+    for (std::size_t start = 0, end = 0; (end = text.find('\n', start)) != std::string::npos;
+         start = end + 1) {
+        EXPECT_LE(end - start, 80U) << text.substr(start, end - start);
+    }
+}
 
 TEST(CommandLine, HelpSaysWhatThereIs) {
     const Host host;
@@ -29,7 +39,7 @@ TEST(CommandLine, HelpOfRunNamesEveryOptionAndExitCode) {
     for (const char* part :
          {"zem run BUNDLE.js [--data DIR | --memory] [--keys DIR | --secret-service]",
           "[--set NAME=TEXT] [--set NAME=@FILE.json] [--trace FILE] [--json]",
-          "[-- ARGS...]",
+          "[--commands FILE] [-- ARGS...]",
           "--data DIR ",
           "(default: ./zem-data)",
           "--memory ",
@@ -43,20 +53,48 @@ TEST(CommandLine, HelpOfRunNamesEveryOptionAndExitCode) {
           "{\"level\":\"log\",\"message\":\"...\"}",
           "--trace FILE ",
           "host.exit(code)",
+          "--commands FILE ",
+          "standard input where FILE is -",
+          "subscribe ADAPTER CONFIG [--priority P] [--cache-policy JSON] [--as NAME]\n",
+          "unsubscribe NAME\n",
+          "invoke ADAPTER CONFIG [--priority P] [--cache-policy JSON] [--metadata K=V]...\n",
+          "[--replace-draft ID]\n",
+          "ttl record|metadata N\n",
+          "wait [NAME] [--for SECONDS] ",
+          "up to 30 seconds",
+          "sql TEXT [PARAM...] ",
+          "eval JAVASCRIPT ",
+          "quit\n",
+          R"({"command":"invoke","name":"i1","line":1,"data":{},"error":null})",
           "  0    nothing was left to do",
           "  1    an uncaught exception or an unhandled rejection",
           "  2    wrong usage, or a file that cannot be read",
           "  3    the store cannot be opened",
+          "  4    a command has failed",
           "  130  Ctrl-C"}) {
         EXPECT_THAT(result.output, testing::HasSubstr(part));
     }
-    for (std::size_t start = 0, end = 0;
-         (end = result.output.find('\n', start)) != std::string::npos; start = end + 1) {
-        EXPECT_LE(end - start, 80U) << result.output.substr(start, end - start);
-    }
+    expectNarrow(result.output);
     EXPECT_EQ(result.errors, "");
     EXPECT_EQ(result.code, 0);
     EXPECT_EQ(host.run({"run", "none.js", "--data", "x", "--help"}).output, result.output);
+}
+
+TEST(CommandLine, HelpOfTheShellNamesItsKeysAndCommands) {
+    const Host host;
+    const auto result = host.run({"shell", "--help"});
+    for (const char* part :
+         {"zem shell BUNDLE.js [--data DIR | --memory] [--keys DIR | --secret-service]", "TAB",
+          "Ctrl-C gives up", "Ctrl-D ends the shell", "$XDG_STATE_HOME/zem/history",
+          "~/.local/state/zem/history", "--memory ", "--json ", "subscribe ADAPTER CONFIG",
+          "unsubscribe NAME", "invoke ADAPTER CONFIG", "ttl record|metadata N", "wait [NAME]",
+          "sql TEXT", "eval JAVASCRIPT", "quit"}) {
+        EXPECT_THAT(result.output, testing::HasSubstr(part));
+    }
+    EXPECT_THAT(result.output, testing::Not(testing::HasSubstr("--commands")));
+    expectNarrow(result.output);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.code, 0);
 }
 
 TEST(CommandLine, VersionNamesTheEnginesToo) {
@@ -85,6 +123,16 @@ TEST(CommandLine, WrongUsageIsExplained) {
                   "zem --help"},
              Case{{"run"}, "BUNDLE.js is required", "zem run --help"},
              Case{{"run", "--", "x.js"}, "BUNDLE.js is required", "zem run --help"},
+             Case{{"shell"}, "BUNDLE.js is required", "zem shell --help"},
+             Case{{"shell", "a.js", "--commands", "x"},
+                  "The following arguments were not expected: x --commands",
+                  "zem shell --help"},
+             Case{{"shell", "a.js", "--set", "x"},
+                  "--set x: expected NAME=TEXT or NAME=@FILE.json",
+                  "zem shell --help"},
+             Case{{"run", "a.js", "--commands"},
+                  "--commands: 1 required FILE missing",
+                  "zem run --help"},
              Case{{"run", "a.js", "b.js"},
                   "The following argument was not expected: b.js",
                   "zem run --help"},

@@ -41,6 +41,24 @@ class Host {
         return start(std::move(words));
     }
 
+    /// `zem` with these words, and a standard input to write to.
+    Process startWithInput(Words words) const {
+        words.insert(words.begin(), ZEM_HOST);
+        return Process(std::move(words), {ownFolder.path(), environment, true});
+    }
+
+    /// `zem run bundle.js --memory --commands commands.txt`.
+    Process startCommands(const std::string& script, const std::string& commands,
+                          Words words = {}) const {
+        write("commands.txt", commands);
+        words.insert(words.begin(), {"--commands", "commands.txt"});
+        return startScript(script, std::move(words));
+    }
+    Process::Result runCommands(const std::string& script, const std::string& commands,
+                                Words words = {}) const {
+        return startCommands(script, commands, std::move(words)).wait();
+    }
+
     Process::Result run(Words words) const { return start(std::move(words)).wait(); }
     Process::Result runScript(const std::string& script, Words words = {}) const {
         return startScript(script, std::move(words)).wait();

@@ -1,5 +1,6 @@
 #include <Support/Process.h>
 #include <Support/Wait.h>
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -7,6 +8,8 @@
 #include <poll.h>
 #include <spawn.h>
 #include <stdexcept>
+#include <string_view>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -72,7 +75,15 @@ Process::Process(std::vector<std::string> command, const Options& options) {
     std::vector<std::string> environment = environmentWith(options.environment);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    std::array<int, 2> input{-1, -1};
+    if (options.hasInput) {
+        // A socket, so that writing to a program that has ended fails and sends no signal.
+        require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, input.data()) == 0 ? 0 : errno,
+                "socketpair");
+        posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
+    } else {
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    }
     posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, errors[1], STDERR_FILENO);
     if (!options.folder.empty()) {
@@ -92,11 +103,16 @@ Process::Process(std::vector<std::string> command, const Options& options) {
                                     pointersTo(command).data(), pointersTo(environment).data());
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
+    if (options.hasInput) {
+        close(input[0]);
+    }
+    inputPipe = input[1];
     close(output[1]);
     close(errors[1]);
     outputPipe = output[0];
     errorPipe = errors[0];
     if (failure != 0) {
+        closeInput();
         close(outputPipe);
         close(errorPipe);
     }
@@ -108,7 +124,7 @@ Process::~Process() {
         kill(pid, SIGKILL);
         waitpid(pid, nullptr, 0);
     }
-    for (const int pipe : {outputPipe, errorPipe}) {
+    for (const int pipe : {inputPipe, outputPipe, errorPipe}) {
         if (pipe >= 0) {
             close(pipe);
         }
@@ -127,6 +143,22 @@ void Process::waitForLine(const std::string& line) {
 
 void Process::signal(int number) {
     require(kill(pid, number) == 0 ? 0 : errno, "kill");
+}
+
+void Process::write(const std::string& text) const {
+    std::string_view rest = text;
+    while (!rest.empty()) {
+        const ssize_t length = send(inputPipe, rest.data(), rest.size(), MSG_NOSIGNAL);
+        require(length >= 0 || errno == EINTR ? 0 : errno, "send");
+        rest.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    }
+}
+
+void Process::closeInput() {
+    if (inputPipe >= 0) {
+        close(inputPipe);
+        inputPipe = -1;
+    }
 }
 
 Process::Result Process::wait() {

@@ -19,10 +19,11 @@ class Process {
         std::filesystem::path folder;
         /// Added to this process's environment, or in place of what is there.
         std::map<std::string, std::string> environment;
+        /// Standard input is what `write` gives it, until `closeInput`; else it is empty.
+        bool hasInput = false;
     };
 
-    /// `command` is the program's path and its arguments. Standard input is empty. Throws when it
-    /// cannot be started.
+    /// `command` is the program's path and its arguments. Throws when it cannot be started.
     explicit Process(std::vector<std::string> command, const Options& options);
     explicit Process(std::vector<std::string> command)
         : Process(std::move(command), Options()) {}
@@ -36,6 +37,10 @@ class Process {
     void waitForLine(const std::string& line);
 
     void signal(int number);
+
+    /// Throws when it does not read its standard input any more.
+    void write(const std::string& text) const;
+    void closeInput();
 
     struct Result {
         /// The exit code, or the negative number of the signal that ended it.
@@ -51,6 +56,7 @@ class Process {
     bool readMore();
 
     pid_t pid = -1;
+    int inputPipe = -1;
     int outputPipe = -1;
     int errorPipe = -1;
     Result result;

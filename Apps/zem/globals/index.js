@@ -13,6 +13,8 @@
 //   arguments              the texts after `--`
 //   exit(code)             ends the run with this code, and does not return
 //   fail(error)            ends it with an uncaught exception, and does not return
+//   runtimePromised(), runtimeArrived(dataService), runtimeFailed(why)
+//                          what becomes of globalThis.runtime; the last one answers whether anybody cares
 
 import { restoreFunctionToString } from './engine.js';
 
@@ -28,6 +30,8 @@ import { makeCrypto } from './crypto.js';
 import { define } from './define.js';
 import { describeUncaught, teachErrors } from './errors.js';
 import { makeHost, makeQueueMicrotask } from './host.js';
+import { makeShowResult } from './results.js';
+import { makeRuntimeWatch } from './runtime.js';
 import { makeTimers } from './timers.js';
 import { inspect } from './inspect.js';
 import { replaceConsole } from './console.js';
@@ -40,7 +44,8 @@ function addGlobal(name, value) {
     return true;
 }
 
-/// Defines the globals. Returns what the host calls: addGlobal(name, value), fireTimer(id), and
+/// Defines the globals. Returns what the host calls: addGlobal(name, value), fireTimer(id),
+/// watchRuntime() before the bundle runs and lookAtRuntime() after, showResult(failed, value, done), and
 /// describeUncaught(value, wasRejection), the report on a value that nobody caught.
 export function install(native) {
     const { fireTimer, ...timers } = makeTimers(native);
@@ -67,6 +72,8 @@ export function install(native) {
     return {
         addGlobal,
         fireTimer,
+        ...makeRuntimeWatch(native, inspect),
+        showResult: makeShowResult(inspect),
         describeUncaught: (value, wasRejection) => describeUncaught(inspect, value, wasRejection),
     };
 }

@@ -1,0 +1,134 @@
+#include "Help.h"
+
+namespace zem::host {
+
+namespace {
+
+constexpr const char* programHelp = R"(zem runs JavaScript data runtimes on ZEM's encrypted store.
+
+Usage:
+  zem run BUNDLE.js [OPTIONS] [-- ARGS...]    run a bundle; see zem run --help
+  zem shell BUNDLE.js [OPTIONS] [-- ARGS...]  run a bundle and what you type;
+                                              see zem shell --help
+  zem --help                                  print this text
+  zem --version                               print zem's version, and those of its
+                                              engine, SQLCipher and SQLite
+)";
+
+constexpr const char* runUsage = R"(Usage:
+  zem run BUNDLE.js [--data DIR | --memory] [--keys DIR | --secret-service]
+          [--set NAME=TEXT] [--set NAME=@FILE.json] [--trace FILE] [--json]
+          [--commands FILE] [-- ARGS...]
+
+Runs BUNDLE.js as a classic script, with ZEM's plugins as global objects
+(ZemSqliteStore), until nothing is left to do: no timer, no pending callback, no
+operation.
+
+)";
+
+constexpr const char* shellUsage = R"(Usage:
+  zem shell BUNDLE.js [--data DIR | --memory] [--keys DIR | --secret-service]
+            [--set NAME=TEXT] [--set NAME=@FILE.json] [--trace FILE] [--json]
+            [-- ARGS...]
+
+Runs BUNDLE.js like zem run, and carries out commands as you type them. TAB
+completes commands, options and the names of subscriptions; Ctrl-C gives up the
+line, or the command that waits; Ctrl-D ends the shell. What was typed is kept
+in $XDG_STATE_HOME/zem/history or ~/.local/state/zem/history. A failed command
+or an uncaught exception is reported, and the shell goes on. Where standard
+input is no terminal, its lines are carried out as they come, and the shell ends
+like zem run after the last one.
+
+)";
+
+constexpr const char* optionsHelp = R"(Store:
+  --data DIR             keep the database in DIR (default: ./zem-data)
+  --memory               keep it in memory, under a key made for this run
+  --keys DIR             keep the database's key and salt as files in DIR
+  --secret-service       keep them in the Secret Service (the default)
+
+Bundle:
+  --set NAME=TEXT        make TEXT a global; may be given more than once
+  --set NAME=@FILE.json  make the parsed file a global
+  -- ARGS...             what the bundle finds as host.args
+
+Output:
+  --json                 write every console line to standard output as one JSON
+                         object: {"level":"log","message":"..."}, where level is
+                         log, info, warn, error or debug
+  --trace FILE           write the store's intervals and events to FILE, in the
+                         Chrome trace format
+)";
+
+constexpr const char* commandsOption = R"(
+Commands:
+  --commands FILE        carry out the commands in FILE, one a line, or from
+                         standard input where FILE is -. One that fails ends
+                         the run with exit code 4 and its line, unless the line
+                         begins with -. After the last one the run ends once
+                         nothing is left to do and every invocation has been
+                         answered.
+
+)";
+
+constexpr const char* commandsHeading = R"(
+Commands:
+)";
+
+constexpr const char* commandsHelp =
+    R"(  subscribe ADAPTER CONFIG [--priority P] [--cache-policy JSON] [--as NAME]
+  unsubscribe NAME
+  invoke ADAPTER CONFIG [--priority P] [--cache-policy JSON] [--metadata K=V]...
+         [--replace-draft ID]
+  ttl record|metadata N
+  wait [NAME] [--for SECONDS]   for the answers of all invocations and the first
+                                emission of every subscription, or for one of
+                                them, for up to 30 seconds
+  sql TEXT [PARAM...]           PARAM is JSON (a number, a string, true, false,
+                                null) or else text as it stands
+  eval JAVASCRIPT               prints the value, or what its promise is settled
+                                with
+  quit
+
+  They are carried out by the data service of the runtime that the bundle sets:
+  globalThis.runtime = { dataService }, at once, later, or a promise of it. What
+  is asked for before is handed over then. Words are quoted as in a shell, P is
+  high, normal or background, lines that begin with # are comments. Results are
+  labelled with the name of their subscription (s1, s2 ... or --as NAME) or
+  invocation (i1, i2 ...). With --json each is one object with these keys:
+  {"command":"invoke","name":"i1","line":1,"data":{},"error":null}
+)";
+
+constexpr const char* globalsHelp = R"(
+Globals:
+  console (warn and error go to standard error), setTimeout, clearTimeout,
+  setInterval, clearInterval, queueMicrotask, performance.now, TextEncoder,
+  TextDecoder, crypto.getRandomValues, crypto.randomUUID, structuredClone, atob,
+  btoa, URL, URLSearchParams, DOMException, host.args, host.exit(code)
+)";
+
+constexpr const char* exitCodesHelp = R"(
+Exit codes:
+  0    nothing was left to do
+  1    an uncaught exception or an unhandled rejection
+  2    wrong usage, or a file that cannot be read
+  3    the store cannot be opened
+  4    a command has failed
+  130  Ctrl-C; the database was closed cleanly (a second Ctrl-C ends at once)
+  host.exit(code) ends with its own code, from 0 to 255.
+)";
+
+} // namespace
+
+std::string helpOf(const std::string& command) {
+    if (command == "run") {
+        return std::string(runUsage) + optionsHelp + commandsOption + commandsHelp + globalsHelp +
+               exitCodesHelp;
+    }
+    if (command == "shell") {
+        return std::string(shellUsage) + optionsHelp + commandsHeading + commandsHelp + globalsHelp;
+    }
+    return programHelp;
+}
+
+} // namespace zem::host

@@ -1,0 +1,38 @@
+#pragma once
+
+// Ctrl-C, where it means something else than the end of the run.
+
+#include <zem/Platform/Mutex.h>
+
+#include <functional>
+#include <memory>
+#include <utility>
+
+namespace zem::host {
+
+/// Thread-safe.
+class Interruption {
+  public:
+    /// `taker` answers whether it has taken the interruption for itself; it may be called until it
+    /// is replaced, and finish after that.
+    void setTaker(std::function<bool()> taker) {
+        auto shared = std::make_shared<const std::function<bool()>>(std::move(taker));
+        const platform::Lock lock(mutex);
+        current.swap(shared);
+    }
+
+    bool isTaken() const {
+        std::shared_ptr<const std::function<bool()>> taker;
+        {
+            const platform::Lock lock(mutex);
+            taker = current;
+        }
+        return taker != nullptr && *taker && (*taker)();
+    }
+
+  private:
+    mutable platform::Mutex mutex;
+    std::shared_ptr<const std::function<bool()>> current;
+};
+
+} // namespace zem::host

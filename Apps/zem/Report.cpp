@@ -1,0 +1,71 @@
+#include "Report.h"
+
+#include "Output.h"
+
+#include <fmt/format.h>
+
+namespace zem::host {
+
+namespace {
+
+std::string quoted(const std::string& text) {
+    return tessel::toText(tessel::Any(boost::json::string(text)));
+}
+
+std::string quotedOrNull(const std::optional<std::string>& text) {
+    return text ? quoted(*text) : "null";
+}
+
+std::string labelled(const std::string& label, const std::string& text) {
+    return label.empty() ? text : fmt::format("{}: {}", label, text);
+}
+
+} // namespace
+
+void Report::data(const CommandOrigin& origin, const std::string& label,
+                  const tessel::Any& data) const {
+    const std::string text = tessel::toText(data);
+    this->data(origin, label, text, text);
+}
+
+void Report::data(const CommandOrigin& origin, const std::string& label, const std::string& text,
+                  const std::string& jsonText) const {
+    if (json) {
+        printObject(origin, jsonText, std::nullopt);
+    } else {
+        printLine(labelled(label, text));
+    }
+}
+
+void Report::failure(const CommandOrigin& origin, const std::string& label,
+                     const std::string& error) const {
+    if (json) {
+        printObject(origin, "null", error);
+    } else if (!label.empty()) {
+        printLine(fmt::format("{}: failed: {}", label, error));
+    } else {
+        printError(origin, error);
+    }
+}
+
+void Report::end(const CommandOrigin& origin, const std::string& label,
+                 const std::string& error) const {
+    if (json || !label.empty()) {
+        failure(origin, label, error);
+    }
+    printError(origin, labelled(label, error));
+}
+
+void Report::printObject(const CommandOrigin& origin, const std::string& data,
+                         const std::optional<std::string>& error) const {
+    printLine(fmt::format(R"({{"command":{},"name":{},"line":{},"data":{},"error":{}}})",
+                          quoted(origin.command), quotedOrNull(origin.name), origin.line, data,
+                          quotedOrNull(error)));
+}
+
+void Report::printError(const CommandOrigin& origin, const std::string& text) const {
+    printErrorLine(source.empty() ? fmt::format("zem: {}", text)
+                                  : fmt::format("zem: {}:{}: {}", source, origin.line, text));
+}
+
+} // namespace zem::host
