@@ -219,14 +219,12 @@ Unsubscribe DataService::subscribeToAdapter(std::string adapterId, std::string c
         if (service == nullptr) {
             return;
         }
-        service->zem.context().async(
-            [weak, subscription, emissions = std::move(emissions)](js::Scope& scope) {
-                if (const auto alive = weak.lock()) {
-                    alive->prepareSnapshotSubscription(scope, subscription, emissions);
-                    alive->add(subscription);
-                }
-            });
+        enterRuntime(service->zem.context(), [&](js::Scope& scope) {
+            service->prepareSnapshotSubscription(scope, subscription, emissions);
+        });
+        service->add(subscription);
     });
+    operation->setLane(zem.context().lane());
     adapterCallQueue->addOperation(operation);
     return [weakOperation = std::weak_ptr(operation), cleanup = wire->cleanupHandle()] {
         if (const auto waiting = weakOperation.lock()) {
