@@ -136,16 +136,6 @@ class Subject {
 } // namespace
 
 int main() {
-    if (const char* only = std::getenv("ONLY")) {
-        Subject s;
-        if (*only == 'd') {
-            for (int i = 0; i < 60; ++i)
-                s.invoke("large", 1);
-        } else {
-            s.invoke(adapterId, 400000);
-        }
-        return 0;
-    }
     Subject subject;
     bench::BareEngine bare(runtimeScript);
 

@@ -108,6 +108,7 @@ void Operation::addObserver(Observer observer) {
                                          : std::make_shared<std::vector<Observer>>(*observers);
     extended->push_back(std::move(observer));
     observers = std::move(extended);
+    observed.store(true, std::memory_order_release);
 }
 
 void Operation::willChangeValue(std::string_view key) {
@@ -129,13 +130,13 @@ void Operation::didChangeValue(std::string_view key) {
 }
 
 void Operation::notify(std::string_view key, Change change) {
+    if (!observed.load(std::memory_order_acquire)) {
+        return;
+    }
     std::shared_ptr<const std::vector<Observer>> told;
     {
         Lock lock(mutex);
         told = observers;
-    }
-    if (told == nullptr) {
-        return;
     }
     Mutex::assertNoneHeld("an operation's observers are called");
     for (const Observer& observer : *told) {

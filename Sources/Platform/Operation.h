@@ -6,6 +6,7 @@
 #include <zem/Platform/Queue.h>
 #include <zem/Platform/Task.h>
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -79,6 +80,7 @@ class Operation : public std::enable_shared_from_this<Operation> {
     mutable Mutex mutex;
     // Replaced, never changed: a notification goes on with the list that it began with.
     std::shared_ptr<const std::vector<Observer>> observers;
+    std::atomic<bool> observed = false;
     QueuePriority priority = QueuePriority::normal;
     bool started = false;
     bool executing = false;

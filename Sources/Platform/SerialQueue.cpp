@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -26,6 +27,10 @@ struct SerialQueue::State : std::enable_shared_from_this<State> {
     void takeTurn() noexcept;
 
     void run(std::vector<Task>& batch) noexcept;
+
+    /// Lets others have the processor for a moment, in which they may add more: a thread that gives
+    /// up has to be woken again, which costs the one that adds more than a small task costs to run.
+    void waitForMore() noexcept;
 
     /// After a batch: true when the queue has been given up and has to be scheduled again.
     bool endRunning();
@@ -100,6 +105,7 @@ void SerialQueue::State::takeTurn() noexcept {
     }
     for (;;) {
         run(batch);
+        waitForMore();
         const bool wanted = globalThreadsAreWanted();
         Lock lock(mutex);
         if (waiting.empty()) {
@@ -113,6 +119,19 @@ void SerialQueue::State::takeTurn() noexcept {
     }
     if (endRunning()) {
         schedule();
+    }
+}
+
+void SerialQueue::State::waitForMore() noexcept {
+    constexpr int moments = 3;
+    for (int moment = 0; moment < moments; ++moment) {
+        {
+            Lock lock(mutex);
+            if (!waiting.empty()) {
+                return;
+            }
+        }
+        std::this_thread::yield();
     }
 }
 
