@@ -43,8 +43,8 @@ class Runtime {
             var answersAtOnce = false;
             var answers = {};
             var called = (kind, id, answer) => {
-                heard(kind + " " + id);
                 answers[id] = answer;
+                heard(kind + " " + id);
                 if (answersAtOnce) answer({ data: { id } });
             };
             var zem = {
@@ -230,6 +230,7 @@ TYPED_TEST(ServiceLifecycle, EndsOnceWhatIsEndedTwice) {
         before();
         after();
     }
+    runtime.calls->wait(4);
     this->settle(runtime);
     EXPECT_THAT(runtime.calls->lines(), UnorderedElementsAreArray({"listen before", "listen after",
                                                                    "end before", "end after"}));
@@ -346,6 +347,7 @@ TYPED_TEST(ServiceLifecycle, EndsItselfAndAnotherFromACallback) {
     test::evaluate(runtime.context, "for (let round = 0; round < 2; ++round)"
                                     "    for (const id of ['l0', 'l1', 'l2']) answers[id]({})");
     EXPECT_EQ(this->heard.wait(3), (Lines{"l0", "l2", "l2"}));
+    runtime.calls->wait(5);
     this->settle(runtime);
     EXPECT_EQ(std::ranges::count(runtime.calls->lines(), "end l0"), 1);
     EXPECT_EQ(std::ranges::count(runtime.calls->lines(), "end l1"), 1);
