@@ -43,9 +43,10 @@ class Runtime {
             var answersAtOnce = false;
             var answers = {};
             var called = (kind, id, answer) => {
+                const isAnsweredAtOnce = answersAtOnce;
                 answers[id] = answer;
                 heard(kind + " " + id);
-                if (answersAtOnce) answer({ data: { id } });
+                if (isAnsweredAtOnce) answer({ data: { id } });
             };
             var zem = {
                 invokeAdapter(id, config, answer) { called("invoke", id, answer); },
