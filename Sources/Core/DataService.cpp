@@ -111,7 +111,7 @@ void DataService::replay(DataServiceState state) {
     }
     enterRuntime(zem.context(), [&](js::Scope& scope) {
         for (const auto& subscription : state.subscriptions) {
-            prepareSnapshotSubscription(scope, subscription,
+            prepareSnapshotSubscription(scope, scope.local(zem), weakSelf(), subscription,
                                         std::make_shared<Emissions>(weakSelf(), subscription));
         }
     });
@@ -137,11 +137,11 @@ void DataService::invokeAdapter(std::string adapterId, std::string config,
                              requestContext = std::move(requestContext)]() mutable {
         if (const auto service = weak.lock()) {
             service->addUnanswered(std::move(weakOperation));
-            service->callRuntime(method, call, [&](js::Scope& scope, js::Local result) {
-                return std::array{scope.string(adapterId), scope.string(config), result,
-                                  serializedAdapterRequestContext(requestContext, scope)};
-            });
         }
+        callRuntime(runtimeOf(weak), method, call, [&](js::Scope& scope, js::Local result) {
+            return std::array{scope.string(adapterId), scope.string(config), result,
+                              serializedAdapterRequestContext(requestContext, scope)};
+        });
     });
     operation->setLane(zem.context().lane());
     adapterCallQueue->addOperation(operation);
@@ -154,10 +154,21 @@ void DataService::addUnanswered(std::weak_ptr<AdapterInvokeOperation> operation)
     unanswered.push_back(std::move(operation));
 }
 
+/// The runtime's object; empty when the service is gone. Nothing but its owners keeps a service
+/// alive, a call that the runtime is in the middle of neither: what the runtime answers when the
+/// last of them has gone meanwhile is dropped.
+js::Value DataService::runtimeOf(const std::weak_ptr<DataService>& service) {
+    const auto alive = service.lock();
+    return alive ? alive->zem : js::Value();
+}
+
 /// Has `method` called with what `encode` makes of the callback.
 template <class Encode>
-void DataService::callRuntime(const js::Name& method, const std::shared_ptr<OneShot>& call,
-                              const Encode& encode) {
+void DataService::callRuntime(const js::Value& zem, const js::Name& method,
+                              const std::shared_ptr<OneShot>& call, const Encode& encode) {
+    if (!zem) {
+        return;
+    }
     enterRuntime(zem.context(), [&](js::Scope& scope) {
         const js::Sequence sequence(scope);
         const auto arguments = encode(scope, call->function(scope));
@@ -172,11 +183,7 @@ void DataService::addMutatingCall(const js::Name& method, ResultCallback callbac
     adapterCallQueue->addOperation(
         [weak = weakSelf(), &method,
          call = std::make_shared<OneShot>(weakSelf(), std::move(callback)),
-         encode = std::move(encode)] {
-            if (const auto service = weak.lock()) {
-                service->callRuntime(method, call, encode);
-            }
-        },
+         encode = std::move(encode)] { callRuntime(runtimeOf(weak), method, call, encode); },
         platform::QueuePriority::veryHigh, zem.context().lane());
 }
 
@@ -215,14 +222,16 @@ Unsubscribe DataService::subscribeToAdapter(std::string adapterId, std::string c
     operation->setWorkBlock([weak = weakSelf(), subscription = std::move(subscription)] {
         // Made first: whatever becomes of the call, the operation ends with it.
         const auto emissions = std::make_shared<Emissions>(weak, subscription);
-        const auto service = weak.lock();
-        if (service == nullptr) {
+        const js::Value runtime = runtimeOf(weak);
+        if (!runtime) {
             return;
         }
-        enterRuntime(service->zem.context(), [&](js::Scope& scope) {
-            service->prepareSnapshotSubscription(scope, subscription, emissions);
+        enterRuntime(runtime.context(), [&](js::Scope& scope) {
+            prepareSnapshotSubscription(scope, scope.local(runtime), weak, subscription, emissions);
         });
-        service->add(subscription);
+        if (const auto service = weak.lock()) {
+            service->add(subscription);
+        }
     });
     operation->setLane(zem.context().lane());
     adapterCallQueue->addOperation(operation);
@@ -234,19 +243,20 @@ Unsubscribe DataService::subscribeToAdapter(std::string adapterId, std::string c
     };
 }
 
-void DataService::prepareSnapshotSubscription(js::Scope& scope,
+void DataService::prepareSnapshotSubscription(js::Scope& scope, js::Local zem,
+                                              const std::weak_ptr<DataService>& service,
                                               const std::shared_ptr<Subscription>& subscription,
                                               const std::shared_ptr<Emissions>& emissions) {
     static const js::Name method("subscribeToAdapter");
     const std::shared_ptr<WireSubscription>& wire = subscription->unsubscribable;
-    if (wire->wasCleanedUp()) {
+    if (wire->wasCleanedUp() || service.expired()) {
         return;
     }
     js::Function unsubscribeFunc;
     {
         const js::Sequence sequence(scope);
         const auto answer = scope.callMethod(
-            scope.local(zem), method,
+            zem, method,
             {scope.string(wire->adapterId), scope.string(wire->config), emissions->function(scope),
              serializedAdapterRequestContext(wire->requestContext, scope)});
         if (answer) {
@@ -255,14 +265,13 @@ void DataService::prepareSnapshotSubscription(js::Scope& scope,
             emissions->fail(DataServiceError::executeAdapter(answer.error().text()));
         }
     }
-    wire->functionArrived(std::move(unsubscribeFunc),
-                          [weak = weakSelf(), weakWire = std::weak_ptr(wire)] {
-                              const auto service = weak.lock();
-                              const auto removed = weakWire.lock();
-                              if (service != nullptr && removed != nullptr) {
-                                  service->remove(*removed);
-                              }
-                          });
+    wire->functionArrived(std::move(unsubscribeFunc), [service, weakWire = std::weak_ptr(wire)] {
+        const auto alive = service.lock();
+        const auto removed = weakWire.lock();
+        if (alive != nullptr && removed != nullptr) {
+            alive->remove(*removed);
+        }
+    });
 }
 
 void DataService::add(const std::shared_ptr<Subscription>& subscription) {

@@ -95,10 +95,11 @@ class DataService final : public DataServiceProtocolDeprecated, public DataServi
     serializedAdapterRequestContext(const std::optional<AdapterRequestContext>& requestContext,
                                     js::Scope& context);
 
+    static js::Value runtimeOf(const std::weak_ptr<DataService>& service);
     void addUnanswered(std::weak_ptr<AdapterInvokeOperation> operation);
     template <class Encode>
-    void callRuntime(const js::Name& method, const std::shared_ptr<OneShot>& call,
-                     const Encode& encode);
+    static void callRuntime(const js::Value& zem, const js::Name& method,
+                            const std::shared_ptr<OneShot>& call, const Encode& encode);
     template <class Encode>
     void addMutatingCall(const js::Name& method, ResultCallback callback, Encode encode);
     void setTTL(const js::Name& method, std::int64_t ttl, std::function<void()> completion);
@@ -107,9 +108,10 @@ class DataService final : public DataServiceProtocolDeprecated, public DataServi
                        const Config& config, std::optional<Metadata> metadata,
                        ResultCallback callback);
 
-    void prepareSnapshotSubscription(js::Scope& scope,
-                                     const std::shared_ptr<Subscription>& subscription,
-                                     const std::shared_ptr<Emissions>& emissions);
+    static void prepareSnapshotSubscription(js::Scope& scope, js::Local zem,
+                                            const std::weak_ptr<DataService>& service,
+                                            const std::shared_ptr<Subscription>& subscription,
+                                            const std::shared_ptr<Emissions>& emissions);
     void add(const std::shared_ptr<Subscription>& subscription);
     void remove(WireSubscription& unsubscribable);
     void settle(const Subscription& subscription);

@@ -122,8 +122,8 @@ class OperationQueue {
     /// Bounded only by the threads of the global queue.
     static constexpr std::size_t unbounded = 0;
 
-    /// `threads` is where operations are started; the global concurrent queue when absent. It must
-    /// outlive the operations.
+    /// `threads` is where operations are started, whatever their lanes; when absent that is their
+    /// lane or, without one, the global concurrent queue. It must outlive the operations.
     static std::shared_ptr<OperationQueue>
     create(std::size_t maxConcurrentOperationCount = unbounded, Queue* threads = nullptr);
     ~OperationQueue();

@@ -47,6 +47,9 @@ void OperationQueueState::add(const std::shared_ptr<Operation>& operation) {
     const int priority = static_cast<int>(operation->queuePriority());
     {
         Lock lock(mutex);
+        if (!usesLanes) {
+            operation->lane = nullptr;
+        }
         Lane& lane = lanes[operation->lane.get()];
         if (lane.queue == nullptr) {
             lane.queue = operation->lane;
@@ -193,8 +196,8 @@ void OperationQueueState::finish(Operation& operation) {
 
 std::shared_ptr<OperationQueue> OperationQueue::create(std::size_t maxConcurrentOperationCount,
                                                        Queue* threads) {
-    return std::shared_ptr<OperationQueue>(new OperationQueue(std::make_shared<OperationQueueState>(
-        maxConcurrentOperationCount, threads != nullptr ? *threads : globalQueue())));
+    return std::shared_ptr<OperationQueue>(new OperationQueue(
+        std::make_shared<OperationQueueState>(maxConcurrentOperationCount, threads)));
 }
 
 OperationQueue::OperationQueue(std::shared_ptr<OperationQueueState> state)

@@ -17,9 +17,10 @@ namespace zem::platform {
 /// Kept alive by its queue, by the turns that were asked for and by the operations in it.
 class OperationQueueState : public std::enable_shared_from_this<OperationQueueState> {
   public:
-    OperationQueueState(std::size_t width, Queue& threads)
+    OperationQueueState(std::size_t width, Queue* threads)
         : width(width)
-        , threads(threads) {}
+        , threads(threads != nullptr ? *threads : globalQueue())
+        , usesLanes(threads == nullptr) {}
 
     void add(const std::shared_ptr<Operation>& operation);
 
@@ -72,6 +73,7 @@ class OperationQueueState : public std::enable_shared_from_this<OperationQueueSt
     bool hasPlace() const { return width == OperationQueue::unbounded || places < width; }
 
     Queue& threads;
+    const bool usesLanes;
 
     mutable Mutex mutex;
     // By their queues; those that nothing waits in go. Few: an application has an engine or two.

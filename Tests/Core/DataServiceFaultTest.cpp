@@ -1,0 +1,679 @@
+// Runtimes, answers and callers that do not do as they should.
+
+#include <zem/Core/BatchingDataService.h>
+#include <zem/Core/DataService.h>
+#include <zem/JavaScript/Scope.h>
+
+#include <gtest/gtest.h>
+
+#include <Core/ServiceRuntime.h>
+#include <Support/LogCapture.h>
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using namespace zem;
+using platform::Seconds;
+using test::HeldQueue;
+using test::Results;
+using test::ServiceRuntime;
+using Lines = std::vector<std::string>;
+
+/// One way of asking the runtime for something.
+struct Call {
+    const char* method;
+    /// Returns what ends it: nothing for a one-shot call.
+    Unsubscribe (*ask)(DataServiceProtocol& service, const std::string& config,
+                       ResultCallback callback);
+    /// What is heard of an answer that says nothing.
+    const char* nothing;
+    bool isSubscription;
+};
+
+const Call calls[] = {
+    {"invokeAdapter",
+     [](DataServiceProtocol& service, const std::string& config,
+        ResultCallback callback) -> Unsubscribe {
+         service.invokeAdapter("adapter", config, std::move(callback));
+         return [] {
+         };
+     },
+     "{}", false},
+    {"invokeAdapterWithMetadata",
+     [](DataServiceProtocol& service, const std::string& config,
+        ResultCallback callback) -> Unsubscribe {
+         service.invokeAdapterWithMetadata("adapter", config, {{"a", "1"}}, std::move(callback));
+         return [] {
+         };
+     },
+     "{}", false},
+    {"invokeAdapterWithDraftToReplace",
+     [](DataServiceProtocol& service, const std::string& config,
+        ResultCallback callback) -> Unsubscribe {
+         service.invokeAdapterWithDraftToReplace("adapter", config, "7", std::move(callback));
+         return [] {
+         };
+     },
+     "{}", false},
+    {"subscribeToAdapter",
+     [](DataServiceProtocol& service, const std::string& config, ResultCallback callback) {
+         return service.subscribeToAdapter("adapter", config, std::move(callback));
+     },
+     "executeAdapter error - .unknown", true},
+};
+
+class DataServiceFault : public testing::TestWithParam<Call> {
+  protected:
+    ~DataServiceFault() override { EXPECT_EQ(runtime.uncaught.lines(), Lines{}); }
+
+    Unsubscribe ask(DataServiceProtocol& service, ResultCallback callback,
+                    const std::string& config = "{}") {
+        return GetParam().ask(service, config, std::move(callback));
+    }
+
+    /// The service of the value of a script.
+    std::shared_ptr<DataService> serviceOf(const std::string& script) {
+        return DataService::create(runtime.value(script), nullptr, {},
+                                   DataService::defaultWatchdogTimeout);
+    }
+
+    /// Replaces what the runtime does when it is asked.
+    void onCall(const std::string& body) {
+        test::evaluate(runtime.context, std::string("on.") + GetParam().method +
+                                            " = (...values) => { const callback = "
+                                            "callbacks.at(-1); " +
+                                            body + " };");
+    }
+
+    /// How often the runtime's function was called to end the subscription.
+    long ends() { return std::ranges::count(runtime.calls.lines(), "unsubscribe(adapter)"); }
+
+    ServiceRuntime runtime;
+    Results results;
+};
+
+std::string replaced(std::string text, const std::string& what, const std::string& with) {
+    for (auto at = text.find(what); at != std::string::npos; at = text.find(what)) {
+        text.replace(at, what.size(), with);
+    }
+    return text;
+}
+
+// --- The runtime's object
+
+TEST_P(DataServiceFault, OfTheRuntimesObjectIsToldToTheCaller) {
+    const std::pair<const char*, const char*> faults[] = {
+        {"({})", "TypeError: METHOD: expected a function, found undefined"},
+        {"({ METHOD: 5 })", "TypeError: METHOD: expected a function, found a number"},
+        {"({ METHOD: {} })", "TypeError: METHOD: expected a function, found an object"},
+        {"({ get METHOD() { throw new Error('none') } })", "Error: none"},
+        {"undefined", "TypeError: METHOD: called on undefined, which is no object"},
+        {"null", "TypeError: METHOD: called on null, which is no object"},
+        {"5", "TypeError: METHOD: called on a number, which is no object"},
+        {"'text'", "TypeError: METHOD: called on a string, which is no object"},
+        {"({ METHOD() { throw new Error('no') } })", "Error: no"},
+        {"({ METHOD() { throw 'no' } })", "no"},
+        {"({ METHOD() { throw undefined } })", "undefined"},
+        {"({ METHOD() { throw { toString() { throw 1 } } } })", "an object"},
+    };
+    for (const auto& [object, text] : faults) {
+        SCOPED_TRACE(object);
+        Results heard;
+        const auto service = serviceOf(replaced(object, "METHOD", GetParam().method));
+        const Unsubscribe end = ask(*service, heard.callback());
+        EXPECT_EQ(heard.wait(1),
+                  Lines{"executeAdapter error - " + replaced(text, "METHOD", GetParam().method)});
+        runtime.expectAllPlacesFree();
+        end();
+        runtime.expectAllPlacesFree();
+        EXPECT_EQ(heard.lines().size(), 1u);
+        EXPECT_EQ(service->subscriptionCount(), 0u);
+    }
+}
+
+TEST_P(DataServiceFault, OfTheRuntimeAfterItsAnswerDoesNotTakeThatBack) {
+    onCall("callback({ data: { n: 1 } }); throw new Error('too late');");
+    const auto service = runtime.service();
+    const Unsubscribe end = ask(*service, results.callback());
+    Lines expected{R"({"n":1})"};
+    if (GetParam().isSubscription) {
+        expected.emplace_back("executeAdapter error - Error: too late");
+    }
+    EXPECT_EQ(results.wait(static_cast<int>(expected.size())), expected);
+    end();
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), expected);
+}
+
+TEST_P(DataServiceFault, OfOneCallIsNoFaultOfTheNext) {
+    onCall("if (callbacks.length === 1) { throw new Error('no'); } callback({ data: {} });");
+    const auto service = runtime.service();
+    const Unsubscribe first = ask(*service, results.callback("first"));
+    results.wait(1);
+    const Unsubscribe second = ask(*service, results.callback("second"));
+    EXPECT_EQ(results.wait(2), (Lines{"first: executeAdapter error - Error: no", "second: {}"}));
+    first();
+    second();
+    runtime.expectAllPlacesFree();
+}
+
+TEST_P(DataServiceFault, OfAFunctionThatIsNoneIsNoneOfTheSubscriptions) {
+    for (const char* function : {"undefined", "null", "5", "({})", "Promise.resolve(() => {})"}) {
+        SCOPED_TRACE(function);
+        Results heard;
+        const auto service = serviceOf(
+            replaced("({ METHOD(...values) { values.find((value) => typeof value === 'function')({ "
+                     "data: {} }); return " +
+                         std::string(function) + "; } })",
+                     "METHOD", GetParam().method));
+        const Unsubscribe end = ask(*service, heard.callback());
+        EXPECT_EQ(heard.wait(1), Lines{"{}"});
+        if (GetParam().isSubscription) {
+            test::waitForSubscriptions(*service, 1);
+        }
+        end();
+        end();
+        EXPECT_EQ(service->subscriptionCount(), 0u);
+        runtime.expectAllPlacesFree();
+    }
+}
+
+// --- Answers
+
+TEST_P(DataServiceFault, OfAnAnswerLeavesNothingToRead) {
+    for (const char* answer :
+         {"", "undefined", "null", "5", "NaN", "true", "'text'", "''", "1n", "Symbol('s')", "[]",
+          "[{ data: {} }]", "() => ({ data: {} })", "new Date(0)", "({ toJSON() { return 5 } })",
+          "({ toJSON() { return undefined } })",
+          "(() => { const cycle = { data: {} }; cycle.self = cycle; return cycle })()",
+          "({ data: { n: 1n } })", "({ error: { n: 1n } })",
+          "({ get data() { throw new Error('no') } })",
+          "({ data: { get inner() { throw new Error('no') } } })",
+          "({ toJSON() { throw new Error('no') } })",
+          "new Proxy({}, { ownKeys() { throw new Error('no') } })",
+          // An object, but without data and without an error that could be read.
+          "({})", "({ data: 5 })", "({ data: [] })", "({ data: null, error: null })",
+          "({ error: 5 })", "({ errors: false })", "({ error: undefined })"}) {
+        SCOPED_TRACE(answer);
+        test::evaluate(runtime.context, "callbacks = []");
+        Results heard;
+        const auto service = runtime.service();
+        const int before = static_cast<int>(runtime.calls.lines().size());
+        const Unsubscribe end = ask(*service, heard.callback());
+        runtime.calls.wait(before + 1);
+        runtime.answer(0, answer);
+        EXPECT_EQ(heard.wait(1), Lines{GetParam().nothing});
+        end();
+        runtime.expectAllPlacesFree();
+        EXPECT_EQ(heard.lines().size(), 1u);
+    }
+}
+
+TEST_P(DataServiceFault, OfASecondAnswerIsIgnoredByACallThatHasOne) {
+    const auto service = runtime.service();
+    const Unsubscribe end = ask(*service, results.callback());
+    runtime.calls.wait(1);
+    test::evaluate(runtime.context, R"js(
+        callbacks[0]({ data: { n: 1 } });
+        callbacks[0]({ data: { n: 2 } });
+        callbacks[0](5);
+    )js");
+    const Lines expected = GetParam().isSubscription
+                               ? Lines{R"({"n":1})", R"({"n":2})", GetParam().nothing}
+                               : Lines{R"({"n":1})"};
+    EXPECT_EQ(results.wait(static_cast<int>(expected.size())), expected);
+    end();
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), expected);
+}
+
+TEST_P(DataServiceFault, OfAnAnswerFromWithinTheAnswerIsOneOfTwoAnswers) {
+    const auto service = runtime.service();
+    const Unsubscribe end = ask(*service, results.callback());
+    runtime.calls.wait(1);
+    // The inner one is read first.
+    test::evaluate(runtime.context, R"js(
+        const answer = callbacks[0];
+        answer({ get data() { answer({ data: { n: 1 } }); return { n: 2 }; } });
+    )js");
+    const Lines expected =
+        GetParam().isSubscription ? Lines{R"({"n":1})", R"({"n":2})"} : Lines{R"({"n":1})"};
+    EXPECT_EQ(results.wait(static_cast<int>(expected.size())), expected);
+    end();
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), expected);
+}
+
+TEST_P(DataServiceFault, OfAnAnswerAfterTheEndIsSilence) {
+    auto service = runtime.service();
+    const Unsubscribe end = ask(*service, results.callback());
+    runtime.calls.wait(1);
+    test::evaluate(runtime.context, "var kept = callbacks[0]; kept({ data: {} });");
+    results.wait(1);
+    end();
+    if (!GetParam().isSubscription) {
+        service.reset();
+    }
+    test::evaluate(runtime.context, "kept({ data: { late: true } }); kept(5); kept();");
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), Lines{"{}"});
+    EXPECT_EQ(ends(), GetParam().isSubscription ? 1 : 0);
+}
+
+// --- No answer
+
+TEST_P(DataServiceFault, OfARuntimeThatForgetsTheCallbackIsSilence) {
+    test::Event dropped("the end of the callback");
+    const auto service = DataService::create(
+        runtime.value("({ " + std::string(GetParam().method) + "() { heard('asked'); } })"),
+        nullptr, {}, DataService::defaultWatchdogTimeout);
+    Unsubscribe end =
+        ask(*service, [watched = std::shared_ptr<void>(nullptr, [&](void*) { dropped.signal(); }),
+                       heard = results.callback()](DataServiceResult result) { heard(result); });
+    EXPECT_EQ(runtime.calls.wait(1), Lines{"asked"});
+    if (GetParam().isSubscription) {
+        end();
+        end = {};
+    }
+    test::waitUntil("the collection of the callback", [&] {
+        test::collectGarbage(runtime.context);
+        return dropped.signalled() != 0;
+    });
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), Lines{});
+}
+
+TEST_P(DataServiceFault, OfARuntimeThatNeverAnswersEndsWithTheService) {
+    // A one-shot call that is never answered keeps its place as long as its service lives.
+    std::vector<Unsubscribe> ends;
+    auto service = runtime.service();
+    for (int call = 0; call < 5; ++call) {
+        ends.push_back(ask(*service, results.callback()));
+    }
+    runtime.calls.wait(5);
+    service.reset();
+    runtime.expectAllPlacesFree();
+    for (int call = 0; call < 5; ++call) {
+        ends[static_cast<std::size_t>(call)]();
+    }
+    EXPECT_EQ(results.lines(), Lines{});
+}
+
+TEST_P(DataServiceFault, OfARuntimeThatNeverAnswersIsATimeoutForASubscriptionOnly) {
+    std::vector<Unsubscribe> ends;
+    auto service = runtime.service();
+    for (int call = 0; call < 5; ++call) {
+        ends.push_back(ask(*service, results.callback()));
+    }
+    runtime.calls.wait(5);
+    if (GetParam().isSubscription) {
+        test::waitForSubscriptions(*service, 5);
+        runtime.clock->advance(Seconds(180));
+        EXPECT_EQ(results.wait(5), Lines(5, "executeAdapter error - .executeAdapterTimeout"));
+        runtime.expectAllPlacesFree();
+        for (const Unsubscribe& end : ends) {
+            end();
+        }
+    } else {
+        runtime.clock->advance(Seconds(1000));
+        service.reset();
+        runtime.expectAllPlacesFree();
+        EXPECT_EQ(results.lines(), Lines{});
+    }
+}
+
+// --- What is passed on
+
+TEST_P(DataServiceFault, OfAConfigIsNoneOfTheServices) {
+    const std::pair<std::string, const char*> configs[] = {
+        {"{not json", R"("{not json")"}, {"", R"("")"},
+        {"]}'\"", R"("]}'\"")"},         {std::string("a\0b", 3), R"("a\u0000b")"},
+        {"\xFF", "\"\xEF\xBF\xBD\""},
+    };
+    for (const auto& [config, shown] : configs) {
+        SCOPED_TRACE(shown);
+        test::evaluate(runtime.context, "callbacks = []");
+        Results heard;
+        const auto service = runtime.service();
+        const int before = static_cast<int>(runtime.calls.lines().size());
+        const Unsubscribe end = ask(*service, heard.callback(), config);
+        const std::string call = runtime.calls.wait(before + 1).back();
+        const std::string expected = std::string(GetParam().method) + "(\"adapter\", " + shown;
+        EXPECT_EQ(call.substr(0, expected.size()), expected);
+        runtime.answer(0, "{ data: {} }");
+        EXPECT_EQ(heard.wait(1), Lines{"{}"});
+        end();
+        runtime.expectAllPlacesFree();
+    }
+}
+
+// --- The service goes
+
+TEST_P(DataServiceFault, OfAServiceThatGoesWithCallsQueuedIsSilence) {
+    Unsubscribe end;
+    {
+        HeldQueue held;
+        auto service = runtime.service();
+        end = ask(*service, results.callback());
+        service.reset();
+    }
+    runtime.expectAllPlacesFree();
+    end();
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(std::ranges::count(runtime.calls.lines(),
+                                 R"js(invokeAdapter("probe", "{}", callback, undefined))js"),
+              static_cast<long>(runtime.calls.lines().size()));
+    EXPECT_EQ(results.lines(), Lines{});
+}
+
+TEST_P(DataServiceFault, OfAServiceThatGoesWhileTheRuntimeIsCalledIsSilence) {
+    std::shared_ptr<DataService> service = runtime.service();
+    test::setFunction(runtime.context, "letGo", 0, [&](js::Scope& scope, js::Local, js::Arguments) {
+        service.reset();
+        return scope.undefined();
+    });
+    onCall("letGo(); callback({ data: { late: true } }); heard('answered');");
+    const Unsubscribe end = ask(*service, results.callback());
+    EXPECT_EQ(runtime.calls.wait(2)[1], "answered");
+    runtime.expectAllPlacesFree();
+    end();
+    if (GetParam().isSubscription) {
+        runtime.calls.wait(8);
+    }
+    EXPECT_EQ(ends(), GetParam().isSubscription ? 1 : 0);
+    EXPECT_EQ(results.lines(), Lines{});
+}
+
+TEST_P(DataServiceFault, OfAServiceThatGoesWithAnAnswerOnItsWayIsNone) {
+    test::Event entered("the first callback");
+    test::Event left("the end of the service");
+    auto service = runtime.service();
+    const Unsubscribe first = ask(*service, [&](const DataServiceResult& result) {
+        entered.signal();
+        left.wait();
+        results.add("first: " + test::textOf(result));
+    });
+    runtime.calls.wait(1);
+    const Unsubscribe second = ask(*service, results.callback("second"));
+    runtime.calls.wait(2);
+    const Unsubscribe third = ask(*service, results.callback("third"));
+    runtime.calls.wait(3);
+    runtime.answer(0, "{ data: {} }");
+    entered.wait();
+    runtime.answer(1, "{ data: {} }");
+    service.reset();
+    runtime.answer(2, "{ data: {} }");
+    left.signal();
+    EXPECT_EQ(results.wait(2), (Lines{"first: {}", "second: {}"}));
+    first();
+    second();
+    third();
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), (Lines{"first: {}", "second: {}"}));
+}
+
+TEST_P(DataServiceFault, OfAServiceThatGoesInACallbackIsNone) {
+    test::Event gone("the end of the service");
+    auto service = runtime.service();
+    std::weak_ptr<DataService> watched = service;
+    const Unsubscribe end = ask(*service, [&](const DataServiceResult& result) {
+        service.reset();
+        results.add(test::textOf(result));
+        gone.signal();
+    });
+    runtime.calls.wait(1);
+    runtime.answer(0, "{ data: {} }");
+    gone.wait();
+    end();
+    runtime.expectAllPlacesFree();
+    EXPECT_TRUE(watched.expired());
+    EXPECT_EQ(results.lines(), Lines{"{}"});
+}
+
+// --- The context goes
+
+TEST_P(DataServiceFault, OfAnApplicationThatLetsGoOfItsContextIsNone) {
+    std::shared_ptr<DataService> service;
+    {
+        const js::Context context = test::makeUncheckedContext();
+        service = context.perform([&](js::Scope& scope) {
+            const auto zem = scope.evaluate(
+                replaced("({ METHOD(...values) { values.find((value) => typeof value === "
+                         "'function')({ data: { alone: true } }); return () => {}; } })",
+                         "METHOD", GetParam().method),
+                "test.js");
+            return DataService::create(scope.keep(zem.value()), nullptr, {},
+                                       DataService::defaultWatchdogTimeout);
+        });
+    }
+    const Unsubscribe end = ask(*service, results.callback());
+    EXPECT_EQ(results.wait(1), Lines{R"({"alone":true})"});
+    service.reset();
+    end();
+    runtime.expectAllPlacesFree();
+}
+
+TEST_P(DataServiceFault, OfAContextWhoseThreadHasEndedIsLogged) {
+    const test::LogCapture log;
+    auto thread = std::make_unique<platform::RunLoopThread>("short-lived");
+    const js::Context context = js::Context::create(thread->runLoop());
+    js::Value zem = context.perform(
+        [&](js::Scope& scope) { return scope.keep(scope.evaluate("({})", "test.js").value()); });
+    auto service = DataService::create(std::move(zem), nullptr, {}, 4);
+    std::vector<Unsubscribe> ends;
+    thread.reset();
+    for (int call = 0; call < 7; ++call) {
+        ends.push_back(ask(*service, results.callback()));
+    }
+    runtime.expectAllPlacesFree();
+    const std::string line =
+        "the runtime was not called: the thread that the context is bound to has ended";
+    test::waitUntil("the calls", [&] { return std::ranges::count(log.lines(), line) == 7; });
+    int completed = 0;
+    service->setRimvoRecordTTL(1, [&] { ++completed; });
+    service->setMetadataTTL(1, [&] { ++completed; });
+    EXPECT_EQ(completed, 2);
+    EXPECT_EQ(log.lines(), Lines(9, line));
+    EXPECT_EQ(results.lines(), Lines{});
+    // A subscription is one all the same, and silent.
+    const bool isSubscription = std::string(GetParam().method) == "subscribeToAdapter";
+    const int live = isSubscription ? 7 : 0;
+    test::waitUntil("the subscriptions",
+                    [&] { return service->subscriptionCount() == static_cast<std::size_t>(live); });
+    runtime.clock->advance(Seconds(100));
+    EXPECT_EQ(results.wait(live), Lines(static_cast<std::size_t>(live),
+                                        "executeAdapter error - .executeAdapterTimeout"));
+    for (const Unsubscribe& end : ends) {
+        end();
+    }
+    service.reset();
+    runtime.expectAllPlacesFree();
+}
+
+TEST_P(DataServiceFault, OfAContextWhoseThreadEndsWithCallsUnansweredIsSilence) {
+    auto thread = std::make_unique<platform::RunLoopThread>("short-lived");
+    const js::Context context = js::Context::create(thread->runLoop());
+    test::Event asked("a call of the runtime");
+    test::setFunction(context, "asked", 0, [&](js::Scope& scope, js::Local, js::Arguments) {
+        asked.signal();
+        return scope.undefined();
+    });
+    js::Value zem = context.perform([&](js::Scope& scope) {
+        const std::string script =
+            replaced("var kept = []; ({ METHOD(...values) { kept.push(values); asked(); "
+                     "return () => {}; } })",
+                     "METHOD", GetParam().method);
+        return scope.keep(scope.evaluate(script, "test.js").value());
+    });
+    auto service = DataService::create(std::move(zem), nullptr, {}, 4);
+    std::vector<Unsubscribe> ends;
+    for (int call = 0; call < 5; ++call) {
+        ends.push_back(ask(*service, results.callback()));
+    }
+    asked.wait(5);
+    thread.reset();
+    service.reset();
+    for (const Unsubscribe& end : ends) {
+        end();
+    }
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), Lines{});
+}
+
+// --- Callers
+
+TEST_P(DataServiceFault, OfACallbackThatThrowsIsLoggedAndNobodyElses) {
+    const test::LogCapture log;
+    const auto service = runtime.service();
+    const std::function<void()> throws[] = {
+        [] { throw std::runtime_error("a secret"); },
+        [] { throw 5; },
+        [] {},
+    };
+    std::vector<Unsubscribe> ends;
+    int call = 0;
+    for (const auto& throwing : throws) {
+        ends.push_back(ask(*service, [&](const DataServiceResult& result) {
+            results.add(test::textOf(result));
+            throwing();
+        }));
+        runtime.calls.wait(++call);
+    }
+    test::evaluate(runtime.context, "callbacks.forEach((callback) => callback({ data: {} }))");
+    EXPECT_EQ(results.wait(3), Lines(3, "{}"));
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(log.lines(), (Lines{"a result callback threw: <private>",
+                                  "a result callback threw something that is no std::exception"}));
+    for (const Unsubscribe& end : ends) {
+        end();
+    }
+}
+
+TEST_P(DataServiceFault, OfACallerWithoutACallbackIsNone) {
+    const test::LogCapture log;
+    const auto service = runtime.service();
+    const Unsubscribe end = ask(*service, nullptr);
+    runtime.calls.wait(1);
+    runtime.answer(0, "{ data: {} }");
+    const Unsubscribe other = ask(*service, results.callback());
+    runtime.calls.wait(2);
+    runtime.answer(1, "{ data: {} }");
+    EXPECT_EQ(results.wait(1), Lines{"{}"});
+    end();
+    other();
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+INSTANTIATE_TEST_SUITE_P(, DataServiceFault, testing::ValuesIn(calls),
+                         [](const testing::TestParamInfo<Call>& call) {
+                             return std::string(call.param.method);
+                         });
+
+// --- Times to live
+
+TEST(DataServiceFaultTTL, IsReportedAndCompletesAllTheSame) {
+    ServiceRuntime runtime;
+    test::Transcript transcript;
+    for (const char* object : {"({})", "5", "({ setMetadataTTL: 5, setRimvoRecordTTL: 5 })"}) {
+        const auto service = DataService::create(runtime.value(object), nullptr, {}, 4);
+        service->setMetadataTTL(1, [&] { transcript.add("metadata"); });
+        service->setRimvoRecordTTL(1, [&] { transcript.add("record"); });
+    }
+    EXPECT_EQ(transcript.lines(),
+              (Lines{"metadata", "record", "metadata", "record", "metadata", "record"}));
+    EXPECT_EQ(runtime.uncaught.lines(),
+              (Lines{"TypeError: setMetadataTTL: expected a function, found undefined",
+                     "TypeError: setRimvoRecordTTL: expected a function, found undefined",
+                     "TypeError: setMetadataTTL: called on a number, which is no object",
+                     "TypeError: setRimvoRecordTTL: called on a number, which is no object",
+                     "TypeError: setMetadataTTL: expected a function, found a number",
+                     "TypeError: setRimvoRecordTTL: expected a function, found a number"}));
+}
+
+TEST(DataServiceFaultTTL, OfAThenThatThrowsIsReportedAndNeverCompletes) {
+    ServiceRuntime runtime;
+    test::Transcript transcript;
+    test::evaluate(runtime.context, R"js(
+        on.setMetadataTTL = () => ({ then() { throw new Error('no'); } });
+        on.setRimvoRecordTTL = () => ({ get then() { throw new Error('none'); } });
+    )js");
+    const auto service = runtime.service();
+    service->setMetadataTTL(1, [&] { transcript.add("metadata"); });
+    service->setRimvoRecordTTL(1, [&] { transcript.add("record"); });
+    // What has no "then" that could be read is no promise.
+    EXPECT_EQ(transcript.lines(), Lines{"record"});
+    EXPECT_EQ(runtime.uncaught.lines(), Lines{"Error: no"});
+}
+
+TEST(DataServiceFaultTTL, OfACompletionThatThrowsIsLogged) {
+    const test::LogCapture log;
+    ServiceRuntime runtime;
+    test::evaluate(runtime.context, R"js(
+        on.setMetadataTTL = () => ({ then(finish) { finish(); heard('finished'); } });
+    )js");
+    const auto service = runtime.service();
+    service->setMetadataTTL(1, [] { throw std::runtime_error("a secret"); });
+    service->setRimvoRecordTTL(2, [] { throw 5; });
+    EXPECT_EQ(runtime.calls.lines(),
+              (Lines{"setMetadataTTL(1)", "finished", "setRimvoRecordTTL(2)"}));
+    EXPECT_EQ(log.lines(), (Lines{"a completion threw: <private>",
+                                  "a completion threw something that is no std::exception"}));
+    EXPECT_EQ(runtime.uncaught.lines(), Lines{});
+}
+
+// --- The clock
+
+TEST(DataServiceFaultClock, ThatDoesNotMoveFailsNothing) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service({}, 0.0);
+    const Unsubscribe end = service->subscribeToAdapter("list", "{}", results.callback());
+    test::waitForSubscriptions(*service, 1);
+    runtime.clock->advance(Seconds(0));
+    runtime.clock->advance(Seconds(-1000));
+    EXPECT_EQ(results.lines(), Lines{});
+    runtime.clock->advance(Seconds(1));
+    EXPECT_EQ(results.wait(1), Lines{"executeAdapter error - .executeAdapterTimeout"});
+    end();
+    runtime.expectAllPlacesFree();
+}
+
+TEST(DataServiceFaultClock, ThatStoodLaterWhenASubscriptionWasMadeOnlyMakesItWait) {
+    ServiceRuntime runtime;
+    Results results;
+    DataServiceState state;
+    Unsubscribe end;
+    {
+        // Another run loop's clock, a thousand seconds ahead.
+        const auto ahead = platform::ManualRunLoop::create();
+        ahead->advance(Seconds(1000));
+        const auto batching = BatchingDataService::create();
+        end = batching->subscribeToAdapter("list", "{}", results.callback());
+        state = batching->takeState();
+    }
+    const auto service = runtime.service(std::move(state));
+    runtime.calls.wait(1);
+    runtime.clock->advance(Seconds(1170));
+    // The look at 1170 s is over when the one of this younger service is.
+    const auto witness = runtime.service({}, 1.0);
+    const Unsubscribe other =
+        witness->subscribeToAdapter("witness", "{}", results.callback("witness"));
+    test::waitForSubscriptions(*witness, 1);
+    runtime.clock->advance(Seconds(1));
+    EXPECT_EQ(results.wait(1), Lines{"witness: executeAdapter error - .executeAdapterTimeout"});
+    other();
+    // 1180 s old: the next look is at 1215 s.
+    runtime.clock->advance(Seconds(44));
+    EXPECT_EQ(results.wait(2)[1], "executeAdapter error - .executeAdapterTimeout");
+    end();
+    runtime.expectAllPlacesFree();
+}
+
+} // namespace
