@@ -20,8 +20,8 @@ class OperationQueueState::Turn {
     Turn& operator=(const Turn&) = delete;
     ~Turn() {
         if (state != nullptr) {
-            Queue& threads = state->threads;
-            threads.async([turn = Turn(std::move(state), lane)]() mutable { turn.take(); });
+            Queue& fallback = state->threads;
+            fallback.async([turn = Turn(std::move(state), lane)]() mutable { turn.take(); });
         }
     }
 

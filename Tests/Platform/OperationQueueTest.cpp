@@ -257,6 +257,81 @@ TEST(OperationQueue, KeepsThePlaceOfACallThatFinishedUntilItsStartHasReturned) {
     EXPECT_THAT(transcript.lines(), ElementsAre("call started", "call returns", "next"));
 }
 
+TEST(OperationQueue, StartsTheOperationsOfALaneThereOneAfterTheOther) {
+    Transcript transcript;
+    const auto lane = std::make_shared<ManualQueue>();
+    const auto queue = OperationQueue::create(5);
+    queue->addOperation([&] { transcript.add("normal"); }, QueuePriority::normal, lane);
+    queue->addOperation(
+        [&] {
+            transcript.add("high");
+            // Nobody else starts anything of the lane meanwhile.
+            EXPECT_EQ(lane->waiting(), 0u);
+        },
+        QueuePriority::high, lane);
+    EXPECT_THAT(transcript.lines(), IsEmpty());
+    EXPECT_EQ(lane->waiting(), 1u);
+    EXPECT_EQ(lane->runAll(), 1);
+    EXPECT_THAT(transcript.lines(), ElementsAre("high", "normal"));
+    EXPECT_EQ(queue->operationCount(), 0u);
+}
+
+TEST(OperationQueue, SharesItsPlacesAmongLanes) {
+    Transcript transcript;
+    const auto left = std::make_shared<ManualQueue>();
+    const auto right = std::make_shared<ManualQueue>();
+    const auto queue = OperationQueue::create(1);
+    const auto call = Call::create(transcript, "left call");
+    call->setLane(left);
+    queue->addOperation(call);
+    EXPECT_EQ(left->runAll(), 1);
+    queue->addOperation([&] { transcript.add("right"); }, QueuePriority::normal, right);
+    EXPECT_EQ(right->waiting(), 0u);
+    call->finish();
+    EXPECT_EQ(right->runAll(), 1);
+    EXPECT_THAT(transcript.lines(), ElementsAre("left call started", "right"));
+}
+
+TEST(OperationQueue, LeavesTheLastPlaceToTheMoreUrgentLane) {
+    Transcript transcript;
+    const auto left = std::make_shared<ManualQueue>();
+    const auto right = std::make_shared<ManualQueue>();
+    const auto queue = OperationQueue::create(1);
+    queue->addOperation([&] { transcript.add("background"); }, QueuePriority::veryLow, left);
+    queue->addOperation([&] { transcript.add("high"); }, QueuePriority::high, right);
+    // Its turn comes first, and passes.
+    left->runAll();
+    EXPECT_THAT(transcript.lines(), IsEmpty());
+    right->runAll();
+    left->runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("high", "background"));
+}
+
+/// Ends while something waits in it, as a run loop's thread may.
+class EndingQueue final : public Queue {
+  public:
+    void async(Task task) override { const Task dropped = std::move(task); }
+};
+
+TEST(OperationQueue, StartsWhatALaneDropsOnItsOwnThreads) {
+    const auto lane = std::make_shared<EndingQueue>();
+    test::Event started("the operation");
+    const auto queue = OperationQueue::create(5);
+    queue->addOperation([&] { started.signal(); }, QueuePriority::normal, lane);
+    started.wait();
+}
+
+TEST(OperationQueue, ThatHasThreadsOfItsOwnStartsEverythingThere) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto lane = std::make_shared<ManualQueue>();
+    const auto queue = OperationQueue::create(1, &threads);
+    queue->addOperation([&] { transcript.add("ran"); }, QueuePriority::normal, lane);
+    EXPECT_EQ(lane->waiting(), 0u);
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(), ElementsAre("ran"));
+}
+
 TEST(OperationQueue, HasItsWidthToTell) {
     EXPECT_EQ(OperationQueue::create(3)->maxConcurrentOperationCount(), 3u);
     EXPECT_EQ(OperationQueue::create()->maxConcurrentOperationCount(), OperationQueue::unbounded);

@@ -1,5 +1,5 @@
 'use strict';
-// The README's example of embedding is the program that is built, and it does what it says.
+// The README's examples are the programs that are built, and they do what it says.
 
 const { test } = require('node:test');
 const assert = require('node:assert');
@@ -11,10 +11,18 @@ const { temporaryFolder } = require('./folder.js');
 const project = path.join(__dirname, '../..');
 const readme = fs.readFileSync(`${project}/README.md`, 'utf8');
 
-test('the README shows the program as it is built', () => {
-    const shown = /```cpp\n([^]*?)```/.exec(readme);
-    assert.ok(shown, 'the README has no C++ in it');
-    assert.strictEqual(shown[1], fs.readFileSync(`${project}/Examples/embedding/main.cpp`, 'utf8'));
+test('the README shows the programs as they are built', () => {
+    const shown = [...readme.matchAll(/```cpp\n([^]*?)```/g)].map((match) => match[1]);
+    const built = ['embedding', 'subscribing'].map((name) => fs.readFileSync(`${project}/Examples/${name}/main.cpp`, 'utf8'));
+    assert.deepStrictEqual(shown, built);
+});
+
+test('the program that subscribes prints the answer', () => {
+    const { status, stdout, stderr } = spawnSync(`${process.env.ZEM_BUILD}/bin/zem-example-subscribing`, [], {
+        encoding: 'utf8',
+        timeout: 120_000,
+    });
+    assert.deepStrictEqual({ status, stdout }, { status: 0, stdout: '{"adapterId":"getAccounts","limit":2}\n' }, stderr);
 });
 
 test('the program opens a store and counts its entries', (context) => {
