@@ -6,8 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <Core/ServiceRuntime.h>
-#include <coroutine>
-#include <exception>
+#include <Support/Detached.h>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +17,7 @@ namespace {
 using namespace zem;
 using platform::Future;
 using platform::Seconds;
+using test::Detached;
 using test::Results;
 using test::ServiceRuntime;
 using Lines = std::vector<std::string>;
@@ -61,17 +61,6 @@ TEST(DataServiceFuture, ContinuesOnTheCallbackQueue) {
     runtime.answer(0, "{ data: {} }");
     EXPECT_EQ(results.wait(1), Lines{"com.quorvane.data.service.callback-queue {}"});
 }
-
-/// A coroutine that runs by itself.
-struct Detached {
-    struct promise_type {
-        Detached get_return_object() { return {}; }
-        std::suspend_never initial_suspend() noexcept { return {}; }
-        std::suspend_never final_suspend() noexcept { return {}; }
-        void return_void() {}
-        void unhandled_exception() { std::terminate(); }
-    };
-};
 
 Detached readTwo(std::shared_ptr<DataService> service, Results& results) {
     const DataServiceResult first = co_await service->invokeAdapter("first", "{}", std::nullopt);

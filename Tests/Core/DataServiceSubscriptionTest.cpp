@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <Core/ServiceRuntime.h>
+#include <Core/SubscribingOnly.h>
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -246,40 +247,16 @@ TEST(DataServiceSubscription, ThatIsSelfEndingCanBeEndedByTheCaller) {
     EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
 }
 
-/// Subscribing calls back before it returns.
-class EagerService final : public DataServiceProtocolDeprecated {
-  public:
-    explicit EagerService(test::Transcript& transcript)
-        : transcript(transcript) {}
-
-    Unsubscribe subscribeToAdapter(std::string, std::string, std::optional<AdapterRequestContext>,
-                                   ResultCallback callback) override {
+TEST(DataServiceSubscription, ThatIsSelfEndingEndsAsSoonAsItCan) {
+    test::Transcript transcript;
+    test::SubscribingOnly service([&](const ResultCallback& callback) -> Unsubscribe {
         callback(Dictionary());
         callback(Dictionary());
         transcript.add("subscribed");
-        return [this] {
+        return [&] {
             transcript.add("unsubscribed");
         };
-    }
-    void invokeAdapter(std::string, std::string, std::optional<AdapterRequestContext>,
-                       ResultCallback) override {}
-    void invokeAdapterWithMetadata(std::string, std::string, Metadata, ResultCallback) override {}
-    void invokeAdapterWithDraftToReplace(std::string, std::string, std::string,
-                                         ResultCallback) override {}
-    void setRimvoRecordTTL(std::int64_t, std::function<void()>) override {}
-    void setMetadataTTL(std::int64_t, std::function<void()>) override {}
-    void createContentDocumentAndVersion(CreateContentDocumentAndVersionConfig,
-                                         std::optional<Metadata>, ResultCallback) override {}
-    void createContentVersion(CreateContentVersionConfig, std::optional<Metadata>,
-                              ResultCallback) override {}
-
-  private:
-    test::Transcript& transcript;
-};
-
-TEST(DataServiceSubscription, ThatIsSelfEndingEndsAsSoonAsItCan) {
-    test::Transcript transcript;
-    EagerService service(transcript);
+    });
     service.executeAdapter("list", "{}", [&](const DataServiceResult&) {
         transcript.add("result");
         return true;

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <Core/ServiceRuntime.h>
+#include <Core/SubscribingOnly.h>
 #include <memory>
 #include <optional>
 #include <string>
@@ -112,37 +113,18 @@ TEST(WirePublisher, FailsWithTheWatchdogsTimeout) {
     subscriber->subscription->cancel();
 }
 
-/// Counts how its unsubscribe callback is called.
-class Unsubscribing final : public DataServiceProtocol {
-  public:
-    Unsubscribe subscribeToAdapter(std::string, std::string, std::optional<AdapterRequestContext>,
-                                   ResultCallback) override {
-        return [this] {
+TEST(WirePublisher, UnsubscribesAsOftenAsItIsCancelled) {
+    int unsubscribed = 0;
+    const auto service = std::make_shared<test::SubscribingOnly>([&](const ResultCallback&) {
+        return [&] {
             ++unsubscribed;
         };
-    }
-    void invokeAdapter(std::string, std::string, std::optional<AdapterRequestContext>,
-                       ResultCallback) override {}
-    void invokeAdapterWithMetadata(std::string, std::string, Metadata, ResultCallback) override {}
-    void invokeAdapterWithDraftToReplace(std::string, std::string, std::string,
-                                         ResultCallback) override {}
-    void setRimvoRecordTTL(std::int64_t, std::function<void()>) override {}
-    void setMetadataTTL(std::int64_t, std::function<void()>) override {}
-    void createContentDocumentAndVersion(CreateContentDocumentAndVersionConfig,
-                                         std::optional<Metadata>, ResultCallback) override {}
-    void createContentVersion(CreateContentVersionConfig, std::optional<Metadata>,
-                              ResultCallback) override {}
-
-    int unsubscribed = 0;
-};
-
-TEST(WirePublisher, UnsubscribesAsOftenAsItIsCancelled) {
-    const auto service = std::make_shared<Unsubscribing>();
+    });
     const auto subscriber = std::make_shared<Recorder>();
     WirePublisher(service, "list", "{}", std::nullopt).receive(subscriber);
     subscriber->subscription->cancel();
     subscriber->subscription->cancel();
-    EXPECT_EQ(service->unsubscribed, 2);
+    EXPECT_EQ(unsubscribed, 2);
 }
 
 TEST(WirePublisher, CallsTheRuntimesFunctionOnceHoweverOftenItIsCancelled) {

@@ -2,9 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <Support/Detached.h>
 #include <Support/Wait.h>
-#include <coroutine>
-#include <exception>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -18,6 +17,7 @@
 
 using namespace zem::platform;
 using test::Arrival;
+using test::Detached;
 using test::Event;
 using test::Transcript;
 using testing::ElementsAre;
@@ -27,17 +27,6 @@ using testing::Optional;
 namespace {
 
 const Seconds limit(test::waitLimit);
-
-/// A coroutine that starts at once and that nobody waits for.
-struct Detached {
-    struct promise_type {
-        Detached get_return_object() { return {}; }
-        std::suspend_never initial_suspend() noexcept { return {}; }
-        std::suspend_never final_suspend() noexcept { return {}; }
-        void return_void() {}
-        void unhandled_exception() { std::terminate(); }
-    };
-};
 
 Detached record(Future<int> future, std::string name, Transcript& transcript) {
     transcript.add(name + " awaits");
