@@ -205,7 +205,7 @@ TEST(OperationQueue, AsksForOneThreadAtATimeAndOnlyWhileThereAreAPlaceAndAnOpera
     for (int number = 1; number <= 4; ++number) {
         calls.push_back(Call::create(transcript, name("call ", number)));
         // Asked for before a start, which may take its time: never for the last place.
-        calls.back()->work = [&, number] {
+        calls.back()->work = [&] {
             transcript.add(name("asked for ", static_cast<int>(threads.waiting())));
         };
         queue->addOperation(calls.back());
