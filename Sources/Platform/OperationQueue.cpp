@@ -51,7 +51,7 @@ void OperationQueueState::add(const std::shared_ptr<Operation>& operation) {
             operation->lane = nullptr;
         }
         Lane& lane = lanes[operation->lane.get()];
-        if (lane.queue == nullptr) {
+        if (lane.queue != operation->lane) {
             lane.queue = operation->lane;
         }
         lane.waiting[priority].push_back(operation);
@@ -67,7 +67,9 @@ void OperationQueueState::add(const std::shared_ptr<Operation>& operation) {
 
 void OperationQueueState::schedule() {
     while (Lane* const lane = laneToAsk()) {
-        Queue& asked = lane->queue != nullptr ? *lane->queue : threads;
+        // The turn may be over, and the lane gone, before this call returns.
+        const std::shared_ptr<Queue> kept = lane->queue;
+        Queue& asked = kept != nullptr ? *kept : threads;
         asked.async([turn = Turn(shared_from_this(), *lane)]() mutable { turn.take(); });
     }
 }
@@ -87,9 +89,9 @@ OperationQueueState::Lane* OperationQueueState::laneToAsk() {
 }
 
 void OperationQueueState::takeTurn(Lane& lane) {
-    if (lane.queue == nullptr) {
+    {
         Lock lock(mutex);
-        lane.turnAsked = false;
+        lane.turnAsked = lane.queue != nullptr;
     }
     while (const std::shared_ptr<Operation> operation = takeBest(lane)) {
         schedule();

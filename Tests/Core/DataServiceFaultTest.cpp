@@ -539,7 +539,7 @@ TEST_P(DataServiceFault, OfACallbackThatThrowsIsLoggedAndNobodyElses) {
     std::vector<Unsubscribe> ends;
     int call = 0;
     for (const auto& throwing : throws) {
-        ends.push_back(ask(*service, [&](const DataServiceResult& result) {
+        ends.push_back(ask(*service, [this, throwing](const DataServiceResult& result) {
             results.add(test::textOf(result));
             throwing();
         }));
@@ -548,6 +548,7 @@ TEST_P(DataServiceFault, OfACallbackThatThrowsIsLoggedAndNobodyElses) {
     test::evaluate(runtime.context, "callbacks.forEach((callback) => callback({ data: {} }))");
     EXPECT_EQ(results.wait(3), Lines(3, "{}"));
     runtime.expectAllPlacesFree();
+    test::waitUntil("two lines", [&] { return log.lines().size() == 2; });
     EXPECT_EQ(log.lines(), (Lines{"a result callback threw: <private>",
                                   "a result callback threw something that is no std::exception"}));
     for (const Unsubscribe& end : ends) {
