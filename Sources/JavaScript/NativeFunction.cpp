@@ -49,11 +49,32 @@ JSValueRef callFunction(JSContextRef context, JSObjectRef function, JSObjectRef 
     return JSValueMakeUndefined(context);
 }
 
+// The name and the length are asked of the closure: to write them into each function that is made
+// costs more than all else about it.
+
+JSValueRef getName(JSContextRef context, JSObjectRef function, JSStringRef, JSValueRef*) noexcept {
+    const auto* body = static_cast<const FunctionBody*>(JSObjectGetPrivate(function));
+    const EngineString name(makeString(body->name));
+    return JSValueMakeString(context, name.get());
+}
+
+JSValueRef getLength(JSContextRef context, JSObjectRef function, JSStringRef,
+                     JSValueRef*) noexcept {
+    const auto* body = static_cast<const FunctionBody*>(JSObjectGetPrivate(function));
+    return JSValueMakeNumber(context, body->length);
+}
+
 JSClassRef functionClass() {
     static const JSClassRef made = [] {
+        constexpr JSPropertyAttributes fixed =
+            kJSPropertyAttributeReadOnly | kJSPropertyAttributeDontEnum;
+        static const JSStaticValue values[] = {{"length", getLength, nullptr, fixed},
+                                               {"name", getName, nullptr, fixed},
+                                               {nullptr, nullptr, nullptr, 0}};
         JSClassDefinition definition = kJSClassDefinitionEmpty;
         definition.className = "Function";
         definition.attributes = kJSClassAttributeNoAutomaticPrototype;
+        definition.staticValues = values;
         definition.callAsFunction = callFunction;
         definition.finalize = finaliseFunction;
         return JSClassCreate(&definition);
@@ -64,21 +85,11 @@ JSClassRef functionClass() {
 } // namespace
 
 Local Scope::function(std::string_view name, unsigned length, NativeFunction body) {
-    static const Name nameName("name");
-    static const Name lengthName("length");
     JSContextRef context = engineContext(engine);
-    auto owned =
-        std::make_unique<FunctionBody>(FunctionBody{state.weak_from_this(), std::move(body)});
+    auto owned = std::make_unique<FunctionBody>(
+        FunctionBody{state.weak_from_this(), std::move(body), std::string(name), length});
     releaseForThreadSanitizer(owned.get());
     JSObjectRef made = JSObjectMake(context, functionClass(), owned.release());
-    // Before it has the prototype of functions, whose own name and length could not be written
-    // over.
-    constexpr JSPropertyAttributes fixed =
-        kJSPropertyAttributeReadOnly | kJSPropertyAttributeDontEnum;
-    JSObjectSetProperty(context, made, engineName(lengthName), engineValue(number(length)), fixed,
-                        nullptr);
-    JSObjectSetProperty(context, made, engineName(nameName), engineValue(string(name)), fixed,
-                        nullptr);
     JSObjectSetPrototype(context, made, state.intrinsics.functionPrototype);
     return Local(made);
 }

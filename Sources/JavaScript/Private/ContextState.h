@@ -12,6 +12,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace zem::js {
@@ -20,6 +21,8 @@ namespace zem::js {
 struct FunctionBody {
     std::weak_ptr<ContextState> state;
     NativeFunction body;
+    std::string name;
+    unsigned length;
 };
 
 /// Built-in objects, taken when the context was: JavaScript may replace the globals later. All of
