@@ -32,7 +32,7 @@ platform::QueuePriority queuePriority(AdapterRequestPriority priority) {
 
 std::shared_ptr<AdapterInvokeOperation>
 AdapterInvokeOperation::create(AdapterRequestPriority priority) {
-    std::shared_ptr<AdapterInvokeOperation> operation(new AdapterInvokeOperation);
+    auto operation = std::make_shared<AdapterInvokeOperation>(Made());
     operation->setQueuePriority(zem::queuePriority(priority));
     return operation;
 }

@@ -15,7 +15,11 @@ namespace zem {
 /// Asynchronous: once started it executes, and holds its place on the queue, until whoever receives
 /// the adapter's answer finishes it. Thread-safe.
 class AdapterInvokeOperation final : public platform::Operation {
+    struct Made {}; // what only `create` has
+
   public:
+    explicit AdapterInvokeOperation(Made) {}
+
     /// Observers hear of the states under the keys "isReady", "isExecuting" and "isFinished".
     enum class State { ready, executing, finished };
 
@@ -45,8 +49,6 @@ class AdapterInvokeOperation final : public platform::Operation {
     void start() override;
 
   private:
-    AdapterInvokeOperation() = default;
-
     platform::Task workBlock;
     std::atomic<bool> shouldNotStart = false;
     std::atomic<bool> finishing = false;

@@ -16,15 +16,15 @@ AnswerText read(js::Scope& scope, js::Arguments arguments) {
     return scope.stringify(arguments[0]).value_or(std::nullopt);
 }
 
-template <class Answers>
-js::Local makeFunction(js::Scope& scope, std::shared_ptr<Answers> answers,
-                       void (Answers::*arrived)(Outcome)) {
-    return scope.function("callback", 1,
-                          [answers = std::move(answers), arrived](js::Scope& inner, js::Local,
-                                                                  js::Arguments arguments) {
-                              ((*answers).*arrived)(read(inner, arguments));
-                              return inner.undefined();
-                          });
+/// The closure is as small as can be, so that it needs no memory of its own.
+template <auto arrived, class Answers>
+js::Local makeFunction(js::Scope& scope, std::shared_ptr<Answers> answers) {
+    return scope.function(
+        "callback", 1,
+        [answers = std::move(answers)](js::Scope& inner, js::Local, js::Arguments arguments) {
+            ((*answers).*arrived)(read(inner, arguments));
+            return inner.undefined();
+        });
 }
 
 DataServiceResult resultOf(Outcome outcome, Fallback fallback) {
@@ -37,24 +37,28 @@ DataServiceResult resultOf(Outcome outcome, Fallback fallback) {
 } // namespace
 
 js::Local DataService::OneShot::function(js::Scope& scope) {
-    return makeFunction(scope, shared_from_this(), &OneShot::arrived);
+    return makeFunction<&OneShot::arrived>(scope, shared_from_this());
 }
 
-void DataService::OneShot::arrived(Outcome outcome) {
+void DataService::OneShot::arrived(Outcome arrival) {
     if (answered.exchange(true)) {
         return;
     }
     if (const auto alive = service.lock()) {
-        alive->callbackQueue->async([callback = std::move(callback),
-                                     outcome = std::move(outcome)]() mutable {
-            callOut("a result callback", callback, resultOf(std::move(outcome), oneShotFallback));
-        });
+        outcome = std::move(arrival);
+        alive->callbackQueue->async([self = shared_from_this()] { self->deliver(); });
     }
     place.giveBack();
 }
 
+void DataService::OneShot::deliver() {
+    // Let go of with what it captured, while the runtime may keep the function for long.
+    const ResultCallback called = std::move(callback);
+    callOut("a result callback", called, resultOf(std::move(outcome), oneShotFallback));
+}
+
 js::Local DataService::Emissions::function(js::Scope& scope) {
-    return makeFunction(scope, shared_from_this(), &Emissions::arrived);
+    return makeFunction<&Emissions::arrived>(scope, shared_from_this());
 }
 
 void DataService::Emissions::arrived(Outcome outcome) {

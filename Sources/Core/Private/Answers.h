@@ -51,11 +51,13 @@ class DataService::OneShot : public std::enable_shared_from_this<OneShot> {
     void fail(DataServiceError error) { arrived(std::unexpected(std::move(error))); }
 
   private:
-    void arrived(Outcome outcome);
+    void arrived(Outcome arrival);
+    void deliver();
 
     const std::weak_ptr<DataService> service;
     ResultCallback callback;
     std::atomic<bool> answered = false;
+    Outcome outcome; ///< from when it has been answered
     AdapterCallPlace place;
 };
 
