@@ -1,0 +1,75 @@
+#pragma once
+
+// The native entry into the runtime's draft queue.
+
+#include <zem/Core/DraftManagerProtocol.h>
+#include <zem/JavaScript/Scope.h>
+#include <zem/Platform/Mutex.h>
+#include <zem/Platform/Queue.h>
+#include <zem/Platform/RunLoop.h>
+
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace zem {
+
+/// Calls the runtime's draft manager, before an operation returns, on the calling thread (or on the
+/// engine's while that waits, where the context is bound to a thread). What the runtime throws goes
+/// to the context's uncaught handler. Thread-safe.
+///
+/// Completions and listeners are called on a serial queue of the manager's own, in the order in
+/// which the runtime settled and reported; those of external actions and of the executor are not:
+/// they are called on the thread on which the runtime settles its promise, or before the operation
+/// returns where that fails. A completion is never called when the runtime returns nothing or never
+/// settles its promise, except those two, which then fail.
+///
+/// Destroying it, on any thread, drops what has not been called, but for the completions of
+/// external actions. The runtime's registrations are ended on the main queue.
+class DraftManager final : public BatchingDraftManagerProtocol,
+                           public std::enable_shared_from_this<DraftManager> {
+  public:
+    /// What external actions and their executor are registered under in the runtime.
+    static const std::string externalActionHandlerId;
+
+    /// The manager of the runtime's object `draftManager`. Replays `batching`, which is left as it
+    /// is but for the listeners, in this order: start or stop, the executor, external actions,
+    /// listeners, requests of the queue, removals, replacements, mergers, metadata. The executor's
+    /// completion is called on `queue`, every other as if it had been given to this manager.
+    ///
+    /// Throws std::invalid_argument when `draftManager` holds nothing.
+    static std::shared_ptr<DraftManager> create(js::Value draftManager,
+                                                const DraftManagerBatch& batching,
+                                                std::shared_ptr<platform::Queue> queue);
+    ~DraftManager() override;
+    DraftManager(const DraftManager&) = delete;
+    DraftManager& operator=(const DraftManager&) = delete;
+
+    void getDraftQueue(DraftManagerStateCallback response) override;
+    void removeItem(std::string withId, DraftManagerStateCallback completion) override;
+    void replaceItem(std::string actionId, std::string withId,
+                     DraftQueueItemCallback completion) override;
+    void mergeAction(std::string sourceId, std::string targetId,
+                     DraftQueueItemCallback completion) override;
+    void setMetadata(std::string actionId, Metadata metadata,
+                     DraftQueueItemCallback completion) override;
+    std::shared_ptr<DraftManagerUnsubscribe>
+    registerOnChangedListener(DraftQueueChangedListener listener) override;
+    void startQueue() override;
+    void stopQueue() override;
+    void setExternalActionExecutor(ExternalActionExecutor executor,
+                                   DraftManagerCompletion completion) override;
+    void addExternalAction(std::string targetId, Metadata metadata,
+                           DraftQueueItemCallback completion) override;
+
+    /// The live registry: the listeners, the executor and the last word on starting or stopping.
+    std::shared_ptr<const DraftManagerBatch> batching() const override;
+
+  private:
+    using Subscription = DraftManagerBatch::Subscription;
+    explicit DraftManager(js::Value draftManager);
+};
+
+} // namespace zem

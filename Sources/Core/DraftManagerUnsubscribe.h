@@ -1,0 +1,38 @@
+#pragma once
+
+// What ends a listener of the draft queue, wherever that has moved meanwhile.
+
+#include <zem/Platform/Mutex.h>
+
+#include <functional>
+
+namespace zem {
+
+/// Thread-safe. Destroying it ends nothing: what it is the handle of keeps it.
+class DraftManagerUnsubscribe {
+  public:
+    explicit DraftManagerUnsubscribe(std::function<void()> unsubscribe);
+    DraftManagerUnsubscribe(const DraftManagerUnsubscribe&) = delete;
+    DraftManagerUnsubscribe& operator=(const DraftManagerUnsubscribe&) = delete;
+
+    /// Removes the listener, by calling what is set. Any thread, any number of times. An event that
+    /// was on its way to the listener before still reaches it.
+    void unsubscribe();
+
+    /// What `unsubscribe` calls from now on; may be empty. A draft manager that takes the listener
+    /// over from another one calls what is set, once and with its lock held, and sets its own.
+    void setUnsubscribe(std::function<void()> callback);
+
+  private:
+    friend class DraftManager;
+
+    /// The move from one manager to another: removes the listener there, and has it removed by
+    /// `callback` from now on. False when it was removed before: then it has no place anywhere.
+    [[nodiscard]] bool move(std::function<void()> callback);
+
+    mutable platform::Mutex lock;
+    std::function<void()> callback;
+    bool wasUnsubscribed = false;
+};
+
+} // namespace zem
