@@ -33,8 +33,8 @@ class DraftManagerProtocol {
     virtual void setMetadata(std::string actionId, Metadata metadata,
                              DraftQueueItemCallback completion) = 0;
 
-    /// Calls `listener` for every change of the queue, until that is ended through what is returned.
-    /// Dropping what is returned ends nothing.
+    /// Calls `listener` for every change of the queue, until that is ended through what is
+    /// returned. Dropping what is returned ends nothing.
     virtual std::shared_ptr<DraftManagerUnsubscribe>
     registerOnChangedListener(DraftQueueChangedListener listener) = 0;
 

@@ -66,7 +66,7 @@ Local Scope::error(ErrorType type, std::string_view message) {
     return Local(JSObjectMakeError(context, 1, &text, nullptr));
 }
 
-std::string Scope::describe(Local value) {
+std::optional<std::string> Scope::stringForm(Local value) {
     JSContextRef context = engineContext(engine);
     JSValueRef described = engineValue(value);
     JSValueRef thrown = nullptr;
@@ -77,7 +77,11 @@ std::string Scope::describe(Local value) {
     }
     const EngineString string(
         described == nullptr ? nullptr : JSValueToStringCopy(context, described, &thrown));
-    return string.get() == nullptr ? nameOf(kind(value)) : toUTF8(string.get());
+    return string.get() == nullptr ? std::nullopt : std::optional(toUTF8(string.get()));
+}
+
+std::string Scope::describe(Local value) {
+    return stringForm(value).value_or(nameOf(kind(value)));
 }
 
 Exception Scope::exception(Local thrown) {

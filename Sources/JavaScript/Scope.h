@@ -93,7 +93,9 @@ class Scope {
                              std::initializer_list<Local> arguments);
     Result<Local> evaluate(std::string_view source, std::string_view sourceURL,
                            int startingLine = 1);
-    /// What `String(value)` gives; for a value that cannot be made text, what it is.
+    /// What `String(value)` gives; absent for a value that cannot be made text.
+    std::optional<std::string> stringForm(Local value);
+    /// The same, and for a value that cannot be made text what it is.
     std::string describe(Local value);
     /// `JSON.stringify(value)`; absent where that gives undefined.
     Result<std::optional<std::string>> stringify(Local value);

@@ -14,8 +14,8 @@
 namespace zem {
 
 /// Offers the method `callProxyMethod(methodName, serializedArgsArray, onResult, onError)`, all of
-/// them texts and functions of a text, and passes every call on unchanged to the draft queue that is
-/// installed. Thread-safe.
+/// them texts and functions of a text, and passes every call on unchanged to the draft queue that
+/// is installed. Thread-safe.
 class DraftQueuePlugin final : public tessel::Plugin,
                                public std::enable_shared_from_this<DraftQueuePlugin> {
   public:
