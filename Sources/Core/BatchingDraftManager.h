@@ -47,8 +47,7 @@ class BatchingDraftManager final : public BatchingDraftManagerProtocol,
 
   private:
     BatchingDraftManager() = default;
-    template <class Change>
-    void change(Change&& change);
+    void removeListener(const std::string& identifier);
 
     const std::shared_ptr<platform::RunLoop> runLoop = platform::RunLoop::current();
     mutable platform::Mutex lock;

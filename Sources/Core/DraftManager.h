@@ -8,11 +8,12 @@
 #include <zem/Platform/Queue.h>
 #include <zem/Platform/RunLoop.h>
 
-#include <initializer_list>
+#include <expected>
+#include <functional>
 #include <memory>
-#include <optional>
 #include <string>
-#include <utility>
+#include <string_view>
+#include <vector>
 
 namespace zem {
 
@@ -32,7 +33,7 @@ class DraftManager final : public BatchingDraftManagerProtocol,
                            public std::enable_shared_from_this<DraftManager> {
   public:
     /// What external actions and their executor are registered under in the runtime.
-    static const std::string externalActionHandlerId;
+    static constexpr std::string_view externalActionHandlerId = "EXTERNAL_ACTION";
 
     /// The manager of the runtime's object `draftManager`. Replays `batching`, which is left as it
     /// is but for the listeners, in this order: start or stop, the executor, external actions,
@@ -69,7 +70,34 @@ class DraftManager final : public BatchingDraftManagerProtocol,
 
   private:
     using Subscription = DraftManagerBatch::Subscription;
+    /// What the runtime answered, or threw.
+    using Answer = js::Result<js::Local>;
+
     explicit DraftManager(js::Value draftManager);
+    void registerChangeListener();
+    void replay(const DraftManagerBatch& batching, const std::shared_ptr<platform::Queue>& queue);
+    void adopt(const std::string& identifier, std::shared_ptr<Subscription> subscription);
+
+    template <class T, class... Arguments>
+    void request(const js::Name& function,
+                 std::function<void(std::expected<T, DraftManagerNativeError>)> completion,
+                 const Arguments&... arguments);
+    template <class... Arguments>
+    Answer call(js::Scope& scope, const js::Name& function, const Arguments&... arguments);
+    void setStarted(const js::Name& function, bool started);
+    void queueChanged(js::Scope& scope, js::Arguments arguments);
+
+    std::function<void()> removal(const std::string& identifier);
+    std::vector<std::shared_ptr<Subscription>> listeners() const;
+
+    const js::Value draftManager;
+    const std::shared_ptr<platform::SerialQueue> notificationQueue = platform::SerialQueue::create(
+        "DraftManagerNotification", platform::QualityOfService::userInitiated);
+    const std::shared_ptr<platform::RunLoop> runLoop = platform::RunLoop::current();
+    mutable platform::Mutex lock;
+    const std::shared_ptr<DraftManagerBatch> registry = std::make_shared<DraftManagerBatch>();
+    js::Function externalActionUnsubscribe;
+    js::Function unsubscribe;
 };
 
 } // namespace zem

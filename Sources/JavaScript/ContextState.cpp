@@ -30,12 +30,63 @@ JSObjectRef functionOf(JSGlobalContextRef global, JSObjectRef holder, const char
     return JSObjectIsFunction(global, object) ? object : nullptr;
 }
 
+// The built-in functions that it uses are those that there are when it is made.
+constexpr const char* isPlainDataSource = R"js(
+(function () {
+    const { getPrototypeOf, is, prototype: ofObjects } = Object;
+    const { isArray, prototype: ofArrays } = Array;
+    const { isFinite } = Number;
+    const deepest = 64;
+
+    function isPlain(value, around, depth) {
+        switch (typeof value) {
+        case "string":
+        case "boolean":
+            return true;
+        case "number":
+            return isFinite(value) && !is(value, -0);
+        case "object":
+            return value === null || holdsOnlyPlain(value, around, depth);
+        default:
+            return false;
+        }
+    }
+
+    function holdsOnlyPlain(value, around, depth) {
+        if (depth === deepest || value.toJSON !== undefined) return false;
+        for (let outer = 0; outer < depth; ++outer) {
+            if (around[outer] === value) return false;
+        }
+        around[depth] = value;
+        const prototype = getPrototypeOf(value);
+        if (prototype === ofArrays && isArray(value)) {
+            for (let index = 0; index < value.length; ++index) {
+                if (!isPlain(value[index], around, depth + 1)) return false;
+            }
+            return true;
+        }
+        if (prototype !== ofObjects && prototype !== null) return false;
+        for (const name in value) {
+            if (!isPlain(value[name], around, depth + 1)) return false;
+        }
+        return true;
+    }
+
+    return (value) => isPlain(value, [], 0);
+})()
+)js";
+
+JSObjectRef evaluateFunction(JSGlobalContextRef global, const char* source) {
+    const EngineString text(makeString(source));
+    JSValueRef function = JSEvaluateScript(global, text.get(), nullptr, nullptr, 1, nullptr);
+    return const_cast<JSObjectRef>(function);
+}
+
 Intrinsics takeIntrinsics(JSGlobalContextRef global) {
     Intrinsics taken;
-    const EngineString source(makeString("(function () {})"));
-    JSValueRef function = JSEvaluateScript(global, source.get(), nullptr, nullptr, 1, nullptr);
-    taken.functionPrototype =
-        const_cast<JSObjectRef>(JSObjectGetPrototype(global, const_cast<JSObjectRef>(function)));
+    taken.functionPrototype = const_cast<JSObjectRef>(
+        JSObjectGetPrototype(global, evaluateFunction(global, "(function () {})")));
+    taken.isPlainData = evaluateFunction(global, isPlainDataSource);
     JSObjectRef globals = JSContextGetGlobalObject(global);
     taken.typeError = functionOf(global, globals, "TypeError");
     taken.rangeError = functionOf(global, globals, "RangeError");
@@ -44,7 +95,7 @@ Intrinsics takeIntrinsics(JSGlobalContextRef global) {
         taken.objectKeys = functionOf(global, object, "keys");
     }
     for (JSObjectRef object : {taken.functionPrototype, taken.typeError, taken.rangeError,
-                               taken.string, taken.objectKeys}) {
+                               taken.string, taken.objectKeys, taken.isPlainData}) {
         if (object != nullptr) {
             JSValueProtect(global, object);
         }
@@ -54,7 +105,7 @@ Intrinsics takeIntrinsics(JSGlobalContextRef global) {
 
 void dropIntrinsics(JSGlobalContextRef global, const Intrinsics& taken) {
     for (JSObjectRef object : {taken.functionPrototype, taken.typeError, taken.rangeError,
-                               taken.string, taken.objectKeys}) {
+                               taken.string, taken.objectKeys, taken.isPlainData}) {
         if (object != nullptr) {
             JSValueUnprotect(global, object);
         }

@@ -332,6 +332,14 @@ Result<std::optional<std::string>> Scope::stringify(Local value) {
     return toUTF8(json.get());
 }
 
+bool Scope::isPlainData(Local value) {
+    if (state.intrinsics.isPlainData == nullptr) {
+        return false;
+    }
+    const Result<Local> answer = call(Local(state.intrinsics.isPlainData), {value});
+    return answer && toBoolean(*answer);
+}
+
 Result<Local> Scope::parseJSON(std::string_view text) {
     const EngineString string(makeString(text));
     JSValueRef value = JSValueMakeFromJSONString(engineContext(engine), string.get());

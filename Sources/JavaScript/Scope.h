@@ -100,6 +100,10 @@ class Scope {
     /// `JSON.stringify(value)`; absent where that gives undefined.
     Result<std::optional<std::string>> stringify(Local value);
     Result<Local> parseJSON(std::string_view text);
+    /// Whether its JSON text says the same as a walk over its properties would: there is nothing in
+    /// it but null, booleans, numbers that JSON has, texts, and arrays and objects that hold their
+    /// properties themselves. Asking costs a small part of what either does.
+    bool isPlainData(Local value);
 
     // Handles.
     Value keep(Local value);

@@ -1,6 +1,7 @@
 #include <zem/Platform/Queue.h>
 #include <zem/Platform/RunLoop.h>
 
+#include <memory>
 #include <utility>
 
 namespace zem::platform {
@@ -14,8 +15,8 @@ class MainQueue final : public Queue {
 
 } // namespace
 
-Queue& mainQueue() {
-    static MainQueue& queue = *new MainQueue();
+const std::shared_ptr<Queue>& mainQueue() {
+    static const auto& queue = *new std::shared_ptr<Queue>(std::make_shared<MainQueue>());
     return queue;
 }
 

@@ -59,6 +59,6 @@ Queue& globalQueue(QualityOfService = QualityOfService::unspecified);
 
 /// Runs its tasks in order on the main thread's run loop, which the application (or the `zem` host)
 /// runs. Never destroyed.
-Queue& mainQueue();
+const std::shared_ptr<Queue>& mainQueue();
 
 } // namespace zem::platform

@@ -115,7 +115,7 @@ std::string toText(const Any& value);
 /// The value of a JSON text, or what is wrong with it and at which byte. A number without fraction
 /// and exponent that 64 bits hold is an integer, but -0 is a double; one too large for a double is
 /// a mistake. Of equal keys the last value counts, at the first one's place. Escaped surrogates
-/// without a partner become U+FFFD.
-Decoded<Any> parse(std::string_view text);
+/// without a partner become U+FFFD. The value is made in `storage`, which has to outlive it.
+Decoded<Any> parse(std::string_view text, boost::json::storage_ptr storage = {});
 
 } // namespace tessel

@@ -291,14 +291,14 @@ TEST(MainQueue, RunsItsTasksInOrderOnTheMainRunLoop) {
     Transcript transcript;
     std::thread other([&] {
         for (const char* name : {"first", "second"}) {
-            mainQueue().async([&, name] {
+            mainQueue()->async([&, name] {
                 transcript.add(std::string(name) +
                                (RunLoop::main()->isCurrent() ? " on main" : " elsewhere"));
             });
         }
     });
     other.join();
-    mainQueue().async([&] { RunLoop::main()->stop(); });
+    mainQueue()->async([&] { RunLoop::main()->stop(); });
     RunLoop::main()->run();
     EXPECT_THAT(transcript.lines(), ElementsAre("first on main", "second on main"));
 }

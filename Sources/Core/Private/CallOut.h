@@ -14,11 +14,10 @@ namespace zem {
 /// The log of what calls back to the application.
 const platform::Log& coreLog();
 
-/// Calls `function`, if there is one, with no lock held. What it throws is logged and goes no
-/// further: other callers do not suffer for it. `what` names who is called.
+/// Calls `function`, if there is one, also where a lock has to be held meanwhile. What it throws is
+/// logged and goes no further: other callers do not suffer for it. `what` names who is called.
 template <class Function, class... Arguments>
-void callOut(const char* what, const Function& function, Arguments&&... arguments) {
-    platform::Mutex::assertNoneHeld(what);
+void callLogged(const char* what, const Function& function, Arguments&&... arguments) {
     if (!function) {
         return;
     }
@@ -29,6 +28,13 @@ void callOut(const char* what, const Function& function, Arguments&&... argument
     } catch (...) {
         coreLog().error("%{public}s threw something that is no std::exception", {what});
     }
+}
+
+/// The same with no lock held.
+template <class Function, class... Arguments>
+void callOut(const char* what, const Function& function, Arguments&&... arguments) {
+    platform::Mutex::assertNoneHeld(what);
+    callLogged(what, function, std::forward<Arguments>(arguments)...);
 }
 
 } // namespace zem

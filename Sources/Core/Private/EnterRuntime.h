@@ -10,13 +10,15 @@
 
 namespace zem {
 
-/// Performs `work`, or logs that it was not when the context's thread has ended.
+/// Performs `work`; false, and a line in the log, when the context's thread has ended.
 template <class Work>
-void enterRuntime(const js::Context& context, Work&& work) {
+bool enterRuntime(const js::Context& context, Work&& work) {
     try {
         context.perform(std::forward<Work>(work));
+        return true;
     } catch (const std::runtime_error& error) {
         coreLog().error("the runtime was not called: %{public}s", {error.what()});
+        return false;
     }
 }
 

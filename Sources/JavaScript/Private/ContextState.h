@@ -33,6 +33,7 @@ struct Intrinsics {
     JSObjectRef rangeError = nullptr;
     JSObjectRef string = nullptr;
     JSObjectRef objectKeys = nullptr;
+    JSObjectRef isPlainData = nullptr;
 };
 
 class ContextState : public std::enable_shared_from_this<ContextState> {

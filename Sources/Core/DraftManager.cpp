@@ -1,0 +1,434 @@
+#include <zem/Core/DraftManager.h>
+#include <zem/Core/Private/CallOut.h>
+#include <zem/Core/Private/EnterRuntime.h>
+#include <zem/Core/Private/Once.h>
+#include <zem/Core/Private/Promise.h>
+#include <zem/Platform/UUID.h>
+#include <zem/Tessel/Callback.h>
+#include <zem/Tessel/JSValueCoder.h>
+
+#include <array>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+namespace zem {
+
+namespace {
+
+using Error = DraftManagerNativeError;
+
+constexpr const char* completionName = "a completion";
+
+void report(js::Scope& scope, const js::Exception& exception) {
+    scope.context().reportUncaught(scope, exception);
+}
+
+template <class T>
+tessel::Decoded<T> decodePromised(js::Scope& scope, js::Local value) {
+    return tessel::decodeValue<T>(scope, value);
+}
+
+/// A whole queue.
+template <>
+tessel::Decoded<DraftManagerState> decodePromised(js::Scope& scope, js::Local value) {
+    return tessel::decodeLarge<DraftManagerState>(scope, value);
+}
+
+template <class T>
+std::expected<T, Error> failed(Error error) {
+    return std::unexpected(std::move(error));
+}
+
+/// `textless` is the text of a reason that has none.
+template <class T>
+SettledFunction reject(Once<std::expected<T, Error>> complete, const char* textless) {
+    return [complete = std::move(complete), textless](js::Scope& scope, js::Local reason) {
+        complete(failed<T>(Error::promiseRejection(scope.stringForm(reason).value_or(textless))));
+    };
+}
+
+/// Whether what the runtime answered is a promise that could be asked.
+bool follow(js::Scope& scope, const js::Result<js::Local>& answer, SettledFunction fulfilled,
+            SettledFunction rejected) {
+    if (!answer) {
+        report(scope, answer.error());
+        return false;
+    }
+    if (!isPromise(scope, *answer)) {
+        return false;
+    }
+    const auto asked = whenSettled(scope, *answer, std::move(fulfilled), std::move(rejected));
+    if (!asked) {
+        report(scope, asked.error());
+    }
+    return asked.has_value();
+}
+
+/// The function that the runtime calls with an external action and a callback. It outlives the
+/// manager: the runtime is told of its end, and until it heard of that actions are carried out.
+js::Local executorFunction(js::Scope& scope, ExternalActionExecutor executor) {
+    using Reply = tessel::Callback<CustomActionResult>;
+    return scope.function(
+        "executor", 2,
+        [executor = std::move(executor)](js::Scope& inner, js::Local, js::Arguments arguments) {
+            const auto argument = [&](std::size_t index) {
+                return index < arguments.size() ? arguments[index] : inner.undefined();
+            };
+            const auto callback = js::Function::from(inner, argument(1));
+            auto action = tessel::decodeValue<DraftQueueItem>(inner, argument(0));
+            if (action) {
+                const Once<CustomActionResult> reply(
+                    "the runtime",
+                    callback ? CustomActionReply(Reply(*callback, nullptr)) : CustomActionReply());
+                callOut("an external action executor", executor, *std::move(action), reply);
+            } else if (callback) {
+                const CustomActionResult failure{
+                    CustomActionResultType::failure,
+                    CustomActionError{CustomActionErrorType::clientError,
+                                      "Unable to decode draft item"}};
+                const js::Local encoded = tessel::encodeValue(inner, failure);
+                Reply::call(inner, *callback, {&encoded, 1});
+            }
+            return inner.undefined();
+        });
+}
+
+} // namespace
+
+std::shared_ptr<DraftManager> DraftManager::create(js::Value draftManager,
+                                                   const DraftManagerBatch& batching,
+                                                   std::shared_ptr<platform::Queue> queue) {
+    if (!draftManager) {
+        throw std::invalid_argument("DraftManager: expected the runtime's object, found no value");
+    }
+    std::shared_ptr<DraftManager> manager(new DraftManager(std::move(draftManager)));
+    manager->registerChangeListener();
+    manager->replay(batching, queue);
+    return manager;
+}
+
+DraftManager::DraftManager(js::Value draftManager)
+    : draftManager(std::move(draftManager)) {}
+
+DraftManager::~DraftManager() {
+    if (!unsubscribe && !externalActionUnsubscribe) {
+        return;
+    }
+    platform::mainQueue()->async(
+        [registrations = std::array{std::move(unsubscribe), std::move(externalActionUnsubscribe)}] {
+            for (const js::Function& registration : registrations) {
+                if (!registration) {
+                    continue;
+                }
+                enterRuntime(registration.context(), [&](js::Scope& scope) {
+                    if (const auto answer = registration.call(scope); !answer) {
+                        report(scope, answer.error());
+                    }
+                });
+            }
+        });
+}
+
+void DraftManager::registerChangeListener() {
+    static const js::Name method("registerDraftQueueChangedListener");
+    enterRuntime(draftManager.context(), [&](js::Scope& scope) {
+        const js::Local listener = scope.function(
+            "listener", 3,
+            [weak = weak_from_this()](js::Scope& inner, js::Local, js::Arguments arguments) {
+                if (const auto manager = weak.lock()) {
+                    manager->queueChanged(inner, arguments);
+                }
+                return inner.undefined();
+            });
+        const Answer answer = scope.callMethod(scope.local(draftManager), method, {listener});
+        if (answer) {
+            unsubscribe = js::Function::from(scope, *answer).value_or(js::Function());
+        } else {
+            report(scope, answer.error());
+        }
+    });
+}
+
+void DraftManager::replay(const DraftManagerBatch& batching,
+                          const std::shared_ptr<platform::Queue>& queue) {
+    if (batching.started) {
+        *batching.started ? startQueue() : stopQueue();
+    }
+    if (const auto& recorded = batching.externalActionExecutor) {
+        setExternalActionExecutor(recorded->executor,
+                                  [queue, completion = recorded->completion](auto result) {
+                                      queue->async([completion, result = std::move(result)] {
+                                          callOut(completionName, completion, result);
+                                      });
+                                  });
+    }
+    for (const BatchExternalAction& action : batching.externalActions) {
+        addExternalAction(action.targetId, action.metadata, action.completion);
+    }
+    // A copy: who is adopted is taken out of the batch.
+    for (const auto& [identifier, subscription] : std::map(batching.subscriptions)) {
+        adopt(identifier, subscription);
+    }
+    for (const DraftManagerStateCallback& response : batching.queueRequest) {
+        getDraftQueue(response);
+    }
+    for (const auto& [actionId, completion] : batching.removeRequest) {
+        removeItem(actionId, completion);
+    }
+    for (const BatchReplaceAction& action : batching.replaceRequest) {
+        replaceItem(action.actionId, action.withActionId, action.completion);
+    }
+    for (const BatchMergeAction& action : batching.mergeRequests) {
+        mergeAction(action.sourceId, action.targetId, action.completion);
+    }
+    for (const auto& [actionId, request] : batching.setMetadataRequest) {
+        setMetadata(actionId, request.first, request.second);
+    }
+}
+
+void DraftManager::adopt(const std::string& identifier,
+                         std::shared_ptr<Subscription> subscription) {
+    decltype(registry->subscriptions)::node_type ended;
+    DraftManagerUnsubscribe& handle = *subscription->unsubscribable;
+    const platform::Lock held(lock);
+    registry->subscriptions.emplace(identifier, std::move(subscription));
+    if (!handle.move(removal(identifier))) {
+        ended = registry->subscriptions.extract(identifier);
+    }
+}
+
+std::function<void()> DraftManager::removal(const std::string& identifier) {
+    return [weak = weak_from_this(), identifier] {
+        if (const auto manager = weak.lock()) {
+            decltype(registry->subscriptions)::node_type removed;
+            const platform::Lock held(manager->lock);
+            removed = manager->registry->subscriptions.extract(identifier);
+        }
+    };
+}
+
+template <class... Arguments>
+DraftManager::Answer DraftManager::call(js::Scope& scope, const js::Name& function,
+                                        const Arguments&... arguments) {
+    const std::array<js::Local, sizeof...(Arguments)> encoded{
+        tessel::encodeValue(scope, arguments)...};
+    return scope.callMethod(scope.local(draftManager), function, encoded);
+}
+
+/// For the calls whose completions are called on the notification queue.
+template <class T, class... Arguments>
+void DraftManager::request(const js::Name& function,
+                           std::function<void(std::expected<T, Error>)> completion,
+                           const Arguments&... arguments) {
+    using Result = std::expected<T, Error>;
+    const Once<Result> complete(completionName, [weak = weak_from_this(),
+                                                 completion =
+                                                     std::move(completion)](Result result) {
+        if (const auto manager = weak.lock()) {
+            manager->notificationQueue->async([completion, result = std::move(result)]() mutable {
+                callOut(completionName, completion, std::move(result));
+            });
+        }
+    });
+    enterRuntime(draftManager.context(), [&](js::Scope& scope) {
+        const js::Sequence sequence(scope);
+        const Answer promise = call(scope, function, arguments...);
+        if (!promise) {
+            report(scope, promise.error());
+            return;
+        }
+        const auto asked = whenSettled(
+            scope, *promise,
+            [complete](js::Scope& inner, js::Local value) {
+                tessel::Decoded<T> decoded = decodePromised<T>(inner, value);
+                complete(decoded
+                             ? Result(*std::move(decoded))
+                             : failed<T>(Error::decodingPromiseError(std::move(decoded.error()))));
+            },
+            [complete](js::Scope& inner, js::Local reason) {
+                std::optional<std::string> text;
+                if (inner.kind(reason) != js::Kind::undefined) {
+                    text = inner.stringForm(reason);
+                }
+                complete(failed<T>(Error::promiseRejection(
+                    std::move(text).value_or("An unspecified error occured"))));
+            });
+        if (!asked) {
+            report(scope, asked.error());
+        }
+    });
+}
+
+void DraftManager::getDraftQueue(DraftManagerStateCallback response) {
+    static const js::Name function("getQueue");
+    request(function, std::move(response));
+}
+
+void DraftManager::removeItem(std::string withId, DraftManagerStateCallback completion) {
+    static const js::Name function("removeDraftAction");
+    request(function, std::move(completion), withId);
+}
+
+void DraftManager::replaceItem(std::string actionId, std::string withId,
+                               DraftQueueItemCallback completion) {
+    static const js::Name function("replaceAction");
+    request(function, std::move(completion), actionId, withId);
+}
+
+void DraftManager::mergeAction(std::string sourceId, std::string targetId,
+                               DraftQueueItemCallback completion) {
+    static const js::Name function("mergeActions");
+    // Target first: the runtime merges into its first argument.
+    request(function, std::move(completion), targetId, sourceId);
+}
+
+void DraftManager::setMetadata(std::string actionId, Metadata metadata,
+                               DraftQueueItemCallback completion) {
+    static const js::Name function("setMetadata");
+    request(function, std::move(completion), actionId, metadata);
+}
+
+void DraftManager::startQueue() {
+    static const js::Name function("startQueue");
+    setStarted(function, true);
+}
+
+void DraftManager::stopQueue() {
+    static const js::Name function("stopQueue");
+    setStarted(function, false);
+}
+
+void DraftManager::setStarted(const js::Name& function, bool started) {
+    enterRuntime(draftManager.context(), [&](js::Scope& scope) {
+        if (const Answer answer = call(scope, function); !answer) {
+            report(scope, answer.error());
+        }
+    });
+    const platform::Lock held(lock);
+    registry->started = started;
+}
+
+std::shared_ptr<DraftManagerUnsubscribe>
+DraftManager::registerOnChangedListener(DraftQueueChangedListener listener) {
+    const std::string identifier = platform::makeUUID();
+    const auto handle = std::make_shared<DraftManagerUnsubscribe>(removal(identifier));
+    auto subscription = std::make_shared<Subscription>(std::move(listener), runLoop->now(), handle);
+    const platform::Lock held(lock);
+    registry->subscriptions.emplace(identifier, std::move(subscription));
+    return handle;
+}
+
+std::vector<std::shared_ptr<DraftManager::Subscription>> DraftManager::listeners() const {
+    std::vector<std::shared_ptr<Subscription>> all;
+    const platform::Lock held(lock);
+    all.reserve(registry->subscriptions.size());
+    for (const auto& [identifier, subscription] : registry->subscriptions) {
+        all.push_back(subscription);
+    }
+    return all;
+}
+
+void DraftManager::queueChanged(js::Scope& scope, js::Arguments arguments) {
+    const auto argument = [&](std::size_t index) {
+        return index < arguments.size() ? arguments[index] : scope.undefined();
+    };
+    auto called = listeners();
+    if (called.empty()) {
+        return;
+    }
+    auto state = tessel::decodeLarge<DraftManagerState>(scope, argument(0));
+    const auto kind = tessel::decodeValue<DraftQueueItemOperationType>(scope, argument(1));
+    if (!state || !kind) {
+        return;
+    }
+    std::optional<DraftQueueItem> item;
+    if (auto decoded = tessel::decodeValue<DraftQueueItem>(scope, argument(2))) {
+        item = *std::move(decoded);
+    }
+    notificationQueue->async([called = std::move(called), state = *std::move(state), kind = *kind,
+                              item = std::move(item)] {
+        for (const auto& subscription : called) {
+            callOut("a draft queue listener", subscription->callback, state, kind, item);
+        }
+    });
+}
+
+void DraftManager::addExternalAction(std::string targetId, Metadata metadata,
+                                     DraftQueueItemCallback completion) {
+    static const js::Name function("addCustomAction");
+    using Result = std::expected<DraftQueueItem, Error>;
+    const Once<Result> complete(completionName, std::move(completion));
+    bool isPromised = false;
+    enterRuntime(draftManager.context(), [&](js::Scope& scope) {
+        const js::Sequence sequence(scope);
+        const Answer answer = call(scope, function, std::string(externalActionHandlerId), targetId,
+                                   std::string(), metadata);
+        isPromised = follow(
+            scope, answer,
+            [complete](js::Scope& inner, js::Local value) {
+                tessel::Decoded<DraftQueueItem> item =
+                    tessel::decodeValue<DraftQueueItem>(inner, value);
+                complete(item ? Result(*std::move(item))
+                              : failed<DraftQueueItem>(
+                                    Error::unknownError("Unable to decode added item")));
+            },
+            reject<DraftQueueItem>(complete, "uknown error adding custom action"));
+    });
+    if (!isPromised) {
+        complete(failed<DraftQueueItem>(
+            Error::unknownError("addCustomAction did not return a promise")));
+    }
+}
+
+void DraftManager::setExternalActionExecutor(ExternalActionExecutor executor,
+                                             DraftManagerCompletion completion) {
+    static const js::Name function("setCustomActionExecutor");
+    const Once<std::expected<void, Error>> complete(completionName, completion);
+    std::optional superseded = BatchExternalActionExecutor{executor, std::move(completion)};
+    js::Function ended;
+    {
+        const platform::Lock held(lock);
+        registry->externalActionExecutor.swap(superseded);
+        ended = externalActionUnsubscribe;
+    }
+    bool isPromised = false;
+    const bool isEntered = enterRuntime(draftManager.context(), [&](js::Scope& scope) {
+        if (ended) {
+            if (const auto answer = ended.call(scope); !answer) {
+                report(scope, answer.error());
+            }
+        }
+        const Answer answer = scope.callMethod(
+            scope.local(draftManager), function,
+            {scope.string(externalActionHandlerId), executorFunction(scope, std::move(executor))});
+        isPromised = follow(
+            scope, answer,
+            [weak = weak_from_this(), complete](js::Scope& inner, js::Local value) {
+                const auto manager = weak.lock();
+                if (manager == nullptr) {
+                    return;
+                }
+                js::Function registration =
+                    js::Function::from(inner, value).value_or(js::Function());
+                {
+                    const platform::Lock held(manager->lock);
+                    std::swap(manager->externalActionUnsubscribe, registration);
+                }
+                complete({});
+            },
+            reject<void>(complete, "uknown error when setting executor"));
+    });
+    if (!isEntered) {
+        complete(failed<void>(Error::unknownError("an unknown JSContext error occurred")));
+    } else if (!isPromised) {
+        // The words are those of the other operation that adds to what the runtime carries out.
+        complete(failed<void>(Error::unknownError("addExternalAction did not return a promise")));
+    }
+}
+
+std::shared_ptr<const DraftManagerBatch> DraftManager::batching() const {
+    return registry;
+}
+
+} // namespace zem
