@@ -5,6 +5,7 @@
 #include <zem/Platform/Task.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace zem::platform {
@@ -45,6 +46,8 @@ class SerialQueue final : public Queue {
 
     /// The label of the serial queue whose task this thread is running; empty when there is none.
     static std::string currentLabel();
+    /// Its quality of service; absent when there is none.
+    static std::optional<QualityOfService> currentQualityOfService();
 
   private:
     struct State;

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -51,6 +52,7 @@ namespace {
 struct RunningQueue {
     const void* queue;
     const std::string* label;
+    QualityOfService qualityOfService;
     const RunningQueue* outer;
 };
 thread_local constinit const RunningQueue* innermost = nullptr;
@@ -136,7 +138,7 @@ void SerialQueue::State::waitForMore() noexcept {
 }
 
 void SerialQueue::State::run(std::vector<Task>& batch) noexcept {
-    const RunningQueue current{this, &label, innermost};
+    const RunningQueue current{this, &label, qualityOfService, innermost};
     innermost = &current;
     for (Task& task : batch) {
         Mutex::assertNoneHeld("a task of a serial queue is run");
@@ -231,6 +233,10 @@ bool SerialQueue::isCurrent() const {
 
 std::string SerialQueue::currentLabel() {
     return innermost == nullptr ? std::string() : *innermost->label;
+}
+
+std::optional<QualityOfService> SerialQueue::currentQualityOfService() {
+    return innermost == nullptr ? std::nullopt : std::optional(innermost->qualityOfService);
 }
 
 } // namespace zem::platform

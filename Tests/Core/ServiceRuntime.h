@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <Support/Engine.h>
+#include <Support/Journal.h>
 #include <Support/Wait.h>
 #include <array>
 #include <memory>
@@ -23,30 +24,6 @@
 #include <vector>
 
 namespace test {
-
-/// Lines from any thread, and waiting for them.
-class Journal {
-  public:
-    explicit Journal(std::string awaited)
-        : written(std::move(awaited)) {}
-
-    void add(std::string line) {
-        transcript.add(std::move(line));
-        written.signal();
-    }
-
-    /// All lines, once there are `count`.
-    std::vector<std::string> wait(int count) {
-        written.wait(count);
-        return transcript.lines();
-    }
-
-    std::vector<std::string> lines() const { return transcript.lines(); }
-
-  private:
-    Transcript transcript;
-    Event written;
-};
 
 inline std::string textOf(const zem::DataServiceResult& result) {
     return result ? tessel::toText(*result) : result.error().errorDescription();

@@ -214,13 +214,17 @@ TEST(SerialQueue, KnowsItselfInItsTasksOnly) {
     EXPECT_EQ(SerialQueue::create("plain")->qualityOfService(), QualityOfService::unspecified);
     EXPECT_FALSE(queue->isCurrent());
     EXPECT_EQ(SerialQueue::currentLabel(), "");
+    EXPECT_EQ(SerialQueue::currentQualityOfService(), std::nullopt);
     Arrival<std::string> label("the label");
+    Arrival<std::optional<QualityOfService>> quality("the quality of service");
     Arrival<bool> isCurrent("isCurrent");
     queue->async([&] {
         isCurrent.put(queue->isCurrent());
         label.put(SerialQueue::currentLabel());
+        quality.put(SerialQueue::currentQualityOfService());
     });
     EXPECT_EQ(label.get(), "com.quorvane.zem.SQLiteConnection");
+    EXPECT_EQ(quality.get(), QualityOfService::userInitiated);
     EXPECT_TRUE(isCurrent.get());
     EXPECT_FALSE(queue->isCurrent());
 }
