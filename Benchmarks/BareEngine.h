@@ -16,10 +16,6 @@ class BareEngine {
     explicit BareEngine(const char* script)
         : global(JSGlobalContextCreate(nullptr)) {
         evaluate(script);
-        runtime = JSValueToObject(global, evaluate("zem"), nullptr);
-        JSValueProtect(global, runtime);
-        method = JSValueToObject(global, evaluate("zem.invokeAdapter"), nullptr);
-        JSValueProtect(global, method);
         callbackName = JSStringCreateWithUTF8CString("callback");
     }
     ~BareEngine() {
@@ -39,8 +35,13 @@ class BareEngine {
         return value;
     }
 
-    /// Makes a callback, calls the runtime with four arguments and reads the answer.
+    /// Makes a callback, calls the runtime's `zem.invokeAdapter` with four arguments and reads the
+    /// answer.
     void call(const char* adapterId, const char* config) {
+        if (method == nullptr) {
+            runtime = keep("zem");
+            method = keep("zem.invokeAdapter");
+        }
         answer.clear();
         const JSValueRef arguments[] = {
             string(adapterId), string(config),
@@ -63,6 +64,15 @@ class BareEngine {
     }
 
   private:
+    JSObjectRef keep(const char* script) {
+        JSObjectRef object = JSValueToObject(global, evaluate(script), nullptr);
+        if (object == nullptr) {
+            throw std::runtime_error("the script gave no object");
+        }
+        JSValueProtect(global, object);
+        return object;
+    }
+
     JSValueRef string(const char* text) {
         JSStringRef made = JSStringCreateWithUTF8CString(text);
         JSValueRef value = JSValueMakeString(global, made);
@@ -82,8 +92,8 @@ class BareEngine {
 
     static inline thread_local BareEngine* reader = nullptr;
     JSGlobalContextRef global;
-    JSObjectRef runtime;
-    JSObjectRef method;
+    JSObjectRef runtime = nullptr;
+    JSObjectRef method = nullptr;
     JSStringRef callbackName;
     std::string answer;
 };

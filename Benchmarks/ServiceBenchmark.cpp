@@ -2,15 +2,14 @@
 // many calls at once, and a large answer. The context is bound to a thread, as the host's is.
 
 #include "BareEngine.h"
+#include "Baton.h"
 #include "Measure.h"
 #include <zem/Core/DataService.h>
 #include <zem/JavaScript/Context.h>
 #include <zem/Platform/RunLoop.h>
 
 #include <array>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -31,26 +30,6 @@ constexpr const char* runtimeScript = R"js(
 
 constexpr const char* adapterId = "getRecord";
 constexpr const char* config = R"({"recordId":"001","fields":["Name"]})";
-
-/// Given from one thread to another.
-class Baton {
-  public:
-    void give() {
-        const std::scoped_lock lock(mutex);
-        given = true;
-        condition.notify_one();
-    }
-    void take() {
-        std::unique_lock lock(mutex);
-        condition.wait(lock, [this] { return given; });
-        given = false;
-    }
-
-  private:
-    std::mutex mutex;
-    std::condition_variable condition;
-    bool given = false;
-};
 
 /// A ring of threads through which a baton goes: the calling thread, one for the shared queue, the
 /// engine's, one for the callback queue, and back.
@@ -93,7 +72,7 @@ class Ring {
     std::function<void()> engineCall;
     bool ended = false; // handed on with the batons
     std::array<std::thread, 3> threads;
-    std::array<Baton, 4> batons;
+    std::array<bench::Baton, 4> batons;
 };
 
 class Subject {
@@ -128,7 +107,7 @@ class Subject {
     zem::platform::RunLoopThread thread{"engine"};
     zem::js::Context context = zem::js::Context::create(thread.runLoop());
     std::shared_ptr<zem::DataService> service;
-    Baton done;
+    bench::Baton done;
     int answered = 0;
     std::optional<zem::Dictionary> held;
 };
