@@ -35,7 +35,7 @@ constexpr const char* isPlainDataSource = R"js(
 (function () {
     const { getPrototypeOf, is, prototype: ofObjects } = Object;
     const { isArray, prototype: ofArrays } = Array;
-    const { isFinite } = Number;
+    const largest = Number.MAX_SAFE_INTEGER;
     const deepest = 64;
 
     function isPlain(value, around, depth) {
@@ -44,7 +44,8 @@ constexpr const char* isPlainDataSource = R"js(
         case "boolean":
             return true;
         case "number":
-            return isFinite(value) && !is(value, -0);
+            // The text of a larger one reads back as another integer.
+            return -largest <= value && value <= largest && !is(value, -0);
         case "object":
             return value === null || holdsOnlyPlain(value, around, depth);
         default:

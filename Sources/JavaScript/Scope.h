@@ -101,8 +101,8 @@ class Scope {
     Result<std::optional<std::string>> stringify(Local value);
     Result<Local> parseJSON(std::string_view text);
     /// Whether its JSON text says the same as a walk over its properties would: there is nothing in
-    /// it but null, booleans, numbers that JSON has, texts, and arrays and objects that hold their
-    /// properties themselves. Asking costs a small part of what either does.
+    /// it but null, booleans, numbers that JSON keeps, texts, and arrays and objects that hold
+    /// their properties themselves. Asking costs a small part of what either does.
     bool isPlainData(Local value);
 
     // Handles.

@@ -1,0 +1,125 @@
+// Large values decode to the same whichever way they come.
+
+#include <zem/Tessel/JSValueCoder.h>
+
+#include <boost/describe.hpp>
+#include <gtest/gtest.h>
+
+#include <Support/Engine.h>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace zem;
+
+struct Part {
+    std::string name;
+    std::optional<std::int64_t> count;
+    std::optional<double> share;
+    std::optional<bool> whole;
+    std::optional<std::map<std::string, std::string>> words;
+    bool operator==(const Part&) const = default;
+};
+BOOST_DESCRIBE_STRUCT(Part, (), (name, count, share, whole, words))
+
+struct Whole {
+    std::vector<Part> parts;
+    bool operator==(const Whole&) const = default;
+};
+BOOST_DESCRIBE_STRUCT(Whole, (), (parts))
+
+class LargeDecoding : public testing::TestWithParam<const char*> {
+  protected:
+    js::Context context = test::makeContext();
+};
+
+TEST_P(LargeDecoding, IsTheSameAsDecoding) {
+    context.perform([](js::Scope& scope) {
+        const js::Local value =
+            scope
+                .evaluate("({ parts: [{ name: 'first' }, " + std::string(GetParam()) + "] })",
+                          "test.js")
+                .value();
+        const auto walked = tessel::decodeValue<Whole>(scope, value);
+        const auto large = tessel::decodeLarge<Whole>(scope, value);
+        EXPECT_EQ(large, walked);
+    });
+}
+
+const char* const parts[] = {
+    "{ name: 'a', count: 1, share: 2.5, whole: true, words: { a: 'b' } }",
+    "{ name: 'a', count: null, share: null, whole: null, words: null }",
+    "{ name: 'a', count: undefined, words: undefined }",
+    "{ name: 'a', other: [undefined, () => {}, 7n] }",
+    "{ name: '\\ud800 \\u0000 \\ud83d\\ude00' }",
+    "{ name: 'a', count: 9007199254740993 }",
+    "{ name: 'a', count: 9223372036854775807 }",
+    "{ name: 'a', count: -9223372036854775808 }",
+    "{ name: 'a', count: 2 ** 62 }",
+    "{ name: 'a', share: 2 ** 62 }",
+    "{ name: 'a', count: 1e3 }",
+    "{ name: 'a', count: 1.5 }",
+    "{ name: 'a', count: 1e300 }",
+    "{ name: 'a', count: NaN }",
+    "{ name: 'a', count: -0, share: -0 }",
+    "{ name: 'a', share: 0.1 }",
+    "{ name: 'a', share: 5e-324 }",
+    "{ name: 'a', share: 1.7976931348623157e308 }",
+    "{ name: 'a', share: Infinity }",
+    "{ name: 'a', share: 'text' }",
+    "{ name: 'a', count: () => {} }",
+    "{ name: 'a', count: Symbol() }",
+    "{ name: 'a', count: 7n }",
+    "{ name: 'a', whole: 1 }",
+    "{ name: 'a', words: { a: undefined } }",
+    "{ name: 'a', words: { a: 1 } }",
+    "{ name: 'a', words: [] }",
+    "{ name: 'a', words: JSON.parse('{\"__proto__\":\"b\"}') }",
+    "{ name: 'a', words: { toJSON: 'text' } }",
+    "{ name: 'a', words: { toJSON() { return { a: 'b' }; } } }",
+    "{ name: new String('a') }",
+    "{ name: new Date(0) }",
+    "{ toJSON() { return { name: 'a' }; } }",
+    "new (class { get name() { return 'a'; } })()",
+    "Object.create({ name: 'a' })",
+    "Object.defineProperty({}, 'name', { value: 'a' })",
+    "Object.assign(Object.create(null), { name: 'a' })",
+    "new Proxy({ name: 'a' }, {})",
+    "{ get name() { throw 1; } }",
+    "{}",
+    "null",
+    "7",
+    "[]",
+};
+INSTANTIATE_TEST_SUITE_P(Parts, LargeDecoding, testing::ValuesIn(parts));
+
+TEST(LargeDecodingOfText, NamesThePlaceOfAMistake) {
+    const js::Context context = test::makeContext();
+    context.perform([](js::Scope& scope) {
+        const js::Local value =
+            scope.evaluate("({ parts: [{ name: 'a' }, { name: 7 }] })", "test.js").value();
+        EXPECT_EQ(tessel::decodeLarge<Whole>(scope, value).error().description(),
+                  "parts[1].name: expected a string, found a number");
+    });
+}
+
+TEST(LargeDecodingOfText, ReadsPlainDataOfTheirTextOnly) {
+    const js::Context context = test::makeContext();
+    context.perform([](js::Scope& scope) {
+        // Once to see whether it is plain, once for the text, and no third time.
+        const js::Local value =
+            scope
+                .evaluate("var reads = 0;"
+                          "({ parts: [{ get name() { reads += 1; return 'a'; } }] })",
+                          "test.js")
+                .value();
+        EXPECT_EQ(tessel::decodeLarge<Whole>(scope, value)->parts.size(), 1u);
+        EXPECT_EQ(scope.toNumber(scope.evaluate("reads", "test.js").value()), 2);
+    });
+}
+
+} // namespace
