@@ -45,9 +45,11 @@ class DraftQueue {
     /// holds nothing.
     static std::shared_ptr<DraftQueue> create(js::Value draftQueue);
 
-    /// Asks the runtime before it returns. `response` is called once, on the thread on which the
-    /// runtime settles its promise, also when the queue is gone by then; never when the runtime
-    /// returns none, or never settles it.
+    /// Asks the runtime before it returns, on the calling thread (or on the engine's while that
+    /// waits, where the context is bound to a thread). `response` is called once, on the thread on
+    /// which the runtime settles its promise, also when the queue is gone by then; never when the
+    /// runtime returns no promise, or never settles it. What the runtime throws goes to the
+    /// context's uncaught handler.
     void processNextAction(ProcessActionCallback response);
 
   private:

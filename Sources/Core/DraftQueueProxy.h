@@ -11,10 +11,16 @@
 
 namespace zem {
 
-/// Passes calls on to the object's own function `callProxyMethod`, on the calling thread (or on the
-/// engine's while that waits, where the context is bound to a thread). Callbacks are called on the
-/// thread on which the runtime answers, or before the call returns where that cannot be asked; of
-/// several answers the first counts. Thread-safe.
+/// Passes calls on to the object's function `callProxyMethod`, on the calling thread (or on the
+/// engine's while that waits, where the context is bound to a thread): with the two texts, a
+/// function for the result and a function for what went wrong. What it returns does not matter.
+///
+/// A callback is called on the thread on which the runtime answers, with the string form of the
+/// result or the text of the error; where the function cannot be called or throws without having
+/// answered, on the calling thread before the call returns. What the runtime throws goes to the
+/// context's uncaught handler besides. Of several answers the first counts; then both callbacks are
+/// let go of. A runtime that neither answers nor forgets the functions keeps them. The proxy itself
+/// may go meanwhile. Thread-safe.
 class DraftQueueProxy final : public DraftQueueable {
   public:
     /// `tesselDraftQueue` may hold nothing: every call then fails.
@@ -29,7 +35,7 @@ class DraftQueueProxy final : public DraftQueueable {
   private:
     explicit DraftQueueProxy(js::Value tesselDraftQueue);
 
-    mutable platform::Mutex lock;
+    platform::Mutex lock;
     js::Value tesselDraftQueue;
 };
 

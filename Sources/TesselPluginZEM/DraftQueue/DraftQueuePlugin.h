@@ -13,9 +13,9 @@
 
 namespace zem {
 
-/// Offers the method `callProxyMethod(methodName, serializedArgsArray, onResult, onError)`, all of
-/// them texts and functions of a text, and passes every call on unchanged to the draft queue that
-/// is installed. Thread-safe.
+/// Offers the method `callProxyMethod(methodName, serializedArgsArray, onResult, onError)`, two
+/// texts and two functions of a text, and passes every call on unchanged to the draft queue that is
+/// installed. Calls that were passed on are answered also when the plugin is gone. Thread-safe.
 class DraftQueuePlugin final : public tessel::Plugin,
                                public std::enable_shared_from_this<DraftQueuePlugin> {
   public:
@@ -28,7 +28,7 @@ class DraftQueuePlugin final : public tessel::Plugin,
     std::string_view namespace_() const override { return "ZemDraftQueue"; }
     void bind(tessel::Connection& to) override;
 
-    /// The method natively.
+    /// The method natively; `onError` is called before it returns when there is no draft queue.
     void callProxyMethod(std::string methodName, std::string serializedArgsArray,
                          DraftQueueCallback onResult, DraftQueueCallback onError);
 
@@ -38,7 +38,7 @@ class DraftQueuePlugin final : public tessel::Plugin,
                                 const tessel::Callback<std::string>& onResult,
                                 const tessel::Callback<std::string>& onError);
 
-    mutable platform::Mutex lock;
+    platform::Mutex lock;
     std::shared_ptr<DraftQueueable> draftQueue;
 };
 

@@ -1,0 +1,67 @@
+#include <zem/Core/DraftQueue.h>
+#include <zem/Core/Private/EnterRuntime.h>
+#include <zem/Core/Private/Once.h>
+#include <zem/Core/Private/Promise.h>
+#include <zem/Core/Private/RejectionText.h>
+#include <zem/JavaScript/Scope.h>
+#include <zem/Tessel/JSValueCoder.h>
+
+#include <stdexcept>
+#include <utility>
+
+namespace zem {
+
+namespace {
+
+using Outcome = std::expected<ProcessActionResult, DraftQueueNativeError>;
+
+Outcome fulfilment(js::Scope& scope, js::Local value) {
+    auto decoded = tessel::decodeValue<ProcessActionResult>(scope, value);
+    if (!decoded) {
+        return std::unexpected(
+            DraftQueueNativeError::decodingPromiseError(std::move(decoded.error())));
+    }
+    return *decoded;
+}
+
+Outcome rejection(js::Scope& scope, js::Local reason) {
+    return std::unexpected(DraftQueueNativeError::promiseRejection(rejectionText(scope, reason)));
+}
+
+} // namespace
+
+std::shared_ptr<DraftQueue> DraftQueue::create(js::Value draftQueue) {
+    if (!draftQueue) {
+        throw std::invalid_argument(
+            "DraftQueue: expected the runtime's draft queue, found no value");
+    }
+    return std::shared_ptr<DraftQueue>(new DraftQueue(std::move(draftQueue)));
+}
+
+DraftQueue::DraftQueue(js::Value draftQueue)
+    : draftQueue(std::move(draftQueue)) {}
+
+void DraftQueue::processNextAction(ProcessActionCallback response) {
+    const Once<Outcome> answer("the response of processNextAction", std::move(response));
+    enterRuntime(draftQueue.context(), [&](js::Scope& scope) {
+        static const js::Name method("processNextAction");
+        // The response may let go of this queue: from here on nothing of it is needed.
+        const auto promise = scope.callMethod(scope.local(draftQueue), method, js::Arguments());
+        if (!promise) {
+            scope.context().reportUncaught(scope, promise.error());
+            return;
+        }
+        if (scope.kind(*promise) == js::Kind::undefined) {
+            return;
+        }
+        const auto asked = whenSettled(
+            scope, *promise,
+            [answer](js::Scope& inner, js::Local value) { answer(fulfilment(inner, value)); },
+            [answer](js::Scope& inner, js::Local reason) { answer(rejection(inner, reason)); });
+        if (!asked) {
+            scope.context().reportUncaught(scope, asked.error());
+        }
+    });
+}
+
+} // namespace zem
