@@ -5,6 +5,7 @@
 #include <Core/Records.h>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -50,6 +51,47 @@ TEST(DraftManagerState, CannotBeReadWithOneItemThatCannot) {
     EXPECT_EQ(outcome.error().description(),
               R"(items[2].state: expected one of "pending", "uploading", "error", "completed", )"
               "found another string");
+}
+
+// Large enough that the engine hands it over as one text where it can.
+TEST(DraftManagerState, OfManyItemsIsReadAsOneOfFew) {
+    const js::Context context = test::makeContext();
+    test::evaluate(context, R"js(
+        var many = (change) => {
+            const items = Array.from({ length: 2000 }, (_, index) => ({
+                id: `${index}`, targetId: null, state: "error", operationType: "update",
+                timestamp: index, metadata: { a: "é" },
+                error: { status: 400, headers: { b: "c" }, ok: false, statusText: "d" },
+            }));
+            change(items[1999]);
+            return { queueState: "error", items };
+        };
+    )js");
+    DraftManagerState expected{DraftQueueState::error, {}};
+    for (int index = 0; index < 2000; ++index) {
+        expected.items.push_back(
+            {std::to_string(index), std::nullopt, DraftActionStatus::error,
+             DraftActionOperationType::update, index, Metadata{{"a", "é"}},
+             DraftQueueItemError{400, {{"b", "c"}}, false, "d", std::nullopt}});
+    }
+    EXPECT_EQ(test::decoded<DraftManagerState>(context, "many(() => {})"), expected);
+    for (const auto& [change, reason] : std::vector<std::pair<std::string, std::string>>{
+             {"delete item.id", "id: expected a string, found undefined"},
+             {"item.id = undefined", "id: expected a string, found undefined"},
+             {"item.id = () => {}", "id: expected a string, found a function"},
+             {"item.targetId = 5", "targetId: expected a string, found a number"},
+             {"item.timestamp = 0.5", "timestamp: expected an integer, found another number"},
+             {"item.timestamp = NaN", "timestamp: expected an integer, found another number"},
+             {"item.metadata.a = null", "metadata.a: expected a string, found null"},
+             {"item.error.ok = 1", "error.ok: expected a boolean, found a number"},
+             {"item.error.headers = []", "error.headers: expected an object, found an array"},
+             {"Object.defineProperty(item, 'id', { get() { throw 'private'; } })",
+              "id: reading it threw an exception"}}) {
+        const auto outcome =
+            test::decoded<DraftManagerState>(context, "many((item) => " + change + ")");
+        ASSERT_FALSE(outcome) << change;
+        EXPECT_EQ(outcome.error().description(), "items[1999]." + reason) << change;
+    }
 }
 
 TEST(DraftManagerState, IsEqualFieldByField) {
