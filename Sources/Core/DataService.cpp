@@ -3,6 +3,7 @@
 #include <zem/Core/Private/Answers.h>
 #include <zem/Core/Private/CallOut.h>
 #include <zem/Core/Private/EnterRuntime.h>
+#include <zem/Core/Private/Once.h>
 #include <zem/Core/Private/SubscriptionList.h>
 #include <zem/Core/SharedPriorityQueue.h>
 #include <zem/JavaScript/Scope.h>
@@ -11,7 +12,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <stdexcept>
 #include <utility>
 
@@ -358,12 +358,7 @@ void DataService::setMetadataTTL(std::int64_t ttl, std::function<void()> complet
 void DataService::setTTL(const js::Name& method, std::int64_t ttl,
                          std::function<void()> completion) {
     static const js::Name then("then");
-    const auto complete = [called = std::make_shared<std::atomic<bool>>(false),
-                           completion = std::move(completion)] {
-        if (!called->exchange(true)) {
-            callOut("a completion", completion);
-        }
-    };
+    const Once<> complete("a completion", std::move(completion));
     bool isPromised = false;
     enterRuntime(zem.context(), [&](js::Scope& scope) {
         const js::Local function =

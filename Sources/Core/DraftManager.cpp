@@ -1,10 +1,10 @@
 #include <zem/Core/DraftManager.h>
 #include <zem/Core/Private/CallOut.h>
 #include <zem/Core/Private/EnterRuntime.h>
+#include <zem/Core/Private/ExternalActionFunction.h>
 #include <zem/Core/Private/Once.h>
 #include <zem/Core/Private/Promise.h>
 #include <zem/Platform/UUID.h>
-#include <zem/Tessel/Callback.h>
 #include <zem/Tessel/JSValueCoder.h>
 
 #include <array>
@@ -65,35 +65,6 @@ bool follow(js::Scope& scope, const js::Result<js::Local>& answer, SettledFuncti
     return asked.has_value();
 }
 
-/// The function that the runtime calls with an external action and a callback. It outlives the
-/// manager: the runtime is told of its end, and until it heard of that actions are carried out.
-js::Local executorFunction(js::Scope& scope, ExternalActionExecutor executor) {
-    using Reply = tessel::Callback<CustomActionResult>;
-    return scope.function(
-        "executor", 2,
-        [executor = std::move(executor)](js::Scope& inner, js::Local, js::Arguments arguments) {
-            const auto argument = [&](std::size_t index) {
-                return index < arguments.size() ? arguments[index] : inner.undefined();
-            };
-            const auto callback = js::Function::from(inner, argument(1));
-            auto action = tessel::decodeValue<DraftQueueItem>(inner, argument(0));
-            if (action) {
-                const Once<CustomActionResult> reply(
-                    "the runtime",
-                    callback ? CustomActionReply(Reply(*callback, nullptr)) : CustomActionReply());
-                callOut("an external action executor", executor, *std::move(action), reply);
-            } else if (callback) {
-                const CustomActionResult failure{
-                    CustomActionResultType::failure,
-                    CustomActionError{CustomActionErrorType::clientError,
-                                      "Unable to decode draft item"}};
-                const js::Local encoded = tessel::encodeValue(inner, failure);
-                Reply::call(inner, *callback, {&encoded, 1});
-            }
-            return inner.undefined();
-        });
-}
-
 } // namespace
 
 std::shared_ptr<DraftManager> DraftManager::create(js::Value draftManager,
@@ -101,6 +72,9 @@ std::shared_ptr<DraftManager> DraftManager::create(js::Value draftManager,
                                                    std::shared_ptr<platform::Queue> queue) {
     if (!draftManager) {
         throw std::invalid_argument("DraftManager: expected the runtime's object, found no value");
+    }
+    if (queue == nullptr) {
+        throw std::invalid_argument("DraftManager: expected a queue, found none");
     }
     std::shared_ptr<DraftManager> manager(new DraftManager(std::move(draftManager)));
     manager->registerChangeListener();
@@ -319,6 +293,11 @@ DraftManager::registerOnChangedListener(DraftQueueChangedListener listener) {
     return handle;
 }
 
+bool DraftManager::hasListeners() const {
+    const platform::Lock held(lock);
+    return !registry->subscriptions.empty();
+}
+
 std::vector<std::shared_ptr<DraftManager::Subscription>> DraftManager::listeners() const {
     std::vector<std::shared_ptr<Subscription>> all;
     const platform::Lock held(lock);
@@ -333,8 +312,7 @@ void DraftManager::queueChanged(js::Scope& scope, js::Arguments arguments) {
     const auto argument = [&](std::size_t index) {
         return index < arguments.size() ? arguments[index] : scope.undefined();
     };
-    auto called = listeners();
-    if (called.empty()) {
+    if (!hasListeners()) {
         return;
     }
     auto state = tessel::decodeLarge<DraftManagerState>(scope, argument(0));
@@ -346,12 +324,12 @@ void DraftManager::queueChanged(js::Scope& scope, js::Arguments arguments) {
     if (auto decoded = tessel::decodeValue<DraftQueueItem>(scope, argument(2))) {
         item = *std::move(decoded);
     }
-    notificationQueue->async([called = std::move(called), state = *std::move(state), kind = *kind,
-                              item = std::move(item)] {
-        for (const auto& subscription : called) {
-            callOut("a draft queue listener", subscription->callback, state, kind, item);
-        }
-    });
+    notificationQueue->async(
+        [called = listeners(), state = *std::move(state), kind = *kind, item = std::move(item)] {
+            for (const auto& subscription : called) {
+                callOut("a draft queue listener", subscription->callback, state, kind, item);
+            }
+        });
 }
 
 void DraftManager::addExternalAction(std::string targetId, Metadata metadata,
@@ -399,9 +377,10 @@ void DraftManager::setExternalActionExecutor(ExternalActionExecutor executor,
                 report(scope, answer.error());
             }
         }
-        const Answer answer = scope.callMethod(
-            scope.local(draftManager), function,
-            {scope.string(externalActionHandlerId), executorFunction(scope, std::move(executor))});
+        const Answer answer =
+            scope.callMethod(scope.local(draftManager), function,
+                             {scope.string(externalActionHandlerId),
+                              externalActionFunction(scope, std::move(executor))});
         isPromised = follow(
             scope, answer,
             [weak = weak_from_this(), complete](js::Scope& inner, js::Local value) {

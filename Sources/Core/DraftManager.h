@@ -40,7 +40,7 @@ class DraftManager final : public BatchingDraftManagerProtocol,
     /// listeners, requests of the queue, removals, replacements, mergers, metadata. The executor's
     /// completion is called on `queue`, every other as if it had been given to this manager.
     ///
-    /// Throws std::invalid_argument when `draftManager` holds nothing.
+    /// Throws std::invalid_argument when `draftManager` holds nothing or there is no queue.
     static std::shared_ptr<DraftManager> create(js::Value draftManager,
                                                 const DraftManagerBatch& batching,
                                                 std::shared_ptr<platform::Queue> queue);
@@ -88,6 +88,7 @@ class DraftManager final : public BatchingDraftManagerProtocol,
     void queueChanged(js::Scope& scope, js::Arguments arguments);
 
     std::function<void()> removal(const std::string& identifier);
+    bool hasListeners() const;
     std::vector<std::shared_ptr<Subscription>> listeners() const;
 
     const js::Value draftManager;

@@ -231,7 +231,9 @@ TEST(DraftManager, DoesNotWaitForTheQueueToStartOrStop) {
 }
 
 TEST(DraftManager, RefusesToBeMadeOfNothing) {
-    EXPECT_THROW(DraftManager::create({}, {}, std::make_shared<test::ManualQueue>()),
+    DraftRuntime runtime;
+    EXPECT_THROW(DraftManager::create({}, {}, runtime.handOverQueue), std::invalid_argument);
+    EXPECT_THROW(DraftManager::create(runtime.value("draftManager"), {}, nullptr),
                  std::invalid_argument);
 }
 

@@ -14,19 +14,19 @@ namespace zem {
 /// The first call counts, on whichever thread it comes; later ones do nothing. Copies share it. It
 /// is let go of with what it captured when it has been called: whoever holds a copy may do so for
 /// long.
-template <class Outcome>
+template <class... Arguments>
 class Once {
   public:
-    using Callback = std::function<void(Outcome)>;
+    using Callback = std::function<void(Arguments...)>;
 
     /// `what` names who is called, for the log.
     Once(const char* what, Callback callback)
         : state(std::make_shared<State>(what, std::move(callback))) {}
 
-    void operator()(Outcome outcome) const {
+    void operator()(Arguments... arguments) const {
         if (!state->wasCalled.exchange(true)) {
             const Callback called = std::move(state->callback);
-            callOut(state->what, called, std::move(outcome));
+            callOut(state->what, called, std::move(arguments)...);
         }
     }
 
