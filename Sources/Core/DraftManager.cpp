@@ -115,7 +115,7 @@ void DraftManager::registerChangeListener() {
                 }
                 return inner.undefined();
             });
-        const Answer answer = scope.callMethod(scope.local(draftManager), method, {listener});
+        const auto answer = scope.callMethod(scope.local(draftManager), method, {listener});
         if (answer) {
             unsubscribe = js::Function::from(scope, *answer).value_or(js::Function());
         } else {
@@ -182,14 +182,6 @@ std::function<void()> DraftManager::removal(const std::string& identifier) {
     };
 }
 
-template <class... Arguments>
-DraftManager::Answer DraftManager::call(js::Scope& scope, const js::Name& function,
-                                        const Arguments&... arguments) {
-    const std::array<js::Local, sizeof...(Arguments)> encoded{
-        tessel::encodeValue(scope, arguments)...};
-    return scope.callMethod(scope.local(draftManager), function, encoded);
-}
-
 /// For the calls whose completions are called on the notification queue.
 template <class T, class... Arguments>
 void DraftManager::request(const js::Name& function,
@@ -207,13 +199,10 @@ void DraftManager::request(const js::Name& function,
     });
     enterRuntime(draftManager.context(), [&](js::Scope& scope) {
         const js::Sequence sequence(scope);
-        const Answer promise = call(scope, function, arguments...);
-        if (!promise) {
-            report(scope, promise.error());
-            return;
-        }
-        const auto asked = whenSettled(
-            scope, *promise,
+        const std::array<js::Local, sizeof...(Arguments)> encoded{
+            tessel::encodeValue(scope, arguments)...};
+        callForPromise(
+            scope, scope.local(draftManager), function, encoded,
             [complete](js::Scope& inner, js::Local value) {
                 tessel::Decoded<T> decoded = decodePromised<T>(inner, value);
                 complete(decoded
@@ -228,9 +217,6 @@ void DraftManager::request(const js::Name& function,
                 complete(failed<T>(Error::promiseRejection(
                     std::move(text).value_or("An unspecified error occured"))));
             });
-        if (!asked) {
-            report(scope, asked.error());
-        }
     });
 }
 
@@ -275,7 +261,8 @@ void DraftManager::stopQueue() {
 
 void DraftManager::setStarted(const js::Name& function, bool started) {
     enterRuntime(draftManager.context(), [&](js::Scope& scope) {
-        if (const Answer answer = call(scope, function); !answer) {
+        const auto answer = scope.callMethod(scope.local(draftManager), function, js::Arguments());
+        if (!answer) {
             report(scope, answer.error());
         }
     });
@@ -340,8 +327,10 @@ void DraftManager::addExternalAction(std::string targetId, Metadata metadata,
     bool isPromised = false;
     enterRuntime(draftManager.context(), [&](js::Scope& scope) {
         const js::Sequence sequence(scope);
-        const Answer answer = call(scope, function, std::string(externalActionHandlerId), targetId,
-                                   std::string(), metadata);
+        const auto answer =
+            scope.callMethod(scope.local(draftManager), function,
+                             {scope.string(externalActionHandlerId), scope.string(targetId),
+                              scope.string({}), tessel::encodeValue(scope, metadata)});
         isPromised = follow(
             scope, answer,
             [complete](js::Scope& inner, js::Local value) {
@@ -377,10 +366,9 @@ void DraftManager::setExternalActionExecutor(ExternalActionExecutor executor,
                 report(scope, answer.error());
             }
         }
-        const Answer answer =
-            scope.callMethod(scope.local(draftManager), function,
-                             {scope.string(externalActionHandlerId),
-                              externalActionFunction(scope, std::move(executor))});
+        const auto answer = scope.callMethod(scope.local(draftManager), function,
+                                             {scope.string(externalActionHandlerId),
+                                              externalActionFunction(scope, std::move(executor))});
         isPromised = follow(
             scope, answer,
             [weak = weak_from_this(), complete](js::Scope& inner, js::Local value) {

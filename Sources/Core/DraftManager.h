@@ -70,8 +70,6 @@ class DraftManager final : public BatchingDraftManagerProtocol,
 
   private:
     using Subscription = DraftManagerBatch::Subscription;
-    /// What the runtime answered, or threw.
-    using Answer = js::Result<js::Local>;
 
     explicit DraftManager(js::Value draftManager);
     void registerChangeListener();
@@ -82,8 +80,6 @@ class DraftManager final : public BatchingDraftManagerProtocol,
     void request(const js::Name& function,
                  std::function<void(std::expected<T, DraftManagerNativeError>)> completion,
                  const Arguments&... arguments);
-    template <class... Arguments>
-    Answer call(js::Scope& scope, const js::Name& function, const Arguments&... arguments);
     void setStarted(const js::Name& function, bool started);
     void queueChanged(js::Scope& scope, js::Arguments arguments);
 

@@ -46,21 +46,10 @@ void DraftQueue::processNextAction(ProcessActionCallback response) {
     enterRuntime(draftQueue.context(), [&](js::Scope& scope) {
         static const js::Name method("processNextAction");
         // The response may let go of this queue: from here on nothing of it is needed.
-        const auto promise = scope.callMethod(scope.local(draftQueue), method, js::Arguments());
-        if (!promise) {
-            scope.context().reportUncaught(scope, promise.error());
-            return;
-        }
-        if (scope.kind(*promise) == js::Kind::undefined) {
-            return;
-        }
-        const auto asked = whenSettled(
-            scope, *promise,
+        callForPromise(
+            scope, scope.local(draftQueue), method, {},
             [answer](js::Scope& inner, js::Local value) { answer(fulfilment(inner, value)); },
             [answer](js::Scope& inner, js::Local reason) { answer(rejection(inner, reason)); });
-        if (!asked) {
-            scope.context().reportUncaught(scope, asked.error());
-        }
     });
 }
 

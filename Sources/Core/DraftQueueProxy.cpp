@@ -39,12 +39,7 @@ js::Local makeCallback(js::Scope& scope, const char* name, Outcome (*read)(js::S
 
 /// The object's own function; absent where there is none to call.
 std::optional<js::Local> function(js::Scope& scope, js::Local target) {
-    switch (scope.kind(target)) {
-    case js::Kind::object:
-    case js::Kind::array:
-    case js::Kind::function:
-        break;
-    default:
+    if (!scope.isObject(target)) {
         return std::nullopt;
     }
     static const js::Name name("callProxyMethod");

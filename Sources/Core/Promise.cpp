@@ -1,4 +1,5 @@
 #include <zem/Core/Private/Promise.h>
+#include <zem/JavaScript/Context.h>
 
 #include <utility>
 
@@ -23,14 +24,7 @@ js::Local makeFunction(js::Scope& scope, const char* name, SettledFunction settl
 } // namespace
 
 bool isPromise(js::Scope& scope, js::Local answer) {
-    switch (scope.kind(answer)) {
-    case js::Kind::object:
-    case js::Kind::array:
-    case js::Kind::function:
-        return scope.has(answer, thenName()).value_or(false);
-    default:
-        return false;
-    }
+    return scope.isObject(answer) && scope.has(answer, thenName()).value_or(false);
 }
 
 js::Result<void> whenSettled(js::Scope& scope, js::Local promise, SettledFunction fulfilled,
@@ -42,6 +36,25 @@ js::Result<void> whenSettled(js::Scope& scope, js::Local promise, SettledFunctio
         return std::unexpected(answer.error());
     }
     return {};
+}
+
+void callForPromise(js::Scope& scope, js::Local object, const js::Name& function,
+                    js::Arguments arguments, SettledFunction fulfilled, SettledFunction rejected) {
+    const auto ask = [&]() -> js::Result<void> {
+        const js::Result<js::Local> promise = scope.callMethod(object, function, arguments);
+        if (!promise) {
+            return std::unexpected(promise.error());
+        }
+        if (!isPromise(scope, *promise)) {
+            return scope.fail(js::ErrorType::typeError, function.text() +
+                                                            ": expected a promise, found " +
+                                                            js::nameOf(scope.kind(*promise)));
+        }
+        return whenSettled(scope, *promise, std::move(fulfilled), std::move(rejected));
+    };
+    if (const auto asked = ask(); !asked) {
+        scope.context().reportUncaught(scope, asked.error());
+    }
 }
 
 } // namespace zem

@@ -7,12 +7,7 @@ namespace zem {
 namespace {
 
 std::optional<std::string> errorText(js::Scope& scope, js::Local reason) {
-    switch (scope.kind(reason)) {
-    case js::Kind::object:
-    case js::Kind::array:
-    case js::Kind::function:
-        break;
-    default:
+    if (!scope.isObject(reason)) {
         return std::nullopt;
     }
     static const js::Name name("error");

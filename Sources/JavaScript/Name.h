@@ -2,6 +2,7 @@
 
 // Property names, made once and used often.
 
+#include <string>
 #include <string_view>
 
 namespace zem::js {
@@ -16,6 +17,7 @@ class Name {
     Name& operator=(const Name&) = delete;
 
     void* get() const { return string; }
+    std::string text() const;
 
   private:
     void* string;

@@ -96,6 +96,10 @@ Kind Scope::kind(Local value) {
     return JSObjectIsFunction(context, engineObject(value)) ? Kind::function : Kind::object;
 }
 
+bool Scope::isObject(Local value) {
+    return JSValueIsObject(engineContext(engine), engineValue(value));
+}
+
 bool Scope::toBoolean(Local value) {
     return JSValueToBoolean(engineContext(engine), engineValue(value));
 }
@@ -150,7 +154,7 @@ Result<Local> Scope::get(Local object, const Name& name) {
 }
 
 Result<Local> Scope::getNamed(Local object, void* name) {
-    assert(JSValueIsObject(engineContext(engine), engineValue(object)));
+    assert(isObject(object));
     JSValueRef thrown = nullptr;
     JSValueRef value = JSObjectGetProperty(engineContext(engine), engineObject(object),
                                            static_cast<JSStringRef>(name), &thrown);
@@ -166,7 +170,7 @@ Result<Local> Scope::get(Local object, std::string_view name) {
 }
 
 Result<Local> Scope::getAt(Local object, unsigned index) {
-    assert(JSValueIsObject(engineContext(engine), engineValue(object)));
+    assert(isObject(object));
     JSValueRef thrown = nullptr;
     JSValueRef value =
         JSObjectGetPropertyAtIndex(engineContext(engine), engineObject(object), index, &thrown);
@@ -177,7 +181,7 @@ Result<Local> Scope::getAt(Local object, unsigned index) {
 }
 
 Result<bool> Scope::has(Local object, const Name& name) {
-    assert(JSValueIsObject(engineContext(engine), engineValue(object)));
+    assert(isObject(object));
     JSValueRef thrown = nullptr;
     JSValueRef key = JSValueMakeString(engineContext(engine), engineName(name));
     const bool found =
@@ -193,7 +197,7 @@ Result<void> Scope::set(Local object, const Name& name, Local value) {
 }
 
 Result<void> Scope::setNamed(Local object, void* name, Local value) {
-    assert(JSValueIsObject(engineContext(engine), engineValue(object)));
+    assert(isObject(object));
     JSValueRef thrown = nullptr;
     JSObjectSetProperty(engineContext(engine), engineObject(object), static_cast<JSStringRef>(name),
                         engineValue(value), kJSPropertyAttributeNone, &thrown);
@@ -209,7 +213,7 @@ Result<void> Scope::set(Local object, std::string_view name, Local value) {
 }
 
 Result<void> Scope::setAt(Local object, unsigned index, Local value) {
-    assert(JSValueIsObject(engineContext(engine), engineValue(object)));
+    assert(isObject(object));
     JSValueRef thrown = nullptr;
     JSObjectSetPropertyAtIndex(engineContext(engine), engineObject(object), index,
                                engineValue(value), &thrown);
@@ -229,7 +233,7 @@ Result<unsigned> Scope::length(Local array) {
 }
 
 Result<void> Scope::define(Local object, std::string_view name, Local value) {
-    assert(JSValueIsObject(engineContext(engine), engineValue(object)));
+    assert(isObject(object));
     JSContextRef context = engineContext(engine);
     const Local prototype(JSObjectGetPrototype(context, engineObject(object)));
     JSObjectSetPrototype(context, engineObject(object), engineValue(null()));
@@ -283,18 +287,17 @@ Result<Local> Scope::call(Local function, std::initializer_list<Local> arguments
 }
 
 Result<Local> Scope::callMethod(Local object, const Name& name, Arguments arguments) {
-    if (!JSValueIsObject(engineContext(engine), engineValue(object))) {
-        return fail(ErrorType::typeError, toUTF8(engineName(name)) + ": called on " +
-                                              nameOf(kind(object)) + ", which is no object");
+    if (!isObject(object)) {
+        return fail(ErrorType::typeError,
+                    name.text() + ": called on " + nameOf(kind(object)) + ", which is no object");
     }
     const Result<Local> method = get(object, name);
     if (!method) {
         return method;
     }
     if (kind(*method) != Kind::function) {
-        return fail(ErrorType::typeError, toUTF8(engineName(name)) +
-                                              ": expected a function, found " +
-                                              nameOf(kind(*method)));
+        return fail(ErrorType::typeError,
+                    name.text() + ": expected a function, found " + nameOf(kind(*method)));
     }
     return call(*method, arguments, object);
 }

@@ -58,6 +58,8 @@ class Scope {
 
     // Questions. None of them runs JavaScript. A proxy of an array is an object.
     Kind kind(Local value);
+    /// Whether it has properties: an object, an array or a function.
+    bool isObject(Local value);
     /// Only for the kind that the name says.
     bool toBoolean(Local value);
     double toNumber(Local value);

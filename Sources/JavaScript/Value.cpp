@@ -77,4 +77,8 @@ const char* nameOf(Kind kind) {
 Name::Name(std::string_view text)
     : string(makeString(text)) {}
 
+std::string Name::text() const {
+    return toUTF8(static_cast<JSStringRef>(string));
+}
+
 } // namespace zem::js

@@ -169,16 +169,28 @@ TEST_P(DraftManagerFault, OfARejectionHasTheTextOfItsReason) {
     EXPECT_EQ(runtime.uncaught.lines(), Lines{});
 }
 
-TEST_P(DraftManagerFault, OfAnAnswerThatIsNoPromiseIsToldOrSilence) {
-    for (const char* script :
-         {"undefined", "null", "7", "'text'", "true", "{}", "[]", "() => {}", "Symbol()", "7n"}) {
-        const std::size_t before = results.lines().size();
-        answerWith(*script == '{' ? "({})" : script);
+TEST_P(DraftManagerFault, OfAnAnswerThatIsNoPromiseIsToldOrReported) {
+    const std::pair<const char*, const char*> answers[] = {
+        {"undefined", "undefined"}, {"null", "null"},           {"7", "a number"},
+        {"'text'", "a string"},     {"true", "a boolean"},      {"({})", "an object"},
+        {"[]", "an array"},         {"() => {}", "a function"}, {"Symbol()", "a symbol"},
+        {"7n", "a BigInt"},
+    };
+    Lines told;
+    Lines reported;
+    for (const auto& [script, kind] : answers) {
+        answerWith(script);
         ask();
-        EXPECT_EQ(heard().size(), before + once(GetParam().withoutPromise).size()) << script;
+        if (*GetParam().withoutPromise == 0) {
+            reported.push_back(std::string("TypeError: ") + GetParam().function +
+                               ": expected a promise, found " + kind);
+        } else {
+            told.push_back(GetParam().withoutPromise);
+        }
+        EXPECT_EQ(results.lines(), told) << script;
+        EXPECT_EQ(runtime.uncaught.lines(), reported) << script;
     }
-    EXPECT_EQ(results.lines(),
-              *GetParam().withoutPromise == 0 ? Lines{} : Lines(10, GetParam().withoutPromise));
+    EXPECT_EQ(heard(), told);
 }
 
 TEST_P(DraftManagerFault, OfAThenThatCannotBeCalledIsReported) {

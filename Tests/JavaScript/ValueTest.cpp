@@ -157,6 +157,41 @@ TEST(Value, JSONIsWrittenAndRead) {
     });
 }
 
+TEST(Value, TheStringFormIsWhatStringGives) {
+    const Context context = test::makeContext();
+    context.perform([](Scope& scope) {
+        const auto formOf = [&](const char* script) {
+            return scope.stringForm(scope.evaluate(script, "test.js").value());
+        };
+        EXPECT_EQ(formOf("undefined"), "undefined");
+        EXPECT_EQ(formOf("null"), "null");
+        EXPECT_EQ(formOf("1.5"), "1.5");
+        EXPECT_EQ(formOf("''"), "");
+        EXPECT_EQ(formOf("Symbol('mark')"), "Symbol(mark)");
+        EXPECT_EQ(formOf("new Error('no')"), "Error: no");
+        EXPECT_EQ(formOf("({toString() { return 'mine' }})"), "mine");
+        EXPECT_EQ(formOf("({toString() { throw new Error('no') }})"), std::nullopt);
+        EXPECT_EQ(formOf("Object.create(null)"), std::nullopt);
+    });
+}
+
+TEST(Value, ObjectsArraysAndFunctionsHaveProperties) {
+    const Context context = test::makeContext();
+    context.perform([](Scope& scope) {
+        for (const char* script : {"({})", "[]", "(() => {})", "new Proxy({}, {})", "new Date()"}) {
+            EXPECT_TRUE(scope.isObject(scope.evaluate(script, "test.js").value())) << script;
+        }
+        for (const char* script : {"undefined", "null", "true", "1", "''", "Symbol()", "1n"}) {
+            EXPECT_FALSE(scope.isObject(scope.evaluate(script, "test.js").value())) << script;
+        }
+    });
+}
+
+TEST(Value, ANameHasItsText) {
+    static const zem::js::Name name("gr\u00f6\u00dfe");
+    EXPECT_EQ(name.text(), "gr\u00f6\u00dfe");
+}
+
 TEST(Value, AValueThatCannotBeMadeTextIsDescribedByItsKind) {
     const Context context = test::makeContext();
     context.perform([](Scope& scope) {

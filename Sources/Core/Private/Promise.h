@@ -20,4 +20,9 @@ bool isPromise(js::Scope& scope, js::Local answer);
 js::Result<void> whenSettled(js::Scope& scope, js::Local promise, SettledFunction fulfilled,
                              SettledFunction rejected);
 
+/// The same for the promise that a function of the runtime's object returns. What that throws, or
+/// that it returns no promise, goes to the context's uncaught handler.
+void callForPromise(js::Scope& scope, js::Local object, const js::Name& function,
+                    js::Arguments arguments, SettledFunction fulfilled, SettledFunction rejected);
+
 } // namespace zem
