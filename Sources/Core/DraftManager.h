@@ -3,7 +3,7 @@
 // The native entry into the runtime's draft queue.
 
 #include <zem/Core/DraftManagerProtocol.h>
-#include <zem/JavaScript/Scope.h>
+#include <zem/JavaScript/Context.h>
 #include <zem/Platform/Mutex.h>
 #include <zem/Platform/Queue.h>
 #include <zem/Platform/RunLoop.h>

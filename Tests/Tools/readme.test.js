@@ -13,17 +13,24 @@ const readme = fs.readFileSync(`${project}/README.md`, 'utf8');
 
 test('the README shows the programs as they are built', () => {
     const shown = [...readme.matchAll(/```cpp\n([^]*?)```/g)].map((match) => match[1]);
-    const built = ['embedding', 'subscribing'].map((name) => fs.readFileSync(`${project}/Examples/${name}/main.cpp`, 'utf8'));
+    const built = ['embedding', 'subscribing', 'drafts'].map((name) =>
+        fs.readFileSync(`${project}/Examples/${name}/main.cpp`, 'utf8'),
+    );
     assert.deepStrictEqual(shown, built);
 });
 
-test('the program that subscribes prints the answer', () => {
-    const { status, stdout, stderr } = spawnSync(`${process.env.ZEM_BUILD}/bin/zem-example-subscribing`, [], {
-        encoding: 'utf8',
-        timeout: 120_000,
+for (const [name, printed] of [
+    ['subscribing', '{"adapterId":"getAccounts","limit":2}\n'],
+    ['drafts', 'd1: Account\n'],
+]) {
+    test(`the program of ${name} prints what the runtime has`, () => {
+        const { status, stdout, stderr } = spawnSync(`${process.env.ZEM_BUILD}/bin/zem-example-${name}`, [], {
+            encoding: 'utf8',
+            timeout: 120_000,
+        });
+        assert.deepStrictEqual({ status, stdout }, { status: 0, stdout: printed }, stderr);
     });
-    assert.deepStrictEqual({ status, stdout }, { status: 0, stdout: '{"adapterId":"getAccounts","limit":2}\n' }, stderr);
-});
+}
 
 test('the program opens a store and counts its entries', (context) => {
     const folder = temporaryFolder(context);
