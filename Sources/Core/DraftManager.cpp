@@ -92,14 +92,14 @@ DraftManager::~DraftManager() {
     platform::mainQueue()->async(
         [registrations = std::array{std::move(unsubscribe), std::move(externalActionUnsubscribe)}] {
             for (const js::Function& registration : registrations) {
-                if (!registration) {
-                    continue;
+                if (registration) {
+                    // Not waited for: the main thread has other things to do.
+                    registration.context().async([registration](js::Scope& scope) {
+                        if (const auto answer = registration.call(scope); !answer) {
+                            report(scope, answer.error());
+                        }
+                    });
                 }
-                enterRuntime(registration.context(), [&](js::Scope& scope) {
-                    if (const auto answer = registration.call(scope); !answer) {
-                        report(scope, answer.error());
-                    }
-                });
             }
         });
 }

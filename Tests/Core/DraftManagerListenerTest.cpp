@@ -220,7 +220,7 @@ TEST_F(DraftManagerListener, MayDestroyTheManager) {
     report("queue(), 'started'");
     heard.wait(1);
     report("queue(), 'stopped'");
-    test::runMainQueue();
+    runtime.runMainQueue();
     EXPECT_EQ(runtime.calls.lines().back(), "unregister()");
     EXPECT_EQ(heard.lines(), Lines{"called"});
 }

@@ -256,7 +256,7 @@ TEST(DraftManager, EndsTheRegistrationsOnTheMainQueueWhenItIsGone) {
     manager.reset();
     EXPECT_TRUE(life.expired());
     EXPECT_EQ(runtime.calls.lines().size(), 2u);
-    test::runMainQueue();
+    runtime.runMainQueue();
     EXPECT_THAT(runtime.calls.lines(),
                 ElementsAre(registration, R"(setCustomActionExecutor("EXTERNAL_ACTION", function))",
                             "unregister()", "unset()"));
@@ -269,7 +269,7 @@ TEST(DraftManager, HasNothingToEndWhereTheRuntimeGaveNoFunctions) {
     manager->setExternalActionExecutor({}, [](const auto&) {});
     runtime.resolve(0, "undefined");
     manager.reset();
-    test::runMainQueue();
+    runtime.runMainQueue();
     EXPECT_EQ(runtime.calls.lines(),
               Lines{R"(setCustomActionExecutor("EXTERNAL_ACTION", function))"});
     EXPECT_EQ(runtime.uncaught.lines(), Lines{});
@@ -290,7 +290,7 @@ TEST(DraftManager, DropsCompletionsThatItDoesNotLiveToSee) {
     runtime.resolve(2, "item('d1')");
     EXPECT_EQ(results.wait(1), Lines{"add: d1"});
     handle->unsubscribe();
-    test::runMainQueue();
+    runtime.runMainQueue();
     EXPECT_EQ(runtime.calls.lines().back(), "unregister()");
     EXPECT_EQ(results.lines().size(), 1u);
 }

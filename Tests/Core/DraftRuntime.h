@@ -162,6 +162,12 @@ class DraftRuntime {
         return zem::DraftManager::create(value("draftManager"), batch, handOverQueue);
     }
 
+    /// Runs what the main queue holds, and what that asks of the runtime.
+    void runMainQueue() {
+        test::runMainQueue();
+        context.perform([](zem::js::Scope&) {});
+    }
+
     /// Settles the promise of the call of this number, from 0.
     void resolve(int call, std::string_view script) { settle("resolve", call, script); }
     void reject(int call, std::string_view script) { settle("reject", call, script); }

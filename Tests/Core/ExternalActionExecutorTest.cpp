@@ -188,7 +188,7 @@ TEST_F(ExternalActionExecution, IsReplacedByEndingTheRegistrationBefore) {
         (Lines{"register(function)", R"(setCustomActionExecutor("EXTERNAL_ACTION", function))",
                "unset first()", R"(setCustomActionExecutor("EXTERNAL_ACTION", function))"}));
     manager.reset();
-    test::runMainQueue();
+    runtime.runMainQueue();
     const Lines all = runtime.calls.lines();
     EXPECT_EQ(Lines(all.end() - 2, all.end()), (Lines{"unregister()", "unset second()"}));
 }
