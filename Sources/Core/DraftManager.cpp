@@ -69,7 +69,7 @@ bool follow(js::Scope& scope, const js::Result<js::Local>& answer, SettledFuncti
 
 std::shared_ptr<DraftManager> DraftManager::create(js::Value draftManager,
                                                    const DraftManagerBatch& batching,
-                                                   std::shared_ptr<platform::Queue> queue) {
+                                                   const std::shared_ptr<platform::Queue>& queue) {
     if (!draftManager) {
         throw std::invalid_argument("DraftManager: expected the runtime's object, found no value");
     }

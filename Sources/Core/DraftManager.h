@@ -43,7 +43,7 @@ class DraftManager final : public BatchingDraftManagerProtocol,
     /// Throws std::invalid_argument when `draftManager` holds nothing or there is no queue.
     static std::shared_ptr<DraftManager> create(js::Value draftManager,
                                                 const DraftManagerBatch& batching,
-                                                std::shared_ptr<platform::Queue> queue);
+                                                const std::shared_ptr<platform::Queue>& queue);
     ~DraftManager() override;
     DraftManager(const DraftManager&) = delete;
     DraftManager& operator=(const DraftManager&) = delete;
