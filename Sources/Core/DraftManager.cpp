@@ -361,6 +361,8 @@ void DraftManager::setExternalActionExecutor(ExternalActionExecutor executor,
     }
     bool isPromised = false;
     const bool isEntered = enterRuntime(draftManager.context(), [&](js::Scope& scope) {
+        // A promise that is rejected already is heard of before it counts as one that nobody hears.
+        const js::Sequence sequence(scope);
         if (ended) {
             if (const auto answer = ended.call(scope); !answer) {
                 report(scope, answer.error());

@@ -41,10 +41,13 @@ js::Result<void> whenSettled(js::Scope& scope, js::Local promise, SettledFunctio
 void callForPromise(js::Scope& scope, js::Local object, const js::Name& function,
                     js::Arguments arguments, SettledFunction fulfilled, SettledFunction rejected) {
     const auto ask = [&]() -> js::Result<void> {
+        // A promise that is rejected already is heard of before it counts as one that nobody hears.
+        const js::Sequence sequence(scope);
         const js::Result<js::Local> promise = scope.callMethod(object, function, arguments);
         if (!promise) {
             return std::unexpected(promise.error());
         }
+        // It is given no functions: the engine would keep them, and what they hold, for long.
         if (!isPromise(scope, *promise)) {
             return scope.fail(js::ErrorType::typeError, function.text() +
                                                             ": expected a promise, found " +

@@ -106,6 +106,16 @@ TEST_P(DraftManagerFault, OfAPromiseThatIsNeverSettledIsSilence) {
     EXPECT_EQ(results.lines(), Lines{});
 }
 
+TEST_P(DraftManagerFault, OfAPromiseThatWasRejectedBeforeIsHandled) {
+    ASSERT_TRUE(runtime.context.setRejectionHandler(
+        [this](js::Scope&, const js::Exception& reason) { runtime.uncaught.add(reason.text()); }));
+    answerWith("Promise.reject('early')");
+    ask();
+    EXPECT_EQ(heard(), Lines{"promiseRejection early"});
+    EXPECT_EQ(runtime.uncaught.lines(), Lines{});
+    runtime.context.setRejectionHandler(nullptr);
+}
+
 TEST_P(DraftManagerFault, OfAPromiseThatIsSettledTwiceIsNone) {
     answerWith("({ then(fulfilled, rejected) {"
                "    fulfilled(" +
@@ -228,6 +238,17 @@ TEST_P(DraftManagerFault, OfAFunctionThatThrowsIsReported) {
         std::string("TypeError: ") + GetParam().function + ": expected a function, found ";
     EXPECT_EQ(runtime.uncaught.lines(), (Lines{"Error: mine", expected + "undefined",
                                                "Error: a getter", expected + "a number"}));
+}
+
+TEST_P(DraftManagerFault, OfAnAnswerThatIsNoPromiseLetsGoOfTheCompletion) {
+    std::weak_ptr<int> token;
+    for (const char* value : {"undefined", "7", "({})"}) {
+        runtime.run(std::string("on.getQueue = () => ") + value);
+        auto held = std::make_shared<int>();
+        token = held;
+        manager->getDraftQueue([held = std::move(held)](const auto&) {});
+        EXPECT_TRUE(token.expired()) << value;
+    }
 }
 
 TEST_P(DraftManagerFault, OfACallerWithoutACompletionIsNone) {

@@ -169,6 +169,15 @@ TEST_F(DraftQueueTest, FailsWithTheErrorOfARejectionsReason) {
     EXPECT_EQ(runtime.uncaught.lines(), Lines{});
 }
 
+TEST_F(DraftQueueTest, HandlesAPromiseThatWasRejectedBefore) {
+    ASSERT_TRUE(runtime.context.setRejectionHandler(
+        [this](js::Scope&, const js::Exception& reason) { runtime.uncaught.add(reason.text()); }));
+    processing("return Promise.reject({ error: 'early' });")->processNextAction(response());
+    EXPECT_EQ(runtime.lines(), Lines{"rejected: early"});
+    EXPECT_EQ(runtime.uncaught.lines(), Lines{});
+    runtime.context.setRejectionHandler(nullptr);
+}
+
 TEST_F(DraftQueueTest, SaysThatThereIsNoErrorToAReasonThatIsAText) {
     std::optional<Outcome> heard;
     processing("return Promise.reject('offline');")->processNextAction([&](Outcome outcome) {
