@@ -1,6 +1,6 @@
 #include "Calls.h"
 
-#include "CommandParser.h"
+#include "CommandFailure.h"
 #include "Failure.h"
 
 #include <fmt/format.h>
@@ -13,13 +13,20 @@ namespace zem::host {
 /// Guarded by the mutex of its Calls, but for what is const.
 class Call {
   public:
-    Call(Calls::Kind kind, CommandOrigin given, const std::string& adapterId)
+    Call(Calls::Kind kind, RuntimePart part, CommandOrigin given, const std::string& what)
         : kind(kind)
+        , part(part)
         , origin(std::move(given))
         , label(kind == Calls::Kind::ttl ? fmt::format("ttl {}", *origin.name)
-                                         : fmt::format("{} {}", *origin.name, adapterId)) {}
+                                         : fmt::format("{} {}", *origin.name, what)) {}
+
+    /// The run waits for it.
+    bool isAnsweredOnce() const {
+        return kind == Calls::Kind::invocation || kind == Calls::Kind::drafts;
+    }
 
     const Calls::Kind kind;
+    const RuntimePart part;
     const CommandOrigin origin;
     const std::string label;
     bool isSettled = false;
@@ -28,16 +35,50 @@ class Call {
     std::unique_ptr<tessel::ActivityToken> token;
 };
 
+/// What the copies of a CallAnswer share.
+class Calls::Answer {
+  public:
+    Answer(std::shared_ptr<Calls> calls, std::shared_ptr<Call> call)
+        : calls(std::move(calls))
+        , call(std::move(call)) {}
+    ~Answer() { calls->dropped(*call); }
+    Answer(const Answer&) = delete;
+    Answer& operator=(const Answer&) = delete;
+
+    void arrived(const CallResult& result) const { calls->arrived(*call, result); }
+
+  private:
+    const std::shared_ptr<Calls> calls;
+    const std::shared_ptr<Call> call;
+};
+
+namespace {
+
+char initialOf(Calls::Kind kind) {
+    switch (kind) {
+    case Calls::Kind::subscription:
+        return 's';
+    case Calls::Kind::drafts:
+    case Calls::Kind::draftsOrder:
+        return 'd';
+    default:
+        return 'i';
+    }
+}
+
+} // namespace
+
 Calls::Calls(Report report, std::shared_ptr<Ending> ending,
              std::shared_ptr<tessel::Activity> activity)
     : report(std::move(report))
     , ending(std::move(ending))
     , activity(std::move(activity)) {}
 
-std::shared_ptr<Call> Calls::add(Kind kind, CommandOrigin origin, const std::string& adapterId) {
+std::shared_ptr<Call> Calls::add(Kind kind, RuntimePart part, CommandOrigin origin,
+                                 const std::string& what) {
     const platform::Lock lock(mutex);
     if (kind == Kind::ttl) {
-        auto call = std::make_shared<Call>(kind, std::move(origin), "");
+        auto call = std::make_shared<Call>(kind, part, std::move(origin), "");
         std::erase_if(ttls, [&](const auto& before) {
             return before->isSettled || before->origin.name == call->origin.name;
         });
@@ -45,17 +86,19 @@ std::shared_ptr<Call> Calls::add(Kind kind, CommandOrigin origin, const std::str
         return call;
     }
     if (!origin.name) {
+        const char initial = initialOf(kind);
         do {
-            origin.name = kind == Kind::invocation ? fmt::format("i{}", ++invocations)
-                                                   : fmt::format("s{}", ++subscriptions);
+            origin.name = fmt::format("{}{}", initial, ++counts[initial]);
         } while (named.contains(*origin.name));
     } else if (named.contains(*origin.name)) {
         throw CommandFailure(fmt::format("the name \"{}\" is taken", *origin.name));
     }
-    auto call = std::make_shared<Call>(kind, std::move(origin), adapterId);
-    if (kind == Kind::invocation && isReady) {
+    auto call = std::make_shared<Call>(kind, part, std::move(origin), what);
+    if (call->isAnsweredOnce() && ready.contains(part)) {
         call->token = std::make_unique<tessel::ActivityToken>(activity);
     }
+    // Whoever asks waits until the runtime has been told, where there is one.
+    call->isSettled = kind == Kind::draftsOrder && ready.contains(part);
     named.emplace(*call->origin.name, call);
     return call;
 }
@@ -64,16 +107,20 @@ const std::string& Calls::nameOf(const Call& call) {
     return *call.origin.name;
 }
 
-std::shared_ptr<Call> Calls::removeSubscription(const std::string& name) {
+void Calls::removeSubscription(const std::string& name) {
     const platform::Lock lock(mutex);
     const auto found = named.find(name);
     if (found == named.end() || found->second->kind != Kind::subscription) {
         throw CommandFailure(fmt::format("there is no subscription \"{}\"", name));
     }
-    std::shared_ptr<Call> removed = found->second;
-    removed->isRemoved = true;
+    found->second->isRemoved = true;
     named.erase(found);
-    return removed;
+}
+
+void Calls::remove(Call& call) {
+    const platform::Lock lock(mutex);
+    call.isRemoved = true;
+    named.erase(nameOf(call));
 }
 
 std::vector<std::string> Calls::subscriptionNames() const {
@@ -87,7 +134,7 @@ std::vector<std::string> Calls::subscriptionNames() const {
     return names;
 }
 
-void Calls::arrived(Call& call, const DataServiceResult& result) {
+void Calls::arrived(Call& call, const CallResult& result) {
     {
         const platform::Lock lock(mutex);
         if (call.isRemoved) {
@@ -99,20 +146,31 @@ void Calls::arrived(Call& call, const DataServiceResult& result) {
     }
     if (result) {
         report.data(call.origin, call.label, *result);
-    } else if (call.kind == Kind::invocation) {
-        failed(call.origin, call.label, result.error().errorDescription());
-    } else {
+    } else if (call.kind == Kind::subscription) {
         // The subscription goes on: a failure is one of the results that it may have.
-        report.failure(call.origin, call.label, result.error().errorDescription());
+        report.failure(call.origin, call.label, result.error());
+    } else {
+        failed(call.origin, call.label, result.error());
     }
     settle(call);
 }
 
-void Calls::ttlSet(Call& call, std::int64_t ttl) {
-    if (!ending->requested()) {
-        report.data(call.origin, call.label, ttl);
+CallAnswer Calls::answer(std::shared_ptr<Call> call) {
+    return [shared = std::make_shared<const Answer>(shared_from_this(), std::move(call))](
+               const CallResult& result) {
+        shared->arrived(result);
+    };
+}
+
+void Calls::dropped(Call& call) {
+    {
+        const platform::Lock lock(mutex);
+        if (call.isSettled) {
+            return;
+        }
     }
-    settle(call);
+    arrived(call,
+            std::unexpected("dropped unanswered, by the runtime or for a later command like it"));
 }
 
 void Calls::settle(Call& call) {
@@ -130,42 +188,42 @@ void Calls::settle(Call& call) {
     }
 }
 
-void Calls::runtimeReady() {
-    const platform::Lock lock(mutex);
-    isReady = true;
-    for (const auto& [name, call] : named) {
-        if (call->kind == Kind::invocation && !call->isSettled) {
-            call->token = std::make_unique<tessel::ActivityToken>(activity);
-        }
-    }
-}
-
-void Calls::runtimeFailed(const std::string& why) {
-    std::vector<std::shared_ptr<Call>> pending;
+void Calls::runtimeIsMissing(const MissingParts& missing) {
+    std::vector<std::shared_ptr<Call>> told;
+    std::vector<std::shared_ptr<Call>> failing;
     {
         const platform::Lock lock(mutex);
-        for (const auto& [name, call] : named) {
-            pending.push_back(call);
+        for (const RuntimePart part :
+             {RuntimePart::dataService, RuntimePart::draftManager, RuntimePart::draftQueue}) {
+            if (!missing.contains(part)) {
+                ready.insert(part);
+            }
         }
-        pending.insert(pending.end(), ttls.begin(), ttls.end());
-        std::erase_if(pending, [](const auto& call) { return call->isSettled; });
+        failing = ttls;
+        for (const auto& [name, call] : named) {
+            failing.push_back(call);
+        }
+        std::erase_if(failing, [](const auto& call) { return call->isSettled; });
+        for (const auto& call : failing) {
+            if (!ready.contains(call->part)) {
+                continue;
+            }
+            if (call->kind == Kind::draftsOrder) {
+                told.push_back(call);
+            } else if (call->isAnsweredOnce() && call->token == nullptr) {
+                call->token = std::make_unique<tessel::ActivityToken>(activity);
+            }
+        }
+        std::erase_if(failing, [this](const auto& call) { return ready.contains(call->part); });
     }
-    std::ranges::sort(pending, {}, [](const auto& call) { return call->origin.line; });
-    for (const auto& call : pending) {
-        failed(call->origin, call->label, why);
+    for (const auto& call : told) {
         settle(*call);
     }
-}
-
-bool Calls::anyPending() const {
-    const auto isPending = [](const auto& call) {
-        return !call->isSettled;
-    };
-    const platform::Lock lock(mutex);
-    return !isReady && (std::ranges::any_of(ttls, isPending) ||
-                        std::ranges::any_of(named, isPending, [](const auto& entry) -> auto& {
-                            return entry.second;
-                        }));
+    std::ranges::sort(failing, {}, [](const auto& call) { return call->origin.line; });
+    for (const auto& call : failing) {
+        failed(call->origin, call->label, missing.at(call->part));
+        settle(*call);
+    }
 }
 
 void Calls::failed(const CommandOrigin& origin, const std::string& label,
@@ -195,22 +253,27 @@ std::vector<std::shared_ptr<Call>> Calls::awaited(const std::optional<std::strin
     }
     const auto found = named.find(*name);
     if (found == named.end()) {
-        throw CommandFailure(
-            fmt::format("there is neither a subscription nor an invocation \"{}\"", *name));
+        throw CommandFailure(fmt::format("there is nothing called \"{}\" to wait for", *name));
     }
     calls.push_back(found->second);
     return calls;
 }
 
-std::vector<std::string> Calls::silent(const std::vector<std::shared_ptr<Call>>& calls) const {
-    std::vector<std::string> labels;
+Calls::Silence Calls::silent(const std::vector<std::shared_ptr<Call>>& calls,
+                             const MissingParts& missing) const {
+    Silence silence;
     const platform::Lock lock(mutex);
     for (const auto& call : calls) {
-        if (!call->isSettled) {
-            labels.push_back(call->label);
+        if (call->isSettled) {
+            continue;
+        }
+        silence.labels.push_back(call->label);
+        const auto found = missing.find(call->part);
+        if (found != missing.end() && !silence.reason) {
+            silence.reason = found->second;
         }
     }
-    return labels;
+    return silence;
 }
 
 void Calls::setChangeHandler(std::function<void()> handler) {

@@ -1,21 +1,22 @@
 #pragma once
 
-// What the commands have asked of the data service, and what came of it.
+// What the commands have asked of the runtime, and what came of it.
 
 #include "Ending.h"
 #include "Report.h"
-#include <zem/Core/DataServiceResult.h>
+#include "RuntimeParts.h"
 #include <zem/Platform/Mutex.h>
 #include <zem/Platform/RunLoop.h>
 #include <zem/Tessel/Activity.h>
 
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
+#include <expected>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -23,37 +24,55 @@ namespace zem::host {
 
 class Call;
 
+/// What came of a call, or the text of its failure.
+using CallResult = std::expected<Shown, std::string>;
+
+/// Called with what comes of a call, on any thread. A call that is answered by nothing has failed
+/// when the last copy is gone.
+using CallAnswer = std::function<void(const CallResult&)>;
+
 /// Prints what arrives; answers what is still awaited. Thread-safe.
-class Calls {
+class Calls : public std::enable_shared_from_this<Calls> {
   public:
-    enum class Kind { invocation, subscription, ttl };
+    enum class Kind {
+        invocation,
+        subscription,
+        ttl,
+        /// An operation on drafts that is answered.
+        drafts,
+        /// One that is not: it is done when the runtime has been told.
+        draftsOrder
+    };
 
     Calls(Report report, std::shared_ptr<Ending> ending,
           std::shared_ptr<tessel::Activity> activity);
 
     /// The origin's name is the call's; where it has none it gets one: i1, i2 ... for invocations,
-    /// s1, s2 ... for subscriptions. Throws a CommandFailure when the name is taken. A TTL replaces
-    /// the one before that was not heard of.
-    std::shared_ptr<Call> add(Kind kind, CommandOrigin origin, const std::string& adapterId);
+    /// s1, s2 ... for subscriptions, d1, d2 ... for drafts. Throws a CommandFailure when the name
+    /// is taken. `what` follows the name where people read it. A TTL replaces the one before that
+    /// was not heard of.
+    std::shared_ptr<Call> add(Kind kind, RuntimePart part, CommandOrigin origin,
+                              const std::string& what);
 
     static const std::string& nameOf(const Call& call);
 
     /// Takes a subscription out. Throws a CommandFailure when there is none of that name.
-    std::shared_ptr<Call> removeSubscription(const std::string& name);
+    void removeSubscription(const std::string& name);
+
+    /// Takes a call out: what comes for it is dropped.
+    void remove(Call& call);
 
     std::vector<std::string> subscriptionNames() const;
 
-    /// A result is there. What comes for a subscription that was taken out is dropped.
-    void arrived(Call& call, const DataServiceResult& result);
-    void ttlSet(Call& call, std::int64_t ttl);
+    /// A result is there.
+    void arrived(Call& call, const CallResult& result);
 
-    /// There is a runtime: from now on the run does not end before the invocations are answered.
-    void runtimeReady();
-    /// There is none: what was recorded has failed, once.
-    void runtimeFailed(const std::string& why);
+    /// The same for a call that is answered once.
+    CallAnswer answer(std::shared_ptr<Call> call);
 
-    /// Something was asked for that needs a runtime, and nothing has come.
-    bool anyPending() const;
+    /// It is known which parts of the runtime are there: the run does not end before these have
+    /// answered, and what was asked of the others has failed, once.
+    void runtimeIsMissing(const MissingParts& missing);
 
     /// A failed command: prints the text, and ends the run where the command must not fail.
     void failed(const CommandOrigin& origin, const std::string& label, const std::string& error);
@@ -61,13 +80,22 @@ class Calls {
     /// What is waited for, the named one or everything asked for so far. Throws a CommandFailure
     /// when there is none of that name.
     std::vector<std::shared_ptr<Call>> awaited(const std::optional<std::string>& name) const;
-    /// Those that are silent.
-    std::vector<std::string> silent(const std::vector<std::shared_ptr<Call>>& calls) const;
+
+    struct Silence {
+        /// The labels of those that are silent.
+        std::vector<std::string> labels;
+        /// Why one of them cannot be answered: its part of the runtime is missing.
+        std::optional<std::string> reason;
+    };
+    Silence silent(const std::vector<std::shared_ptr<Call>>& calls,
+                   const MissingParts& missing) const;
 
     /// Called, with no lock held, whenever something may have changed for who waits.
     void setChangeHandler(std::function<void()> handler);
 
   private:
+    class Answer;
+    void dropped(Call& call);
     void settle(Call& call);
 
     const Report report;
@@ -78,9 +106,8 @@ class Calls {
     mutable platform::Mutex mutex;
     std::map<std::string, std::shared_ptr<Call>> named;
     std::vector<std::shared_ptr<Call>> ttls;
-    std::size_t invocations = 0;
-    std::size_t subscriptions = 0;
-    bool isReady = false;
+    std::map<char, std::size_t> counts;
+    std::set<RuntimePart> ready;
     std::function<void()> changeHandler;
 };
 

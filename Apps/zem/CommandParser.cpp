@@ -1,5 +1,7 @@
 #include "CommandParser.h"
 
+#include "Arguments.h"
+#include "CommandFailure.h"
 #include "Words.h"
 #include <zem/Tessel/JSON.h>
 
@@ -15,32 +17,19 @@ namespace zem::host {
 
 namespace {
 
-using Words = std::vector<std::string>;
-
 constexpr std::array<std::string_view, 3> subscribeOptions{"--priority", "--cache-policy", "--as"};
 constexpr std::array<std::string_view, 4> invokeOptions{"--priority", "--cache-policy",
                                                         "--metadata", "--replace-draft"};
 constexpr std::array<std::string_view, 1> waitOptions{"--for"};
 constexpr std::array<std::string_view, 2> ttlArguments{"record", "metadata"};
 
-constexpr std::array<CommandShape, 8> shapes{{
-    {"subscribe", subscribeOptions, {}},
-    {"unsubscribe", {}, {}, true},
-    {"invoke", invokeOptions, {}},
-    {"ttl", {}, ttlArguments},
-    {"wait", waitOptions, {}, true},
-    {"sql", {}, {}},
-    {"eval", {}, {}},
-    {"quit", {}, {}},
-}};
-
 /// The options of one command. The words are the command's own: none of them asks for help.
 class CommandOptions : public CLI::App {
   public:
     CommandOptions() { set_help_flag(); }
 
-    void read(const Words& words) {
-        Words backwards(words.rbegin(), words.rend());
+    void read(const Arguments& words) {
+        Arguments backwards(words.rbegin(), words.rend());
         try {
             parse(backwards);
         } catch (const CLI::ParseError& error) {
@@ -95,7 +84,7 @@ class ContextOptions {
     CLI::Option* policyOption;
 };
 
-Command parseSubscribe(const Words& words) {
+Command parseSubscribe(const Arguments& words) {
     SubscribeCommand command;
     CommandOptions options;
     options.add_option("ADAPTER", command.adapterId)->required();
@@ -110,25 +99,13 @@ Command parseSubscribe(const Words& words) {
     return command;
 }
 
-Metadata parseMetadata(const Words& pairs) {
-    Metadata metadata;
-    for (const std::string& pair : pairs) {
-        const std::size_t equals = pair.find('=');
-        if (equals == std::string::npos) {
-            throw CommandFailure(fmt::format("--metadata {}: expected KEY=VALUE", pair));
-        }
-        metadata[pair.substr(0, equals)] = pair.substr(equals + 1);
-    }
-    return metadata;
-}
-
-Command parseInvoke(const Words& words) {
+Command parseInvoke(const Arguments& words) {
     InvokeCommand command;
     CommandOptions options;
     options.add_option("ADAPTER", command.adapterId)->required();
     options.add_option("CONFIG", command.config)->required();
     const ContextOptions context(options);
-    Words pairs;
+    Arguments pairs;
     std::string draftId;
     CLI::Option* metadata =
         options.add_option("--metadata", pairs)->type_name("KEY=VALUE")->allow_extra_args(false);
@@ -140,7 +117,7 @@ Command parseInvoke(const Words& words) {
     options.read(words);
     command.requestContext = context.read();
     if (metadata->count() > 0) {
-        command.specialOperation = SpecialOperation::setMetadata(parseMetadata(pairs));
+        command.specialOperation = SpecialOperation::setMetadata(parsePairs(pairs, "--metadata"));
     } else if (replace->count() > 0) {
         command.specialOperation = SpecialOperation::replaceDraft(draftId);
     }
@@ -159,7 +136,7 @@ platform::Seconds secondsOf(const std::string& text) {
     return platform::Seconds(seconds);
 }
 
-Command parseWait(const Words& words) {
+Command parseWait(const Arguments& words) {
     WaitCommand command;
     std::string seconds;
     CommandOptions options;
@@ -170,18 +147,12 @@ Command parseWait(const Words& words) {
     return command;
 }
 
-void expectCount(const Words& words, std::size_t count, const char* usage) {
-    if (words.size() != count) {
-        throw CommandFailure(fmt::format("expected: {}", usage));
-    }
-}
-
-Command parseUnsubscribe(const Words& words) {
+Command parseUnsubscribe(const Arguments& words) {
     expectCount(words, 1, "unsubscribe NAME");
     return UnsubscribeCommand{words[0]};
 }
 
-Command parseTTL(const Words& words) {
+Command parseTTL(const Arguments& words) {
     constexpr const char* usage = "ttl record|metadata N";
     expectCount(words, 2, usage);
     const auto* found = std::ranges::find(ttlArguments, words[0]);
@@ -219,7 +190,7 @@ SQLiteValue parameterOf(const std::string& word) {
     return word;
 }
 
-Command parseSQL(const Words& words) {
+Command parseSQL(const Arguments& words) {
     if (words.empty()) {
         throw CommandFailure("expected: sql TEXT [PARAM...]");
     }
@@ -241,7 +212,11 @@ Command parseEval(std::string_view text, const std::vector<Word>& words) {
     return EvalCommand{std::string(text.substr(words[1].begin))};
 }
 
-Command parseQuit(const Words& words) {
+Command parseDraftsLine(const Arguments& words) {
+    return parseDrafts(words);
+}
+
+Command parseQuit(const Arguments& words) {
     expectCount(words, 0, "quit");
     return QuitCommand{};
 }
@@ -281,15 +256,19 @@ Command parseCommand(std::string_view text) {
     if (!std::ranges::all_of(words, &Word::isComplete)) {
         throw CommandFailure("a quote is not closed");
     }
-    Words arguments;
+    Arguments arguments;
     for (std::size_t index = 1; index < words.size(); ++index) {
         arguments.push_back(words[index].text);
     }
-    using Parse = Command (*)(const Words&);
+    using Parse = Command (*)(const Arguments&);
     static constexpr std::pair<std::string_view, Parse> parsers[] = {
-        {"subscribe", parseSubscribe}, {"unsubscribe", parseUnsubscribe},
-        {"invoke", parseInvoke},       {"ttl", parseTTL},
-        {"wait", parseWait},           {"sql", parseSQL},
+        {"subscribe", parseSubscribe},
+        {"unsubscribe", parseUnsubscribe},
+        {"invoke", parseInvoke},
+        {"ttl", parseTTL},
+        {"drafts", parseDraftsLine},
+        {"wait", parseWait},
+        {"sql", parseSQL},
         {"quit", parseQuit},
     };
     for (const auto& [known, parse] : parsers) {
@@ -301,6 +280,17 @@ Command parseCommand(std::string_view text) {
 }
 
 std::span<const CommandShape> commandShapes() {
+    static const std::array<CommandShape, 9> shapes{{
+        {"subscribe", subscribeOptions, {}},
+        {"unsubscribe", {}, {}, true},
+        {"invoke", invokeOptions, {}},
+        {"ttl", {}, ttlArguments},
+        {"drafts", {}, {}, false, draftsShapes()},
+        {"wait", waitOptions, {}, true},
+        {"sql", {}, {}},
+        {"eval", {}, {}},
+        {"quit", {}, {}},
+    }};
     return shapes;
 }
 

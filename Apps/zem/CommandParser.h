@@ -2,6 +2,8 @@
 
 // What a line of commands asks for.
 
+#include "CommandShape.h"
+#include "DraftsCommand.h"
 #include <zem/Core/AdapterRequestContext.h>
 #include <zem/Core/MutatingWireSubscription.h>
 #include <zem/Platform/RunLoop.h>
@@ -10,7 +12,6 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -59,13 +60,7 @@ struct EvalCommand {
 struct QuitCommand {};
 
 using Command = std::variant<SubscribeCommand, UnsubscribeCommand, InvokeCommand, TTLCommand,
-                             WaitCommand, SQLCommand, EvalCommand, QuitCommand>;
-
-/// A command that cannot be carried out, with the text that says why.
-class CommandFailure : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
+                             DraftsCommand, WaitCommand, SQLCommand, EvalCommand, QuitCommand>;
 
 /// A line that is no comment.
 struct CommandText {
@@ -86,15 +81,6 @@ Command parseCommand(std::string_view text);
 /// How long `wait` waits when nothing is said.
 inline constexpr platform::Seconds defaultWaitLimit(30);
 
-/// For those who complete what is being typed: a command's name, options, and the words that may
-/// follow it.
-struct CommandShape {
-    std::string_view name;
-    std::span<const std::string_view> options;
-    std::span<const std::string_view> arguments;
-    /// The name of a subscription may follow it.
-    bool takesName = false;
-};
 std::span<const CommandShape> commandShapes();
 
 } // namespace zem::host

@@ -1,5 +1,6 @@
 #include "Commands.h"
 
+#include "CommandFailure.h"
 #include "Failure.h"
 #include "Rows.h"
 #include <zem/Core/DataServiceProtocol.h>
@@ -15,11 +16,18 @@ namespace {
 
 constexpr const char* interrupted = "interrupted";
 
+CallResult resultOf(const DataServiceResult& result) {
+    if (!result) {
+        return std::unexpected(result.error().errorDescription());
+    }
+    return show(*result);
+}
+
 } // namespace
 
 std::shared_ptr<Commands> Commands::create(Surroundings surroundings) {
     std::shared_ptr<Commands> commands(new Commands(std::move(surroundings)));
-    commands->calls.setChangeHandler([weak = commands->weak_from_this()] {
+    commands->calls->setChangeHandler([weak = commands->weak_from_this()] {
         if (const auto alive = weak.lock()) {
             alive->changed();
         }
@@ -30,21 +38,15 @@ std::shared_ptr<Commands> Commands::create(Surroundings surroundings) {
 Commands::Commands(Surroundings surroundings)
     : around(std::move(surroundings))
     , report(around.json, around.source)
-    , calls(report, around.ending, around.activity) {}
+    , calls(std::make_shared<Calls>(report, around.ending, around.activity))
+    , drafts(calls, [this](auto question) { ask(std::move(question)); }) {}
 
 Commands::~Commands() = default;
 
 Runtime::Listener Commands::listener() {
-    return {[weak = weak_from_this()] {
-                if (const auto alive = weak.lock()) {
-                    alive->calls.runtimeReady();
-                }
-            },
-            [weak = weak_from_this()](const std::string& why) {
-                if (const auto alive = weak.lock()) {
-                    alive->calls.runtimeFailed(why);
-                }
-            }};
+    return [calls = calls](const MissingParts& missing) {
+        calls->runtimeIsMissing(missing);
+    };
 }
 
 void Commands::start(std::unique_ptr<LineSource> fromLines, Runtime& withRuntime,
@@ -81,11 +83,7 @@ void Commands::idle() {
             return;
         }
     }
-    if (calls.anyPending()) {
-        if (const auto why = runtime->whyNotReady()) {
-            calls.runtimeFailed(*why);
-        }
-    }
+    calls->runtimeIsMissing(runtime->missing());
     around.ending->request(exitDone);
 }
 
@@ -144,41 +142,40 @@ void Commands::perform(const CommandText& text, std::size_t line) {
     try {
         std::visit([&](const auto& command) { perform(command, origin); }, parseCommand(text.text));
     } catch (const CommandFailure& failure) {
-        calls.failed(origin, "", failure.what());
+        calls->failed(origin, "", failure.what());
     }
 }
 
 void Commands::perform(const SubscribeCommand& command, CommandOrigin origin) {
     origin.name = command.name;
-    const auto call = calls.add(Calls::Kind::subscription, std::move(origin), command.adapterId);
+    const auto call = calls->add(Calls::Kind::subscription, RuntimePart::dataService,
+                                 std::move(origin), command.adapterId);
     auto unsubscribe = std::make_shared<Unsubscribe>();
     unsubscribes[Calls::nameOf(*call)] = unsubscribe;
-    ask([weak = weak_from_this(), call, command,
-         unsubscribe = std::move(unsubscribe)](DataServiceProtocol& service) {
-        *unsubscribe =
-            service.subscribeToAdapter(command.adapterId, command.config, command.requestContext,
-                                       [weak, call](const DataServiceResult& result) {
-                                           if (const auto alive = weak.lock()) {
-                                               alive->calls.arrived(*call, result);
-                                           }
-                                       });
+    ask([calls = calls, call, command,
+         unsubscribe = std::move(unsubscribe)](RuntimeServices& services) {
+        *unsubscribe = services.dataService().subscribeToAdapter(
+            command.adapterId, command.config, command.requestContext,
+            [calls, call](const DataServiceResult& result) {
+                calls->arrived(*call, resultOf(result));
+            });
     });
 }
 
 void Commands::perform(const UnsubscribeCommand& command, const CommandOrigin&) {
-    calls.removeSubscription(command.name);
-    ask([unsubscribe = unsubscribes.extract(command.name).mapped()](DataServiceProtocol&) {
+    calls->removeSubscription(command.name);
+    ask([unsubscribe = unsubscribes.extract(command.name).mapped()](RuntimeServices&) {
         (*unsubscribe)();
     });
 }
 
 void Commands::perform(const InvokeCommand& command, CommandOrigin origin) {
-    const auto call = calls.add(Calls::Kind::invocation, std::move(origin), command.adapterId);
-    ask([weak = weak_from_this(), call, command](DataServiceProtocol& service) {
-        const ResultCallback callback = [weak, call](const DataServiceResult& result) {
-            if (const auto alive = weak.lock()) {
-                alive->calls.arrived(*call, result);
-            }
+    const auto call = calls->add(Calls::Kind::invocation, RuntimePart::dataService,
+                                 std::move(origin), command.adapterId);
+    ask([calls = calls, call, command](RuntimeServices& services) {
+        DataServiceProtocol& service = services.dataService();
+        const ResultCallback callback = [calls, call](const DataServiceResult& result) {
+            calls->arrived(*call, resultOf(result));
         };
         if (!command.specialOperation) {
             service.invokeAdapter(command.adapterId, command.config, command.requestContext,
@@ -199,23 +196,25 @@ void Commands::perform(const InvokeCommand& command, CommandOrigin origin) {
 void Commands::perform(const TTLCommand& command, CommandOrigin origin) {
     const bool isRecord = command.what == TTLCommand::What::record;
     origin.name = isRecord ? "record" : "metadata";
-    const auto call = calls.add(Calls::Kind::ttl, std::move(origin), "");
-    ask([weak = weak_from_this(), call, ttl = command.ttl, isRecord](DataServiceProtocol& service) {
-        const auto completion = [weak, call, ttl] {
-            if (const auto alive = weak.lock()) {
-                alive->calls.ttlSet(*call, ttl);
-            }
+    const auto call = calls->add(Calls::Kind::ttl, RuntimePart::dataService, std::move(origin), "");
+    ask([calls = calls, call, ttl = command.ttl, isRecord](RuntimeServices& services) {
+        const auto completion = [calls, call, ttl] {
+            calls->arrived(*call, show(ttl));
         };
         if (isRecord) {
-            service.setRimvoRecordTTL(ttl, completion);
+            services.dataService().setRimvoRecordTTL(ttl, completion);
         } else {
-            service.setMetadataTTL(ttl, completion);
+            services.dataService().setMetadataTTL(ttl, completion);
         }
     });
 }
 
+void Commands::perform(const DraftsCommand& command, const CommandOrigin& origin) {
+    drafts.perform(command, origin);
+}
+
 void Commands::perform(const WaitCommand& command, const CommandOrigin&) {
-    const auto awaited = calls.awaited(command.name);
+    const auto awaited = calls->awaited(command.name);
     // Where nobody else does anything either, what is waited for may never come.
     working.reset();
     const auto why = waitForCalls(awaited, command.limit);
@@ -232,18 +231,16 @@ std::optional<std::string> Commands::waitForCalls(const std::vector<std::shared_
     bool isLate = false;
     platform::UniqueLock lock(mutex);
     for (;;) {
-        const std::vector<std::string> silent = calls.silent(awaited);
-        if (silent.empty()) {
+        const Calls::Silence silence = calls->silent(awaited, runtime->missing());
+        if (silence.labels.empty()) {
             return std::nullopt;
         }
         if (isStopped || isAbandoned) {
             return interrupted;
         }
-        const std::string missing = fmt::format("{}", fmt::join(silent, ", "));
-        if (around.activity->outstanding() == 0) {
-            if (const auto why = runtime->whyNotReady()) {
-                return fmt::format("waited in vain for {}: {}", missing, *why);
-            }
+        const std::string missing = fmt::format("{}", fmt::join(silence.labels, ", "));
+        if (around.activity->outstanding() == 0 && silence.reason) {
+            return fmt::format("waited in vain for {}: {}", missing, *silence.reason);
         }
         if (isLate) {
             return fmt::format("waited {:g} seconds in vain for {}", limit.count(), missing);
@@ -271,7 +268,7 @@ void Commands::perform(const SQLCommand& command, const CommandOrigin& origin) {
     if (!result) {
         throw CommandFailure(result.error());
     }
-    report.data(origin, "sql", describe(*result, "sql"), tessel::toText(toAny(*result)));
+    report.data(origin, "sql", {describe(*result, "sql"), tessel::toText(toAny(*result))});
 }
 
 void Commands::perform(const EvalCommand& command, const CommandOrigin& origin) {
@@ -285,7 +282,7 @@ void Commands::perform(const EvalCommand& command, const CommandOrigin& origin) 
     if (value.failed) {
         throw CommandFailure(value.text);
     }
-    report.data(origin, "eval", value.text, value.json);
+    report.data(origin, "eval", {value.text, value.json});
 }
 
 void Commands::perform(const QuitCommand&, const CommandOrigin&) {
@@ -293,11 +290,11 @@ void Commands::perform(const QuitCommand&, const CommandOrigin&) {
 }
 
 /// Has it asked before the next command, so that they reach the runtime in their order.
-void Commands::ask(std::function<void(DataServiceProtocol&)> question) {
+void Commands::ask(std::function<void(RuntimeServices&)> question) {
     const auto asked = std::make_shared<std::optional<bool>>();
     runtime->perform([weak = weak_from_this(), asked,
-                      question = std::move(question)](DataServiceProtocol& service) {
-        question(service);
+                      question = std::move(question)](RuntimeServices& services) {
+        question(services);
         answer(weak, asked, true);
     });
     waitFor(asked);

@@ -4,6 +4,7 @@
 
 #include "Calls.h"
 #include "CommandParser.h"
+#include "Drafts.h"
 #include "Ending.h"
 #include "Evaluated.h"
 #include "LineSource.h"
@@ -69,7 +70,7 @@ class Commands : public std::enable_shared_from_this<Commands> {
     /// at hand. False when that was given up before and is still there. Any thread.
     bool abandon();
 
-    std::vector<std::string> subscriptionNames() const { return calls.subscriptionNames(); }
+    std::vector<std::string> subscriptionNames() const { return calls->subscriptionNames(); }
 
   private:
     explicit Commands(Surroundings surroundings);
@@ -80,12 +81,13 @@ class Commands : public std::enable_shared_from_this<Commands> {
     void perform(const UnsubscribeCommand& command, const CommandOrigin& origin);
     void perform(const InvokeCommand& command, CommandOrigin origin);
     void perform(const TTLCommand& command, CommandOrigin origin);
+    void perform(const DraftsCommand& command, const CommandOrigin& origin);
     void perform(const WaitCommand& command, const CommandOrigin& origin);
     void perform(const SQLCommand& command, const CommandOrigin& origin);
     void perform(const EvalCommand& command, const CommandOrigin& origin);
     void perform(const QuitCommand& command, const CommandOrigin& origin);
 
-    void ask(std::function<void(DataServiceProtocol&)> question);
+    void ask(std::function<void(RuntimeServices&)> question);
 
     /// What comes back from another thread.
     template <class T>
@@ -101,7 +103,7 @@ class Commands : public std::enable_shared_from_this<Commands> {
 
     Surroundings around;
     const Report report;
-    Calls calls;
+    const std::shared_ptr<Calls> calls;
     std::unique_ptr<LineSource> lines;
     Runtime* runtime = nullptr;
     std::weak_ptr<SQLiteStore> store;
@@ -117,6 +119,7 @@ class Commands : public std::enable_shared_from_this<Commands> {
     std::unique_ptr<tessel::ActivityToken> working;
     /// Filled and used on the services' thread.
     std::map<std::string, std::shared_ptr<Unsubscribe>> unsubscribes;
+    Drafts drafts;
 
     std::promise<void> ended;
     std::thread thread;

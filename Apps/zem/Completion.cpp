@@ -4,6 +4,7 @@
 #include <zem/Core/AdapterRequestContext.h>
 
 #include <algorithm>
+#include <span>
 
 namespace zem::host {
 
@@ -17,10 +18,9 @@ void addPriorities(std::vector<std::string>& words) {
 
 /// Everything that may follow `before`, the words up to the one that is being typed.
 std::vector<std::string>
-candidates(const std::vector<std::string>& before, bool isOption,
+candidates(std::span<const CommandShape> shapes, std::span<const std::string> before, bool isOption,
            const std::function<std::vector<std::string>()>& subscriptionNames) {
     std::vector<std::string> words;
-    const std::span<const CommandShape> shapes = commandShapes();
     if (before.empty()) {
         for (const CommandShape& shape : shapes) {
             words.emplace_back(shape.name);
@@ -30,6 +30,9 @@ candidates(const std::vector<std::string>& before, bool isOption,
     const auto shape = std::ranges::find(shapes, before.front(), &CommandShape::name);
     if (shape == shapes.end()) {
         return words;
+    }
+    if (!shape->commands.empty()) {
+        return candidates(shape->commands, before.subspan(1), isOption, subscriptionNames);
     }
     if (isOption) {
         words.assign(shape->options.begin(), shape->options.end());
@@ -69,8 +72,8 @@ Completion complete(std::string_view line,
     if (before.empty() && typed.starts_with('-')) {
         typed.remove_prefix(1);
     }
-    Completion completion{typed.size(),
-                          candidates(before, typed.starts_with('-'), subscriptionNames)};
+    Completion completion{typed.size(), candidates(commandShapes(), before, typed.starts_with('-'),
+                                                   subscriptionNames)};
     std::erase_if(completion.words,
                   [&](const std::string& word) { return !word.starts_with(typed); });
     std::ranges::sort(completion.words);

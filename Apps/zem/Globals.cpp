@@ -78,6 +78,14 @@ js::Function functionOf(js::Scope& scope, js::Local object, std::string_view nam
     return *function;
 }
 
+/// The part itself, or the text that says why it cannot be used.
+RuntimeParts::Part partOf(js::Scope& scope, js::Local value) {
+    if (scope.kind(value) == js::Kind::string) {
+        return std::unexpected(scope.toText(value));
+    }
+    return scope.keep(value);
+}
+
 double millisecondsSince1970() {
     return std::chrono::duration<double, std::milli>(
                std::chrono::system_clock::now().time_since_epoch())
@@ -127,7 +135,8 @@ Globals::Globals(js::Scope& scope, Run given) {
     natives.function("runtimePromised", 0,
                      [run](js::Scope&, js::Arguments) { run->runtimePromised(); });
     natives.function("runtimeArrived", 1, [run](js::Scope& inner, js::Arguments values) {
-        run->runtimeArrived(inner.keep(values[0]));
+        run->runtimeArrived(
+            {partOf(inner, values[0]), partOf(inner, values[1]), partOf(inner, values[2])});
     });
     natives.function("runtimeFailed", 1, [run](js::Scope& inner, js::Arguments values) {
         return inner.boolean(run->runtimeFailed(inner.toText(values[0])));

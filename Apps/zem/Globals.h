@@ -4,6 +4,7 @@
 // what it needs from outside the engine comes from here.
 
 #include "Evaluated.h"
+#include "RuntimeParts.h"
 #include <zem/JavaScript/Context.h>
 
 #include <cstdint>
@@ -31,10 +32,10 @@ class Globals {
         std::function<void(int code)> exit;
         std::function<void(js::Scope&, const js::Exception&)> fail;
         /// What the bundle does with `globalThis.runtime`: it has set one, which may be a promise;
-        /// its data service is there; it cannot be used, and why. The last answers false where
-        /// nobody has use for a runtime.
+        /// its parts are there; it cannot be used, and why. The last answers false where nobody has
+        /// use for a runtime.
         std::function<void()> runtimePromised;
-        std::function<void(js::Value dataService)> runtimeArrived;
+        std::function<void(RuntimeParts parts)> runtimeArrived;
         std::function<bool(std::string why)> runtimeFailed;
     };
 

@@ -21,8 +21,8 @@ constexpr const char* runUsage = R"(Usage:
           [--commands FILE] [-- ARGS...]
 
 Runs BUNDLE.js as a classic script, with ZEM's plugins as global objects
-(ZemSqliteStore), until nothing is left to do: no timer, no pending callback, no
-operation.
+(ZemSqliteStore, ZemDraftQueue), until nothing is left to do: no timer, no
+pending callback, no operation.
 
 )";
 
@@ -66,8 +66,8 @@ Commands:
                          standard input where FILE is -. One that fails ends
                          the run with exit code 4 and its line, unless the line
                          begins with -. After the last one the run ends once
-                         nothing is left to do and every invocation has been
-                         answered.
+                         nothing is left to do and every invocation and command
+                         on drafts has been answered.
 
 )";
 
@@ -81,21 +81,37 @@ constexpr const char* commandsHelp =
   invoke ADAPTER CONFIG [--priority P] [--cache-policy JSON] [--metadata K=V]...
          [--replace-draft ID]
   ttl record|metadata N
-  wait [NAME] [--for SECONDS]   for the answers of all invocations and the first
-                                emission of every subscription, or for one of
-                                them, for up to 30 seconds
+  drafts list                   a table of the drafts; an age is counted from
+                                their timestamp, taken to be in milliseconds
+                                since 1970, and is the plain number where that
+                                is no time that has passed
+  drafts show|remove ID
+  drafts replace ID WITH
+  drafts merge SOURCE into TARGET
+  drafts metadata ID K=V...
+  drafts start|stop|process
+  drafts add TARGET K=V...      queues an external action
+  drafts executor SUCCESS|NETWORK_ERROR|CLIENT_ERROR
+                                has every external action answered so
+  drafts watch on|off           prints every change of the queue
+  wait [NAME] [--for SECONDS]   up to 30 seconds for the answers to invocations
+                                and commands on drafts and the first emission of
+                                every subscription, or for one of them
   sql TEXT [PARAM...]           PARAM is JSON (a number, a string, true, false,
                                 null) or else text as it stands
   eval JAVASCRIPT               prints the value, or what its promise is settled
                                 with
   quit
 
-  They are carried out by the data service of the runtime that the bundle sets:
-  globalThis.runtime = { dataService }, at once, later, or a promise of it. What
-  is asked for before is handed over then. Words are quoted as in a shell, P is
-  high, normal or background, lines that begin with # are comments. Results are
-  labelled with the name of their subscription (s1, s2 ... or --as NAME) or
-  invocation (i1, i2 ...). With --json each is one object with these keys:
+  They are carried out by the runtime that the bundle sets, at once, later, or
+  as a promise of it: globalThis.runtime = { dataService, draftManager,
+  draftQueue }, where drafts process needs the draftQueue, the other commands on
+  drafts the draftManager, and those above them the dataService. What is asked
+  for before is handed over then. Words are quoted as in a shell, P is high,
+  normal or background, lines that begin with # are comments. Results are
+  labelled with the name of their subscription (s1, s2 ... or --as NAME),
+  invocation (i1, i2 ...) or command on drafts (d1, d2 ...). With --json each is
+  one object with these keys:
   {"command":"invoke","name":"i1","line":1,"data":{},"error":null}
 )";
 

@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 namespace zem::host {
 
 namespace {
@@ -22,18 +24,16 @@ std::string labelled(const std::string& label, const std::string& text) {
 
 } // namespace
 
-void Report::data(const CommandOrigin& origin, const std::string& label,
-                  const tessel::Any& data) const {
-    const std::string text = tessel::toText(data);
-    this->data(origin, label, text, text);
+Shown show(const tessel::Any& data) {
+    std::string text = tessel::toText(data);
+    return {text, std::move(text)};
 }
 
-void Report::data(const CommandOrigin& origin, const std::string& label, const std::string& text,
-                  const std::string& jsonText) const {
+void Report::data(const CommandOrigin& origin, const std::string& label, const Shown& shown) const {
     if (json) {
-        printObject(origin, jsonText, std::nullopt);
+        printObject(origin, shown.json, std::nullopt);
     } else {
-        printLine(labelled(label, text));
+        printLine(labelled(label, shown.text));
     }
 }
 

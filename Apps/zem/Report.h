@@ -20,6 +20,15 @@ struct CommandOrigin {
     bool mayFail = false;
 };
 
+/// A result, as people read it and as JSON.
+struct Shown {
+    std::string text;
+    std::string json;
+};
+
+/// Where people read the JSON, too.
+Shown show(const tessel::Any& data);
+
 /// Lines for people, or one JSON object a line, with these keys, always all of them:
 ///
 ///     {"command":"invoke","name":"i1","line":3,"data":{"id":7},"error":null}
@@ -33,11 +42,7 @@ class Report {
         , source(std::move(source)) {}
 
     /// A result; `label` is what people read in front of it.
-    void data(const CommandOrigin& origin, const std::string& label, const tessel::Any& data) const;
-
-    /// The same for a value that people read in a form of its own.
-    void data(const CommandOrigin& origin, const std::string& label, const std::string& text,
-              const std::string& jsonText) const;
+    void data(const CommandOrigin& origin, const std::string& label, const Shown& shown) const;
 
     /// A failure. `label` is empty where the command had no result to wait for.
     void failure(const CommandOrigin& origin, const std::string& label,

@@ -81,6 +81,7 @@ void Run::start() {
     store = openStore(options);
     connection.emplace(context, activity);
     connection->add(*store);
+    connection->add(*draftQueuePlugin);
     context.perform([&](js::Scope& scope) {
         addSettings(scope, values);
         globals->watchRuntime(scope);
@@ -95,7 +96,7 @@ void Run::makeRuntime() {
         commands = makeCommands();
         listener = commands->listener();
     }
-    runtime.emplace(activity, std::move(listener));
+    runtime.emplace(activity, draftQueuePlugin, std::move(listener));
 }
 
 std::shared_ptr<Commands> Run::makeCommands() {
@@ -189,8 +190,8 @@ void Run::startEngine(js::Scope& scope) {
     calls.runtimePromised = [this] {
         runtime->promised();
     };
-    calls.runtimeArrived = [this](js::Value dataService) {
-        runtime->arrived(std::move(dataService));
+    calls.runtimeArrived = [this](RuntimeParts parts) {
+        runtime->arrived(std::move(parts));
     };
     calls.runtimeFailed = [this](std::string why) {
         runtime->failed(std::move(why));

@@ -16,6 +16,7 @@
 #include <zem/SqliteStore/SQLiteStore.h>
 #include <zem/Tessel/Activity.h>
 #include <zem/Tessel/Connection.h>
+#include <zem/TesselPluginZEM/DraftQueue/DraftQueuePlugin.h>
 
 #include <atomic>
 #include <future>
@@ -68,10 +69,12 @@ class Run {
     std::shared_ptr<ClosableRunLoop> scriptLoop;
     /// True when the JavaScript thread has let go of everything, false when it stands still.
     std::promise<bool> scriptStopped;
-    /// The data service waits for no JavaScript, or for one that stands still.
+    /// The services wait for no JavaScript, or for one that stands still.
     Signal runtimeQuiet;
 
     std::shared_ptr<SQLiteStore> store;
+    /// What the bundle finds has no draft queue behind it until the runtime has set one.
+    std::shared_ptr<DraftQueuePlugin> draftQueuePlugin = DraftQueuePlugin::create(nullptr);
     /// Ends the script at hand, and only that.
     std::shared_ptr<std::atomic<bool>> isScriptInterrupted =
         std::make_shared<std::atomic<bool>>(false);

@@ -1,100 +1,175 @@
 #include "Runtime.h"
 
 #include <zem/Core/BatchingDataService.h>
+#include <zem/Core/BatchingDraftManager.h>
 #include <zem/Core/DataService.h>
+#include <zem/Core/DraftManager.h>
+#include <zem/Core/DraftQueueProxy.h>
+#include <zem/Platform/Queue.h>
 
 #include <utility>
+#include <vector>
 
 namespace zem::host {
 
-/// Used on the thread only, but for `whyNotReady`.
-class Runtime::Services {
-  public:
-    explicit Services(Listener listener)
-        : listener(std::move(listener)) {}
+namespace {
 
-    void make() { batching = BatchingDataService::create(); }
+MissingParts allMissing(const std::string& why) {
+    return {{RuntimePart::dataService, why},
+            {RuntimePart::draftManager, why},
+            {RuntimePart::draftQueue, why}};
+}
+
+MissingParts missingOf(const RuntimeParts& parts) {
+    MissingParts missing;
+    const auto look = [&](RuntimePart name, const RuntimeParts::Part& part) {
+        if (!part) {
+            missing.emplace(name, part.error());
+        }
+    };
+    look(RuntimePart::dataService, parts.dataService);
+    look(RuntimePart::draftManager, parts.draftManager);
+    look(RuntimePart::draftQueue, parts.draftQueue);
+    return missing;
+}
+
+} // namespace
+
+/// Used on the thread only, but for `missing`.
+class Runtime::Services final : public RuntimeServices {
+  public:
+    Services(std::shared_ptr<DraftQueuePlugin> draftQueuePlugin, Listener listener)
+        : listener(std::move(listener))
+        , draftQueuePlugin(std::move(draftQueuePlugin)) {}
+
+    void make() {
+        batchingDataService = BatchingDataService::create();
+        currentDataService = batchingDataService;
+        batchingDraftManager = BatchingDraftManager::create();
+        currentDraftManager = batchingDraftManager;
+    }
 
     void close() { closed = true; }
     bool isClosed() const { return closed; }
 
-    void perform(const std::function<void(DataServiceProtocol&)>& work) {
-        if (service != nullptr) {
-            work(*service);
-            return;
+    DataServiceProtocol& dataService() override { return *currentDataService; }
+    DraftManagerProtocol& draftManager() override { return *currentDraftManager; }
+
+    void processNextAction(ProcessActionCallback response) override {
+        if (draftQueue == nullptr) {
+            recordedProcessing.push_back(std::move(response));
+        } else {
+            draftQueue->processNextAction(std::move(response));
         }
-        work(*batching);
-        if (failure) {
-            failRecorded();
+    }
+
+    void perform(const std::function<void(RuntimeServices&)>& work) {
+        work(*this);
+        if (isLookedAt && !missing().empty()) {
+            tell();
         }
     }
 
     void expect() {
-        if (service == nullptr) {
-            failure.reset();
-            setWhyNot("the promise in globalThis.runtime is not settled");
+        if (!isThere) {
+            isLookedAt = false;
+            setMissing(allMissing("the promise in globalThis.runtime is not settled"));
         }
     }
 
-    void handOver(js::Value dataService) {
-        if (service != nullptr) {
+    void arrive(const RuntimeParts& parts) {
+        if (isThere) {
             return;
         }
-        service = DataService::create(std::move(dataService), nullptr, batching->takeState(),
-                                      DataService::defaultWatchdogTimeout);
-        setWhyNot(std::nullopt);
-        if (listener.ready) {
-            listener.ready();
+        isThere = parts.dataService || parts.draftManager || parts.draftQueue;
+        handOver(parts);
+        lookedAt(missingOf(parts));
+    }
+
+    void fail(const std::string& why) {
+        if (!isThere) {
+            lookedAt(allMissing(why));
         }
     }
 
-    void fail(std::string why) {
-        if (service != nullptr) {
-            return;
-        }
-        failure = why;
-        setWhyNot(std::move(why));
-        failRecorded();
-    }
-
-    std::optional<std::string> whyNotReady() const {
+    MissingParts missing() const {
         const platform::Lock lock(mutex);
-        return whyNot;
+        return missingParts;
     }
 
   private:
-    void setWhyNot(std::optional<std::string> why) {
-        const platform::Lock lock(mutex);
-        whyNot.swap(why);
-    }
-
-    void failRecorded() {
-        // Not replayed, should another runtime come: it has been said that they failed.
-        static_cast<void>(batching->takeState());
-        if (listener.failed) {
-            listener.failed(*failure);
+    void handOver(const RuntimeParts& parts) {
+        if (parts.draftQueue) {
+            // First, for whoever calls it while the others are handed what was asked of them.
+            draftQueuePlugin->setDraftQueue(DraftQueueProxy::create(*parts.draftQueue));
+        }
+        if (parts.dataService) {
+            currentDataService =
+                DataService::create(*parts.dataService, nullptr, batchingDataService->takeState(),
+                                    DataService::defaultWatchdogTimeout);
+        }
+        if (parts.draftManager) {
+            currentDraftManager = DraftManager::create(
+                *parts.draftManager, *batchingDraftManager->takeBatching(), platform::mainQueue());
+        }
+        if (parts.draftQueue) {
+            draftQueue = DraftQueue::create(*parts.draftQueue);
+            for (ProcessActionCallback& response : std::exchange(recordedProcessing, {})) {
+                draftQueue->processNextAction(std::move(response));
+            }
         }
     }
 
+    void lookedAt(MissingParts found) {
+        isLookedAt = true;
+        setMissing(std::move(found));
+        tell();
+    }
+
+    void tell() {
+        // Not replayed, should another runtime come: it is said now that they failed. They are
+        // dropped after that, as who is dropped unheard says so.
+        const auto adapterCalls = batchingDataService->takeState();
+        const auto draftCalls = batchingDraftManager->takeBatching();
+        const auto processing = std::exchange(recordedProcessing, {});
+        if (listener) {
+            listener(missing());
+        }
+    }
+
+    void setMissing(MissingParts found) {
+        const platform::Lock lock(mutex);
+        missingParts.swap(found);
+    }
+
     const Listener listener;
-    std::shared_ptr<BatchingDataService> batching;
-    std::shared_ptr<DataService> service;
-    std::optional<std::string> failure;
+    const std::shared_ptr<DraftQueuePlugin> draftQueuePlugin;
+    std::shared_ptr<BatchingDataService> batchingDataService;
+    std::shared_ptr<BatchingDraftManager> batchingDraftManager;
+    std::shared_ptr<DataServiceProtocol> currentDataService;
+    std::shared_ptr<DraftManagerProtocol> currentDraftManager;
+    std::shared_ptr<DraftQueue> draftQueue;
+    std::vector<ProcessActionCallback> recordedProcessing;
+    /// It is known which parts the runtime has; a promise of another one takes that back.
+    bool isLookedAt = false;
+    /// It has one that can be used.
+    bool isThere = false;
     bool closed = false;
     mutable platform::Mutex mutex;
-    std::optional<std::string> whyNot = "the bundle has set no globalThis.runtime";
+    MissingParts missingParts = allMissing("the bundle has set no globalThis.runtime");
 };
 
-Runtime::Runtime(std::shared_ptr<tessel::Activity> activity, Listener listener)
+Runtime::Runtime(std::shared_ptr<tessel::Activity> activity,
+                 std::shared_ptr<DraftQueuePlugin> draftQueuePlugin, Listener listener)
     : activity(std::move(activity))
-    , thread("data service")
-    , services(std::make_shared<Services>(std::move(listener))) {
+    , thread("services")
+    , services(std::make_shared<Services>(std::move(draftQueuePlugin), std::move(listener))) {
     post([](Services& made) { made.make(); });
 }
 
 Runtime::~Runtime() = default;
 
-void Runtime::perform(std::function<void(DataServiceProtocol&)> work) {
+void Runtime::perform(std::function<void(RuntimeServices&)> work) {
     post([work = std::move(work)](Services& made) { made.perform(work); });
 }
 
@@ -102,8 +177,8 @@ void Runtime::promised() {
     post([](Services& made) { made.expect(); });
 }
 
-void Runtime::arrived(js::Value dataService) {
-    post([dataService = std::move(dataService)](Services& made) { made.handOver(dataService); });
+void Runtime::arrived(RuntimeParts parts) {
+    post([parts = std::move(parts)](Services& made) { made.arrive(parts); });
 }
 
 void Runtime::failed(std::string why) {
@@ -117,8 +192,8 @@ void Runtime::close(std::function<void()> quiet) {
     });
 }
 
-std::optional<std::string> Runtime::whyNotReady() const {
-    return services->whyNotReady();
+MissingParts Runtime::missing() const {
+    return services->missing();
 }
 
 void Runtime::post(std::function<void(Services&)> work) {

@@ -1,21 +1,34 @@
 #pragma once
 
-// The data service, before and after the bundle has set the runtime that it stands on.
+// The services of the runtime, before and after the bundle has set it.
 
+#include "RuntimeParts.h"
 #include <zem/Core/DataServiceProtocol.h>
-#include <zem/JavaScript/Context.h>
+#include <zem/Core/DraftManagerProtocol.h>
+#include <zem/Core/DraftQueue.h>
 #include <zem/Platform/Mutex.h>
 #include <zem/Platform/RunLoop.h>
 #include <zem/Tessel/Activity.h>
+#include <zem/TesselPluginZEM/DraftQueue/DraftQueuePlugin.h>
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
 namespace zem::host {
 
-/// Until the runtime arrives everything that is asked for is recorded, and then handed over.
+/// What can be asked, whether there is a runtime yet or not.
+class RuntimeServices {
+  public:
+    virtual ~RuntimeServices() = default;
+    virtual DataServiceProtocol& dataService() = 0;
+    virtual DraftManagerProtocol& draftManager() = 0;
+    /// Of the draft queue.
+    virtual void processNextAction(ProcessActionCallback response) = 0;
+};
+
+/// Until the runtime arrives everything that is asked for is recorded, and then handed over. A
+/// runtime may lack a part: what needs that fails, and the rest works.
 ///
 /// The services live on a thread of their own, and everything is done there, in order: so nothing
 /// is asked of the one after its requests were handed over to the other. The thread's run loop
@@ -24,31 +37,29 @@ namespace zem::host {
 /// that end.
 class Runtime {
   public:
-    /// Called on the services' thread; either may be empty.
-    struct Listener {
-        /// What was recorded has been handed over.
-        std::function<void()> ready;
-        /// What was recorded has been dropped, and why.
-        std::function<void(const std::string& why)> failed;
-    };
+    /// Called on the services' thread; may be empty. What was recorded for the missing parts is
+    /// about to be dropped, and what was recorded for the others has been handed over.
+    using Listener = std::function<void(const MissingParts& missing)>;
 
-    Runtime(std::shared_ptr<tessel::Activity> activity, Listener listener);
+    /// `draftQueuePlugin` is given the runtime's draft queue when that is there.
+    Runtime(std::shared_ptr<tessel::Activity> activity,
+            std::shared_ptr<DraftQueuePlugin> draftQueuePlugin, Listener listener);
     ~Runtime();
 
-    /// Does `work` with the service, in the order of the calls. Any thread, never before returning.
-    void perform(std::function<void(DataServiceProtocol&)> work);
+    /// Does `work`, in the order of the calls. Any thread, never before returning.
+    void perform(std::function<void(RuntimeServices&)> work);
 
-    /// What the bundle did. Of several runtimes the first that can be used counts.
+    /// What the bundle did. Of several runtimes the first that has a part which can be used counts.
     void promised();
-    void arrived(js::Value dataService);
+    void arrived(RuntimeParts parts);
     void failed(std::string why);
 
     /// Nothing is done any more; `quiet` is called on the services' thread when what was asked
     /// before has been.
     void close(std::function<void()> quiet);
 
-    /// Why nothing is answered, or absent when there is a runtime. Any thread.
-    std::optional<std::string> whyNotReady() const;
+    /// Which parts answer nothing, all of them while there is no runtime. Any thread.
+    MissingParts missing() const;
 
   private:
     class Services;

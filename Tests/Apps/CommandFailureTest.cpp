@@ -83,7 +83,7 @@ TEST(CommandFailure, AContextIsDecodedStrictly) {
 
 TEST(CommandFailure, NamesAreKnownAndTakenOnce) {
     expectFailure("unsubscribe s1", "there is no subscription \"s1\"");
-    expectFailure("wait s1", "there is neither a subscription nor an invocation \"s1\"");
+    expectFailure("wait s1", "there is nothing called \"s1\" to wait for");
     const Host host;
     const auto taken =
         host.runCommands(runtimeAtOnce, "subscribe silent {} --as x\nsubscribe silent {} --as x\n");

@@ -60,6 +60,18 @@ TEST(CommandLine, HelpOfRunNamesEveryOptionAndExitCode) {
           "invoke ADAPTER CONFIG [--priority P] [--cache-policy JSON] [--metadata K=V]...\n",
           "[--replace-draft ID]\n",
           "ttl record|metadata N\n",
+          "drafts list ",
+          "milliseconds\n",
+          "since 1970",
+          "drafts show|remove ID\n",
+          "drafts replace ID WITH\n",
+          "drafts merge SOURCE into TARGET\n",
+          "drafts metadata ID K=V...\n",
+          "drafts start|stop|process\n",
+          "drafts add TARGET K=V... ",
+          "drafts executor SUCCESS|NETWORK_ERROR|CLIENT_ERROR\n",
+          "drafts watch on|off ",
+          "ZemSqliteStore, ZemDraftQueue",
           "wait [NAME] [--for SECONDS] ",
           "up to 30 seconds",
           "sql TEXT [PARAM...] ",
@@ -87,8 +99,8 @@ TEST(CommandLine, HelpOfTheShellNamesItsKeysAndCommands) {
          {"zem shell BUNDLE.js [--data DIR | --memory] [--keys DIR | --secret-service]", "TAB",
           "Ctrl-C gives up", "Ctrl-D ends the shell", "$XDG_STATE_HOME/zem/history",
           "~/.local/state/zem/history", "--memory ", "--json ", "subscribe ADAPTER CONFIG",
-          "unsubscribe NAME", "invoke ADAPTER CONFIG", "ttl record|metadata N", "wait [NAME]",
-          "sql TEXT", "eval JAVASCRIPT", "quit"}) {
+          "unsubscribe NAME", "invoke ADAPTER CONFIG", "ttl record|metadata N", "drafts list",
+          "wait [NAME]", "sql TEXT", "eval JAVASCRIPT", "quit"}) {
         EXPECT_THAT(result.output, testing::HasSubstr(part));
     }
     EXPECT_THAT(result.output, testing::Not(testing::HasSubstr("--commands")));

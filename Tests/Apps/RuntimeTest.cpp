@@ -61,7 +61,8 @@ TEST(Runtime, LeavesNoTraceWhereABundleLooks) {
                                        "const own = Promise.resolve(7); runtime = own;"
                                        "console.log(runtime === own);"
                                        "delete globalThis.runtime; console.log(typeof runtime);");
-    EXPECT_EQ(result.output, "undefined [ 'ZemSqliteStore' ]\n5\ntrue\nundefined\n");
+    EXPECT_EQ(result.output,
+              "undefined [ 'ZemSqliteStore', 'ZemDraftQueue' ]\n5\ntrue\nundefined\n");
     EXPECT_EQ(result.errors, "");
 }
 
@@ -98,14 +99,19 @@ void expectUnusable(const std::string& script, const std::string& why) {
 }
 
 TEST(Runtime, OneThatCannotBeUsedFailsWhatNeedsIt) {
-    expectUnusable("globalThis.runtime = {}", "globalThis.runtime has no dataService");
-    expectUnusable("globalThis.runtime = { dataService: null }",
-                   "globalThis.runtime has no dataService");
-    expectUnusable("globalThis.runtime = 7", "globalThis.runtime has no dataService");
+    const std::string noObject = "globalThis.runtime.dataService: expected an object, found ";
+    expectUnusable("globalThis.runtime = {}", noObject + "undefined");
+    expectUnusable("globalThis.runtime = { dataService: null }", noObject + "null");
+    expectUnusable("globalThis.runtime = { dataService: true }", noObject + "a boolean");
+    expectUnusable("globalThis.runtime = { dataService: 7 }", noObject + "a number");
+    expectUnusable("globalThis.runtime = { dataService: 'private' }", noObject + "a string");
+    expectUnusable("globalThis.runtime = { dataService: Symbol('private') }",
+                   noObject + "a symbol");
+    expectUnusable("globalThis.runtime = { dataService: 7n }", noObject + "a BigInt");
+    expectUnusable("globalThis.runtime = 7",
+                   "globalThis.runtime: expected an object, found a number");
     expectUnusable("globalThis.runtime = Promise.resolve()",
-                   "globalThis.runtime has no dataService");
-    expectUnusable("globalThis.runtime = { dataService: 7 }",
-                   "globalThis.runtime.dataService is no object");
+                   "globalThis.runtime: expected an object, found undefined");
     expectUnusable("globalThis.runtime = { get dataService() { throw 'up' } }",
                    "reading globalThis.runtime.dataService threw: 'up'");
     expectUnusable("Object.defineProperty(globalThis, 'runtime', { get() { throw 'up' } })",
@@ -124,10 +130,12 @@ TEST(Runtime, EverythingThatNeedsItFailsOnce) {
                                                     "eval 1\n-invoke c {}\n-wait\n");
     EXPECT_EQ(result.errors, "");
     EXPECT_EQ(result.code, 0);
-    for (const char* line : {"i1 a: failed: globalThis.runtime has no dataService\n",
-                             "s1 b: failed: globalThis.runtime has no dataService\n",
-                             "ttl record: failed: globalThis.runtime has no dataService\n",
-                             "i2 c: failed: globalThis.runtime has no dataService\n"}) {
+    for (const char* line :
+         {"i1 a: failed: globalThis.runtime.dataService: expected an object, found undefined\n",
+          "s1 b: failed: globalThis.runtime.dataService: expected an object, found undefined\n",
+          "ttl record: failed: globalThis.runtime.dataService: expected an object, found "
+          "undefined\n",
+          "i2 c: failed: globalThis.runtime.dataService: expected an object, found undefined\n"}) {
         const std::size_t found = result.output.find(line);
         EXPECT_NE(found, std::string::npos) << line << result.output;
         EXPECT_EQ(result.output.find(line, found + 1), std::string::npos) << line;

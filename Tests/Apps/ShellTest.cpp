@@ -127,6 +127,8 @@ TEST_F(Shell, TabCompletesCommandsOptionsAndNames) {
     shell.waitFor("-invoke a {} --cache-policy ");
     shell.type("\x15ttl m\t");
     shell.waitFor("ttl metadata ");
+    shell.type("\x15-dr\texe\tN\t");
+    shell.waitFor("-drafts executor NETWORK_ERROR ");
     shell.type("\x15\x04");
     EXPECT_EQ(shell.wait(), 0);
 }
@@ -139,6 +141,16 @@ TEST_F(Shell, TabListsWhatItCannotDecide) {
     shell.type("\x15invoke a {} --\t");
     shell.waitFor("\n--cache-policy  --metadata  --priority  --replace-draft\n"
                   "zem> invoke a {} --");
+    shell.type("\x15"
+               "drafts re\t");
+    shell.waitFor("\nremove  replace\nzem> drafts re");
+    shell.type("\x15"
+               "drafts watch o\t");
+    shell.waitFor("\noff  on\nzem> drafts watch o");
+    shell.type("\x15"
+               "drafts \t");
+    shell.waitFor("\nadd  executor  list  merge  metadata  process  remove  replace  show  start  "
+                  "stop  watch\nzem> drafts ");
     shell.type("\x15\x04");
     EXPECT_EQ(shell.wait(), 0);
 }

@@ -13,8 +13,9 @@
 //   arguments              the texts after `--`
 //   exit(code)             ends the run with this code, and does not return
 //   fail(error)            ends it with an uncaught exception, and does not return
-//   runtimePromised(), runtimeArrived(dataService), runtimeFailed(why)
-//                          what becomes of globalThis.runtime; the last one answers whether anybody cares
+//   runtimePromised(), runtimeArrived(dataService, draftManager, draftQueue), runtimeFailed(why)
+//                          what becomes of globalThis.runtime; a part that cannot be used is the text that
+//                          says why; the last one answers whether anybody cares
 
 import { restoreFunctionToString } from './engine.js';
 

@@ -1,5 +1,11 @@
+/// What a value that is no object is called in an error text.
+function kindOf(value) {
+    if (value === undefined || value === null) return String(value);
+    return typeof value === 'bigint' ? 'a BigInt' : `a ${typeof value}`;
+}
+
 /// How the host learns of `globalThis.runtime`, which the bundle sets at once or later, to an object that
-/// holds `dataService` or to a promise of one. Nobody is asked again and again: the property has a setter
+/// holds `dataService`, `draftManager` and `draftQueue`, or some of them, or to a promise of one. Nobody is asked again and again: the property has a setter
 /// until the bundle uses it. `globalThis.runtime = ...` calls it, and so does a script's plain
 /// `var runtime = ...`, which finds the property and makes no other. What replaces the property instead
 /// (a function of that name, Object.defineProperty) is found by `look`, after the bundle's last line.
@@ -15,21 +21,27 @@ export function makeRuntimeWatch(native, inspect) {
         return native.runtimeFailed(why);
     }
 
-    function arrived(runtime) {
-        let dataService;
+    /// The part of that name, or a text that says why it cannot be used.
+    function partOf(runtime, name) {
+        const place = `globalThis.runtime.${name}`;
+        let part;
         try {
-            dataService = Object(runtime).dataService;
+            part = runtime[name];
         } catch (error) {
-            fail(`reading globalThis.runtime.dataService threw: ${inspect(error)}`);
+            return `reading ${place} threw: ${inspect(error)}`;
+        }
+        return Object(part) === part ? part : `${place}: expected an object, found ${kindOf(part)}`;
+    }
+
+    function arrived(runtime) {
+        if (Object(runtime) !== runtime) {
+            fail(`globalThis.runtime: expected an object, found ${kindOf(runtime)}`);
             return;
         }
-        if (dataService === undefined || dataService === null) {
-            fail('globalThis.runtime has no dataService');
-        } else if (Object(dataService) !== dataService) {
-            fail('globalThis.runtime.dataService is no object');
-        } else {
-            native.runtimeArrived(dataService);
-        }
+        native.runtimeArrived(
+            partOf(runtime, 'dataService'),
+            partOf(runtime, 'draftManager'),
+            partOf(runtime, 'draftQueue'));
     }
 
     function take(value) {

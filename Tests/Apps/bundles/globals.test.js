@@ -1,7 +1,7 @@
 import { done, equal, throws } from './check.js';
 
 // As in browsers and in the language itself, none is listed; the plugins are.
-equal(Object.keys(globalThis), ['ZemSqliteStore']);
+equal(Object.keys(globalThis), ['ZemSqliteStore', 'ZemDraftQueue']);
 for (const name of ['console', 'setTimeout', 'clearTimeout', 'setInterval', 'clearInterval', 'queueMicrotask',
     'performance', 'TextEncoder', 'TextDecoder', 'crypto', 'structuredClone', 'atob', 'btoa', 'URL', 'URLSearchParams',
     'DOMException', 'host']) {

@@ -1,0 +1,27 @@
+#include "Arguments.h"
+
+#include "CommandFailure.h"
+
+#include <fmt/format.h>
+
+namespace zem::host {
+
+void expectCount(const Arguments& arguments, std::size_t count, std::string_view usage) {
+    if (arguments.size() != count) {
+        throw CommandFailure(fmt::format("expected: {}", usage));
+    }
+}
+
+Metadata parsePairs(std::span<const std::string> words, std::string_view place) {
+    Metadata metadata;
+    for (const std::string& word : words) {
+        const std::size_t equals = word.find('=');
+        if (equals == std::string::npos) {
+            throw CommandFailure(fmt::format("{} {}: expected KEY=VALUE", place, word));
+        }
+        metadata[word.substr(0, equals)] = word.substr(equals + 1);
+    }
+    return metadata;
+}
+
+} // namespace zem::host
