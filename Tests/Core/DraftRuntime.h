@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <Core/RecordingRuntime.h>
 #include <Support/Engine.h>
 #include <Support/Journal.h>
 #include <Support/ManualQueue.h>
@@ -93,18 +94,9 @@ class DraftResults : public Journal {
     }
 };
 
-class DraftRuntime {
+class DraftRuntime : public RecordingRuntime {
   public:
     DraftRuntime() {
-        context.setUncaughtHandler([this](zem::js::Scope&, const zem::js::Exception& exception) {
-            uncaught.add(exception.text());
-        });
-        setFunction(context, "heard", 1,
-                    [this](zem::js::Scope& scope, zem::js::Local,
-                           zem::js::Arguments arguments) -> zem::js::Result<zem::js::Local> {
-                        calls.add(scope.toText(arguments[0]));
-                        return scope.undefined();
-                    });
         // Each call is written down and answered by what a test sets as `on`, or else by a promise
         // that is kept with the others, in the order of the calls.
         evaluate(context, R"js(
@@ -146,17 +138,6 @@ class DraftRuntime {
 
     /// What destroyed managers left to be done is done.
     ~DraftRuntime() { runMainQueue(); }
-    DraftRuntime(const DraftRuntime&) = delete;
-    DraftRuntime& operator=(const DraftRuntime&) = delete;
-
-    void run(std::string_view script) { evaluate(context, script); }
-
-    /// The value of a script.
-    zem::js::Value value(std::string_view script) {
-        return context.perform([&](zem::js::Scope& scope) {
-            return scope.keep(scope.evaluate(script, "test.js").value());
-        });
-    }
 
     std::shared_ptr<zem::DraftManager> manager(const zem::DraftManagerBatch& batch = {}) {
         return zem::DraftManager::create(value("draftManager"), batch, handOverQueue);
@@ -172,10 +153,7 @@ class DraftRuntime {
     void resolve(int call, std::string_view script) { settle("resolve", call, script); }
     void reject(int call, std::string_view script) { settle("reject", call, script); }
 
-    zem::js::Context context = makeContext();
     std::shared_ptr<ManualQueue> handOverQueue = std::make_shared<ManualQueue>();
-    Journal calls{"a call of the runtime"};
-    Transcript uncaught;
 
   private:
     void settle(const char* how, int call, std::string_view script) {

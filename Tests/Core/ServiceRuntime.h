@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <Core/RecordingRuntime.h>
 #include <Support/Engine.h>
 #include <Support/Journal.h>
 #include <Support/Wait.h>
@@ -86,18 +87,9 @@ inline void destroy(std::shared_ptr<zem::DataService>& service) {
     waitUntil("the end of a service", [&] { return watched.expired(); });
 }
 
-class ServiceRuntime {
+class ServiceRuntime : public RecordingRuntime {
   public:
     ServiceRuntime() {
-        context.setUncaughtHandler([this](zem::js::Scope&, const zem::js::Exception& exception) {
-            uncaught.add(exception.text());
-        });
-        setFunction(context, "heard", 1,
-                    [this](zem::js::Scope& scope, zem::js::Local,
-                           zem::js::Arguments arguments) -> zem::js::Result<zem::js::Local> {
-                        calls.add(scope.toText(arguments[0]));
-                        return scope.undefined();
-                    });
         // Each call is written down and its callback kept, in the order of the calls. What a test
         // sets as `on` answers it.
         evaluate(context, R"js(
@@ -143,15 +135,6 @@ class ServiceRuntime {
             ADD_FAILURE() << error.what();
         }
     }
-    ServiceRuntime(const ServiceRuntime&) = delete;
-    ServiceRuntime& operator=(const ServiceRuntime&) = delete;
-
-    /// The value of a script.
-    zem::js::Value value(std::string_view script) {
-        return context.perform([&](zem::js::Scope& scope) {
-            return scope.keep(scope.evaluate(script, "test.js").value());
-        });
-    }
 
     std::shared_ptr<zem::DataService>
     service(zem::DataServiceState state = {},
@@ -195,11 +178,8 @@ class ServiceRuntime {
         evaluate(context, "on = {};");
     }
 
-    zem::js::Context context = makeContext();
     /// The clock of the services that a test makes, moved by hand.
     std::shared_ptr<zem::platform::ManualRunLoop> clock = zem::platform::ManualRunLoop::create();
-    Journal calls{"a call of the runtime"};
-    Transcript uncaught;
 };
 
 } // namespace test
