@@ -124,6 +124,8 @@ void DraftManager::registerChangeListener() {
     });
 }
 
+// Of copies: who is adopted is taken out of the batch, and what is called meanwhile may ask the
+// batching manager for more, of which those kinds that have had their turn wait.
 void DraftManager::replay(const DraftManagerBatch& batching,
                           const std::shared_ptr<platform::Queue>& queue) {
     if (batching.started) {
@@ -137,26 +139,25 @@ void DraftManager::replay(const DraftManagerBatch& batching,
                                       });
                                   });
     }
-    for (const BatchExternalAction& action : batching.externalActions) {
+    for (const BatchExternalAction& action : std::vector(batching.externalActions)) {
         addExternalAction(action.targetId, action.metadata, action.completion);
     }
-    // A copy: who is adopted is taken out of the batch.
     for (const auto& [identifier, subscription] : std::map(batching.subscriptions)) {
         adopt(identifier, subscription);
     }
-    for (const DraftManagerStateCallback& response : batching.queueRequest) {
+    for (const DraftManagerStateCallback& response : std::vector(batching.queueRequest)) {
         getDraftQueue(response);
     }
-    for (const auto& [actionId, completion] : batching.removeRequest) {
+    for (const auto& [actionId, completion] : std::map(batching.removeRequest)) {
         removeItem(actionId, completion);
     }
-    for (const BatchReplaceAction& action : batching.replaceRequest) {
+    for (const BatchReplaceAction& action : std::vector(batching.replaceRequest)) {
         replaceItem(action.actionId, action.withActionId, action.completion);
     }
-    for (const BatchMergeAction& action : batching.mergeRequests) {
+    for (const BatchMergeAction& action : std::vector(batching.mergeRequests)) {
         mergeAction(action.sourceId, action.targetId, action.completion);
     }
-    for (const auto& [actionId, request] : batching.setMetadataRequest) {
+    for (const auto& [actionId, request] : std::map(batching.setMetadataRequest)) {
         setMetadata(actionId, request.first, request.second);
     }
 }

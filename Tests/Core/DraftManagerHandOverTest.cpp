@@ -76,6 +76,42 @@ TEST_F(DraftManagerHandOver, ReplaysKindByKindWhateverTheOrderOfTheRequests) {
     EXPECT_EQ(manager->batching()->started, true);
 }
 
+TEST_F(DraftManagerHandOver, MayBeAskedMoreByWhatItCalls) {
+    runtime.run("on.addCustomAction = () => undefined; on.setCustomActionExecutor = () => {"
+                "    on.getQueue = () => { executor(item('d1')); return new Promise(() => {}); };"
+                "    on.replaceAction = on.mergeActions = on.removeDraftAction = on.setMetadata ="
+                "        on.getQueue; }");
+    const auto done = [](const auto&) {
+    };
+    // The ones who do not know yet that there is a runtime.
+    batching->addExternalAction("record", {}, [&](const auto&) {
+        for (int count = 0; count < 50; ++count) {
+            batching->addExternalAction("late", {}, done);
+        }
+    });
+    batching->setExternalActionExecutor(
+        [&](const auto&, const auto&) {
+            for (int count = 0; count < 50; ++count) {
+                batching->getDraftQueue(done);
+                batching->replaceItem("late", "late", done);
+                batching->mergeAction("late", "late", done);
+            }
+            batching->removeItem("d2", done);
+            batching->setMetadata("d2", {}, done);
+        },
+        done);
+    batching->getDraftQueue(done);
+    batching->removeItem("d1", done);
+    batching->replaceItem("r1", "r2", done);
+    batching->mergeAction("s1", "t1", done);
+    batching->setMetadata("m1", {}, done);
+    const auto manager = handOver();
+    const Lines all = calls();
+    EXPECT_EQ(std::ranges::count(all, R"(addCustomAction("EXTERNAL_ACTION", "late", "", {}))"), 0);
+    EXPECT_EQ(std::ranges::count(all, "getQueue()"), 1);
+    EXPECT_EQ(batching->batching()->externalActions.size(), 51u);
+}
+
 TEST_F(DraftManagerHandOver, StopsOnlyWhenStoppingWasTheLastWord) {
     batching->startQueue();
     batching->stopQueue();
