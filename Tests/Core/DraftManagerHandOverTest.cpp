@@ -2,11 +2,15 @@
 
 #include <zem/Core/BatchingDraftManager.h>
 #include <zem/Core/DraftManager.h>
+#include <zem/Platform/RunLoop.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <Core/DraftRuntime.h>
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
@@ -74,6 +78,15 @@ TEST_F(DraftManagerHandOver, ReplaysKindByKindWhateverTheOrderOfTheRequests) {
                      R"(setMetadata("m1", {"k":"1"}))", R"(setMetadata("m2", {"k":"2"}))"}));
     EXPECT_EQ(results.wait(2), Lines(2, "event: started [] started -"));
     EXPECT_EQ(manager->batching()->started, true);
+}
+
+TEST_F(DraftManagerHandOver, ReplaysRequestsOfTheQueueInTheirOrder) {
+    batching->getDraftQueue(results.callback("first"));
+    batching->getDraftQueue(results.callback("second"));
+    const auto manager = handOver();
+    runtime.resolve(0, "queue('d1')");
+    runtime.resolve(1, "queue('d2')");
+    EXPECT_EQ(results.wait(2), (Lines{"first: started [d1]", "second: started [d2]"}));
 }
 
 TEST_F(DraftManagerHandOver, MayBeAskedMoreByWhatItCalls) {
@@ -322,6 +335,43 @@ TEST_F(DraftManagerHandOver, HandsOverFromOneManagerToAnother) {
     EXPECT_EQ(second->batching()->subscriptions.size(), 0u);
 }
 
+TEST_F(DraftManagerHandOver, DoesNotTakeOverAListenerThatEndsInTheMiddleOfItsMove) {
+    const auto handle = batching->registerOnChangedListener(results.listener());
+    int calls = 0;
+    handle->setUnsubscribe([&] {
+        if (++calls == 1) {
+            std::thread other([&] { handle->unsubscribe(); });
+            other.join();
+        }
+    });
+    const auto manager = handOver();
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(manager->batching()->subscriptions.size(), 0u);
+}
+
+TEST_F(DraftManagerHandOver, TakesListenersOverWhileTheRuntimeReports) {
+    constexpr int listeners = 300;
+    for (int count = 0; count < listeners; ++count) {
+        batching->registerOnChangedListener(
+            [&](const DraftManagerState&, DraftQueueItemOperationType kind, const auto&) {
+                if (kind == DraftQueueItemOperationType::QueueStopped) {
+                    results.add("called");
+                }
+            });
+    }
+    std::atomic<bool> isDone = false;
+    std::thread reporting([&] {
+        while (!isDone) {
+            runtime.run("listener?.(queue(), 'started')");
+        }
+    });
+    const auto manager = handOver();
+    isDone = true;
+    reporting.join();
+    runtime.run("listener(queue(), 'stopped')");
+    EXPECT_EQ(results.wait(listeners).size(), std::size_t{listeners});
+}
+
 TEST_F(DraftManagerHandOver, LosesNoEndOfAListenerWhileItMoves) {
     constexpr int rounds = 300;
     for (int round = 0; round < rounds; ++round) {
@@ -385,26 +435,88 @@ TEST(BatchingDraftManager, RecordsEverythingAndCallsNothingBack) {
                      "replace: ", "merge: ", "metadata: ", "add: ", "execute", "executor: done"}));
 }
 
-TEST(BatchingDraftManager, ForgetsCompletionsThatWereReplacedAtOnce) {
+TEST(BatchingDraftManager, LetsGoOfWhatIsReplacedAtOnceAndMayBeCalledByThat) {
     const auto batching = BatchingDraftManager::create();
-    // Not destroyed under the lock: it may call the manager.
-    const auto token = std::shared_ptr<void>(nullptr, [&](void*) { batching->startQueue(); });
-    const std::weak_ptr<void> life = token;
-    const auto hold = [held = token](const auto&) {
+    Lines ended;
+    // What is let go of calls the manager, as any other code of the application may.
+    const auto token = [&](std::string name) {
+        return std::shared_ptr<void>(nullptr, [&, name = std::move(name)](void*) {
+            batching->startQueue();
+            ended.push_back(name);
+        });
     };
-    batching->removeItem("d1", hold);
-    batching->setMetadata("d1", {}, hold);
-    batching->setExternalActionExecutor([held = token](const auto&, const auto&) {}, hold);
-    const auto handle = batching->registerOnChangedListener([held = token](const auto&...) {});
-    const auto before = life.use_count();
+    const auto holding = [&](std::string name) {
+        return [held = token(std::move(name))](const auto&...) {
+        };
+    };
+    batching->removeItem("d1", holding("removal"));
+    batching->setMetadata("d1", {}, holding("metadata"));
+    batching->setExternalActionExecutor(holding("executor"), holding("completion"));
+    const auto handle = batching->registerOnChangedListener(holding("listener"));
+    EXPECT_EQ(ended, Lines{});
     batching->removeItem("d1", {});
-    EXPECT_EQ(life.use_count(), before - 1);
+    EXPECT_EQ(ended, Lines{"removal"});
     batching->setMetadata("d1", {}, {});
-    EXPECT_EQ(life.use_count(), before - 2);
+    EXPECT_EQ(ended, (Lines{"removal", "metadata"}));
     batching->setExternalActionExecutor({}, {});
-    EXPECT_EQ(life.use_count(), before - 4);
+    std::ranges::sort(ended);
+    EXPECT_EQ(ended, (Lines{"completion", "executor", "metadata", "removal"}));
     handle->unsubscribe();
-    EXPECT_EQ(life.use_count(), before - 5);
+    EXPECT_EQ(ended.back(), "listener");
+}
+
+TEST(BatchingDraftManager, RecordsListenersAsTheDraftManagerKeepsThem) {
+    const auto runLoop = platform::ManualRunLoop::create();
+    const auto batching = BatchingDraftManager::create();
+    runLoop->advance(platform::Seconds(60));
+    const auto date = runLoop->now();
+    std::shared_ptr<DraftManagerUnsubscribe> handle;
+    std::thread other([&] { handle = batching->registerOnChangedListener({}); });
+    other.join();
+    const auto& [identifier, subscription] = *batching->batching()->subscriptions.begin();
+    EXPECT_THAT(identifier,
+                testing::MatchesRegex(
+                    "[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}"));
+    EXPECT_EQ(subscription->preparedDate, date);
+    EXPECT_EQ(subscription->unsubscribable, handle);
+    EXPECT_FALSE(subscription->hasEmitted);
+    EXPECT_TRUE(subscription->adapterOperation.expired());
+}
+
+TEST(BatchingDraftManager, RecordsWhatManyThreadsAskFor) {
+    constexpr std::size_t threads = 4;
+    constexpr std::size_t rounds = 250;
+    const auto batching = BatchingDraftManager::create();
+    std::array<std::thread, threads> callers;
+    for (std::size_t caller = 0; caller < threads; ++caller) {
+        callers[caller] = std::thread([&, caller] {
+            for (std::size_t round = 0; round < rounds; ++round) {
+                const std::string id = std::to_string(caller) + "." + std::to_string(round);
+                batching->startQueue();
+                batching->getDraftQueue({});
+                batching->removeItem(id, {});
+                batching->replaceItem(id, id, {});
+                batching->mergeAction(id, id, {});
+                batching->setMetadata(id, {}, {});
+                batching->addExternalAction(id, {}, {});
+                batching->setExternalActionExecutor({}, {});
+                batching->registerOnChangedListener({})->unsubscribe();
+                batching->registerOnChangedListener({});
+                batching->stopQueue();
+            }
+        });
+    }
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    const auto batch = batching->batching();
+    for (const std::size_t count :
+         {batch->queueRequest.size(), batch->removeRequest.size(), batch->replaceRequest.size(),
+          batch->mergeRequests.size(), batch->setMetadataRequest.size(),
+          batch->externalActions.size(), batch->subscriptions.size()}) {
+        EXPECT_EQ(count, threads * rounds);
+    }
+    EXPECT_EQ(batch->started, false);
 }
 
 TEST(BatchingDraftManager, LeavesHandlesHarmlessWhenItIsGone) {
@@ -425,6 +537,15 @@ TEST(DraftManagerUnsubscribe, CallsWhatIsSetEachTime) {
     handle.setUnsubscribe(nullptr);
     handle.unsubscribe();
     EXPECT_EQ(called, "aab");
+}
+
+TEST(DraftManagerUnsubscribe, MayBeCalledByWhatItLetsGoOf) {
+    std::string called;
+    DraftManagerUnsubscribe handle(nullptr);
+    auto token = std::shared_ptr<void>(nullptr, [&](void*) { handle.unsubscribe(); });
+    handle.setUnsubscribe([held = std::move(token)] {});
+    handle.setUnsubscribe([&] { called += "a"; });
+    EXPECT_EQ(called, "a");
 }
 
 TEST(DraftManagerUnsubscribe, CallsNothingWhenItIsDestroyed) {

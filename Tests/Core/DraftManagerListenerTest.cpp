@@ -8,10 +8,13 @@
 #include <Core/DraftRuntime.h>
 #include <Support/LogCapture.h>
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -91,6 +94,29 @@ TEST_F(DraftManagerListener, ReadsAnEventOnceHoweverManyListen) {
     }));
 }
 
+TEST_F(DraftManagerListener, CostsNoReadingWhileThereIsNone) {
+    runtime.run("var reads = 0; var counted = queue();"
+                "Object.defineProperty(counted, 'queueState',"
+                "    { enumerable: true, get() { reads += 1; return 'started'; } });"
+                "listener(counted, 'started')");
+    test::expectEval(runtime.context, "reads", "number", "0");
+}
+
+// By what it asks of the state: a walk over it looks for what may be absent, too.
+TEST_F(DraftManagerListener, IsToldOfPlainDataByTheirText) {
+    const auto handle = manager->registerOnChangedListener(heard.listener());
+    runtime.run("var asked = new Set();"
+                "var watched = queue();"
+                "watched.items = [new Proxy(item('d1'),"
+                "    { get(target, name) { asked.add(name); return target[name]; } })];"
+                "on.getQueue = () => Promise.resolve(watched);"
+                "listener(watched, 'started');");
+    manager->getDraftQueue(heard.callback());
+    EXPECT_EQ(heard.wait(2), (Lines{"event: started [d1] started -", "started [d1]"}));
+    test::expectEval(runtime.context, "[asked.has('id'), asked.has('targetId')]", "array",
+                     "[true,false]");
+}
+
 TEST_F(DraftManagerListener, HearsOfAnItemThatCannotBeReadAsOfNone) {
     const auto first = manager->registerOnChangedListener(heard.listener("a"));
     const auto second = manager->registerOnChangedListener(heard.listener("b"));
@@ -160,7 +186,25 @@ TEST_F(DraftManagerListener, IsKeptWithTheDateAndTheHandleThatItWasRegisteredWit
     EXPECT_EQ(subscription->unsubscribable, handle);
     EXPECT_FALSE(subscription->hasEmitted);
     EXPECT_TRUE(subscription->adapterOperation.expired());
-    EXPECT_LE(subscription->preparedDate, platform::RunLoop::current()->now());
+}
+
+TEST_F(DraftManagerListener, IsDatedByTheRunLoopThatTheManagerWasMadeOn) {
+    const auto runLoop = platform::ManualRunLoop::create();
+    const auto timed = runtime.manager();
+    const auto dates = [&] {
+        std::vector<platform::RunLoop::TimePoint> all;
+        for (const auto& [identifier, subscription] : timed->batching()->subscriptions) {
+            all.push_back(subscription->preparedDate);
+        }
+        std::ranges::sort(all);
+        return all;
+    };
+    const auto start = runLoop->now();
+    timed->registerOnChangedListener({});
+    runLoop->advance(platform::Seconds(60));
+    std::thread other([&] { timed->registerOnChangedListener({}); });
+    other.join();
+    EXPECT_EQ(dates(), (std::vector{start, start + std::chrono::minutes(1)}));
 }
 
 TEST_F(DraftManagerListener, MayUnsubscribeItselfAndOthersFromAnEventThatStillReachesThem) {
@@ -178,6 +222,42 @@ TEST_F(DraftManagerListener, MayUnsubscribeItselfAndOthersFromAnEventThatStillRe
     report("queue(), 'stopped'");
     settle();
     EXPECT_THAT(heard.lines(), UnorderedElementsAre("a", "b", "c"));
+}
+
+TEST_F(DraftManagerListener, HearsOfWhatIsReportedWhileItListensWhateverHappensUntilItIsTold) {
+    test::Event release("the end of the completion");
+    manager->getDraftQueue([&](const auto&) { release.wait(); });
+    runtime.run("promises[0].resolve(queue())");
+    const auto ended = manager->registerOnChangedListener(heard.listener("ended"));
+    report("queue(), 'started'");
+    ended->unsubscribe();
+    const auto late = manager->registerOnChangedListener(heard.listener("late"));
+    release.signal();
+    settle();
+    EXPECT_EQ(heard.lines(), Lines{"ended: started [] started -"});
+}
+
+TEST_F(DraftManagerListener, HearsNothingOfAnEventThatWasBeingReadWhenItWasEnded) {
+    const auto first = manager->registerOnChangedListener(heard.listener("first"));
+    std::shared_ptr<DraftManagerUnsubscribe> second;
+    test::setFunction(runtime.context, "swap", 0, [&](js::Scope& scope, js::Local, js::Arguments) {
+        if (second == nullptr) {
+            first->unsubscribe();
+            second = manager->registerOnChangedListener(heard.listener("second"));
+        }
+        return scope.undefined();
+    });
+    report("{ get queueState() { swap(); return 'started'; }, items: [] }, 'started'");
+    settle();
+    EXPECT_EQ(heard.lines(), Lines{"second: started [] started -"});
+}
+
+TEST_F(DraftManagerListener, MayCallTheManagerWhenItIsLetGoOf) {
+    auto token = std::shared_ptr<void>(nullptr, [&](void*) { manager->startQueue(); });
+    const auto handle =
+        manager->registerOnChangedListener([token = std::move(token)](const auto&...) {});
+    handle->unsubscribe();
+    EXPECT_EQ(runtime.calls.lines().back(), "startQueue()");
 }
 
 TEST_F(DraftManagerListener, MayRegisterAnotherThatHearsOfLaterEvents) {
@@ -223,6 +303,17 @@ TEST_F(DraftManagerListener, MayDestroyTheManager) {
     runtime.runMainQueue();
     EXPECT_EQ(runtime.calls.lines().back(), "unregister()");
     EXPECT_EQ(heard.lines(), Lines{"called"});
+}
+
+TEST_F(DraftManagerListener, HearsOfAnEventThoughAnotherDestroysTheManager) {
+    for (const char* name : {"a", "b", "c"}) {
+        manager->registerOnChangedListener([&, name](const auto&...) {
+            manager.reset();
+            heard.add(name);
+        });
+    }
+    report("queue(), 'started'");
+    EXPECT_THAT(heard.wait(3), UnorderedElementsAre("a", "b", "c"));
 }
 
 TEST_F(DraftManagerListener, HearsWithEachEventTheStateOfItsMoment) {

@@ -9,9 +9,11 @@
 
 #include <Core/DraftRuntime.h>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -28,6 +30,7 @@ TEST(DraftManager, RegistersItsListenerWhenItIsMade) {
     DraftRuntime runtime;
     const auto manager = runtime.manager();
     EXPECT_EQ(runtime.calls.lines(), Lines{registration});
+    test::expectEval(runtime.context, "listener.length", "number", "3");
 }
 
 TEST(DraftManager, CallsTheRuntimeWithTheArgumentsInTheirOrderBeforeItReturns) {
@@ -218,6 +221,20 @@ TEST(DraftManager, KeepsTheLastWordOnStartingOrStopping) {
     EXPECT_EQ(manager->batching()->started, false);
 }
 
+TEST(DraftManager, KeepsTheLastWordOnceTheRuntimeHasHeardIt) {
+    DraftRuntime runtime;
+    const auto manager = runtime.manager();
+    std::vector<std::optional<bool>> during;
+    test::setFunction(runtime.context, "look", 0, [&](js::Scope& scope, js::Local, js::Arguments) {
+        during.push_back(manager->batching()->started);
+        return scope.undefined();
+    });
+    runtime.run("on.startQueue = on.stopQueue = () => look()");
+    manager->startQueue();
+    manager->stopQueue();
+    EXPECT_EQ(during, (std::vector<std::optional<bool>>{std::nullopt, true}));
+}
+
 TEST(DraftManager, DoesNotWaitForTheQueueToStartOrStop) {
     DraftRuntime runtime;
     runtime.run("on.startQueue = () => { throw new Error('no start'); };"
@@ -262,6 +279,29 @@ TEST(DraftManager, EndsTheRegistrationsOnTheMainQueueWhenItIsGone) {
                             "unregister()", "unset()"));
 }
 
+TEST(DraftManager, EndsEachRegistrationWhateverBecomesOfTheOther) {
+    DraftRuntime runtime;
+    runtime.run("draftManager.registerDraftQueueChangedListener = () => () => {"
+                "    heard('unregister()'); throw new Error('not ended'); }");
+    auto manager = runtime.manager();
+    manager->setExternalActionExecutor({}, [](const auto&) {});
+    runtime.resolve(0, "() => heard('unset()')");
+    manager.reset();
+    runtime.runMainQueue();
+    EXPECT_EQ(runtime.calls.lines(),
+              (Lines{R"(setCustomActionExecutor("EXTERNAL_ACTION", function))", "unregister()",
+                     "unset()"}));
+    EXPECT_EQ(runtime.uncaught.lines(), Lines{"Error: not ended"});
+    // Only the second is there.
+    runtime.run("draftManager.registerDraftQueueChangedListener = () => {}");
+    manager = runtime.manager();
+    manager->setExternalActionExecutor({}, [](const auto&) {});
+    runtime.resolve(1, "() => heard('unset again()')");
+    manager.reset();
+    runtime.runMainQueue();
+    EXPECT_EQ(runtime.calls.lines().back(), "unset again()");
+}
+
 TEST(DraftManager, HasNothingToEndWhereTheRuntimeGaveNoFunctions) {
     DraftRuntime runtime;
     runtime.run("draftManager.registerDraftQueueChangedListener = () => 7");
@@ -293,6 +333,64 @@ TEST(DraftManager, DropsCompletionsThatItDoesNotLiveToSee) {
     runtime.runMainQueue();
     EXPECT_EQ(runtime.calls.lines().back(), "unregister()");
     EXPECT_EQ(results.lines().size(), 1u);
+}
+
+TEST(DraftManager, StillCallsWhatWasSettledBeforeItWasDestroyed) {
+    DraftRuntime runtime;
+    DraftResults results;
+    test::Event release("the end of the first completion");
+    auto manager = runtime.manager();
+    const auto handle = manager->registerOnChangedListener(results.listener());
+    manager->getDraftQueue([&](const auto&) { release.wait(); });
+    manager->getDraftQueue(results.callback("settled"));
+    manager->getDraftQueue(results.callback("unsettled"));
+    runtime.resolve(0, "queue()");
+    runtime.resolve(1, "queue()");
+    runtime.run("listener(queue(), 'started')");
+    manager.reset();
+    runtime.resolve(2, "queue()");
+    release.signal();
+    EXPECT_EQ(results.wait(2), (Lines{"settled: started []", "event: started [] started -"}));
+}
+
+TEST(DraftManager, TellsOfRejectionsOfExternalActionsAndTheExecutorAlsoWhenItIsGone) {
+    DraftRuntime runtime;
+    DraftResults results;
+    auto manager = runtime.manager();
+    manager->addExternalAction("record", {}, results.callback("add"));
+    manager->setExternalActionExecutor({}, results.callback("executor"));
+    manager->getDraftQueue(results.callback("get"));
+    manager.reset();
+    runtime.reject(0, "'no action'");
+    runtime.reject(1, "'no executor'");
+    runtime.reject(2, "'no queue'");
+    EXPECT_EQ(results.lines(),
+              (Lines{"add: promiseRejection no action", "executor: promiseRejection no executor"}));
+}
+
+TEST(DraftManager, LetsGoOfACompletionThatItHasCalledWhateverTheRuntimeKeeps) {
+    DraftRuntime runtime;
+    DraftResults results;
+    const auto manager = runtime.manager();
+    runtime.run("var kept = [];"
+                "on.getQueue = () => ({ then(...settle) { kept.push(...settle); } });"
+                "on.addCustomAction = on.getQueue;");
+    std::weak_ptr<int> queued;
+    std::weak_ptr<int> added;
+    const auto holding = [&](std::weak_ptr<int>& life) {
+        auto token = std::make_shared<int>();
+        life = token;
+        return [&results, token = std::move(token)](const auto&) {
+            results.add("called");
+        };
+    };
+    manager->getDraftQueue(holding(queued));
+    manager->addExternalAction("record", {}, holding(added));
+    EXPECT_FALSE(queued.expired() || added.expired());
+    runtime.run("kept[0](queue()); kept[2](item('d1'));");
+    results.wait(2);
+    test::waitUntil("the end of the completions",
+                    [&] { return queued.expired() && added.expired(); });
 }
 
 TEST(DraftManager, AsksWhereTheCallingThreadEntersTheEngine) {

@@ -205,6 +205,70 @@ TEST_F(ExternalActionExecution, IsRecordedWithItsCompletion) {
     EXPECT_FALSE(manager->batching()->externalActionExecutor->executor);
 }
 
+TEST_F(ExternalActionExecution, IsRecordedBeforeTheRuntimeHearsOfIt) {
+    Lines during;
+    test::setFunction(runtime.context, "look", 0, [&](js::Scope& scope, js::Local, js::Arguments) {
+        during.push_back(manager->batching()->externalActionExecutor ? "recorded" : "absent");
+        return scope.undefined();
+    });
+    runtime.run("on.setCustomActionExecutor = () => look()");
+    setExecutor({});
+    EXPECT_EQ(during, Lines{"recorded"});
+}
+
+TEST_F(ExternalActionExecution, MayCallTheManagerWhenAnotherTakesItsPlace) {
+    auto token = std::shared_ptr<void>(nullptr, [&](void*) { manager->startQueue(); });
+    manager->setExternalActionExecutor({}, [token = std::move(token)](const auto&) {});
+    // Nobody else has the completion any more.
+    runtime.resolve(0, "undefined");
+    manager->setExternalActionExecutor({}, {});
+    EXPECT_EQ(runtime.calls.lines().back(), "startQueue()");
+}
+
+TEST_F(ExternalActionExecution, IsEndedUntilAnotherIsRegistered) {
+    const auto unset = [](const char* name) {
+        return std::string("() => heard('unset ") + name + "')";
+    };
+    const auto ends = [&] {
+        Lines all = runtime.calls.lines();
+        std::erase_if(all, [](const std::string& call) { return !call.starts_with("unset"); });
+        return all;
+    };
+    setExecutor({});
+    runtime.resolve(0, unset("first"));
+    manager->setExternalActionExecutor({}, {}); // is never answered
+    manager->setExternalActionExecutor({}, {});
+    runtime.reject(2, "'no'");
+    EXPECT_EQ(ends(), (Lines{"unset first", "unset first"}));
+    manager->setExternalActionExecutor({}, {});
+    runtime.resolve(3, unset("fourth"));
+    EXPECT_EQ(ends(), (Lines{"unset first", "unset first", "unset first"}));
+    manager->setExternalActionExecutor({}, {});
+    runtime.resolve(4, "undefined");
+    manager->setExternalActionExecutor({}, {});
+    manager.reset();
+    runtime.runMainQueue();
+    EXPECT_EQ(ends(), (Lines{"unset first", "unset first", "unset first", "unset fourth"}));
+}
+
+TEST_F(ExternalActionExecution, IsEndedWhenItIsReplacedFromItsCompletion) {
+    manager->setExternalActionExecutor({}, [&](const auto&) {
+        manager->setExternalActionExecutor({}, results.callback("second"));
+    });
+    runtime.resolve(0, "() => heard('unset first')");
+    runtime.resolve(1, "() => heard('unset second')");
+    EXPECT_EQ(results.lines(), Lines{"second: done"});
+    const std::string set = R"(setCustomActionExecutor("EXTERNAL_ACTION", function))";
+    EXPECT_EQ(runtime.calls.lines(), (Lines{"register(function)", set, "unset first", set}));
+}
+
+TEST_F(ExternalActionExecution, IsAFunctionOfTwoArgumentsThatGivesNothingBack) {
+    setExecutor([](const auto&, const auto&) {});
+    test::expectEval(runtime.context, "executor.length", "number", "2");
+    test::expectEval(runtime.context, "executor(item('d1'), reply)", "undefined", "undefined");
+    test::expectEval(runtime.context, "executor({}, () => 7)", "undefined", "undefined");
+}
+
 TEST_F(ExternalActionExecution, GoesOnWhenEndingTheRegistrationBeforeThrows) {
     setExecutor({});
     runtime.resolve(0, "() => { throw new Error('not ended'); }");

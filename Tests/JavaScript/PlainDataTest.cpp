@@ -68,6 +68,7 @@ TEST_F(PlainData, IsNothingThatJSONLeavesOutOrChanges) {
                               "new (class { a = 1; })()",
                               "Object.create({ a: 1 })",
                               "new (class extends Array {})()",
+                              "Object.create(Array.prototype)",
                               "Object.assign([1], { toJSON: () => 1 })",
                               "[,]",
                               "{ get a() { throw 1; } }",
