@@ -47,8 +47,15 @@ void callForPromise(js::Scope& scope, js::Local object, const js::Name& function
         if (!promise) {
             return std::unexpected(promise.error());
         }
-        // It is given no functions: the engine would keep them, and what they hold, for long.
-        if (!isPromise(scope, *promise)) {
+        // What has no "then" is given no functions: the engine would keep them, and what they hold,
+        // for long. It is asked for what it answers, not for what it has: a proxy may answer any
+        // name.
+        const js::Result<js::Local> then =
+            scope.isObject(*promise) ? scope.get(*promise, thenName()) : scope.undefined();
+        if (!then) {
+            return std::unexpected(then.error());
+        }
+        if (scope.kind(*then) == js::Kind::undefined) {
             return scope.fail(js::ErrorType::typeError, function.text() +
                                                             ": expected a promise, found " +
                                                             js::nameOf(scope.kind(*promise)));

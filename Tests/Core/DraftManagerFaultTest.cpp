@@ -147,6 +147,20 @@ TEST_P(DraftManagerFault, OfAThenableThatSettlesLaterIsNone) {
     EXPECT_EQ(heard(), once(GetParam().heard));
 }
 
+TEST_P(DraftManagerFault, OfAProxyThatSaysNothingOfItsThenIsNoneWhereItIsNotAsked) {
+    answerWith("new Proxy({}, { has: () => false, get: (target, name) =>"
+               "    name === 'then' ? (fulfilled) => fulfilled(" +
+               answer() + ") : undefined })");
+    ask();
+    EXPECT_EQ(heard(),
+              once(*GetParam().withoutPromise == 0 ? GetParam().heard : GetParam().withoutPromise));
+    answerWith("new Proxy({}, { has() { throw new Error('mine'); } })");
+    ask();
+    EXPECT_EQ(results.lines().size(), *GetParam().withoutPromise == 0 ? 1u : 2u);
+    EXPECT_EQ(results.lines().back(),
+              *GetParam().withoutPromise == 0 ? GetParam().heard : GetParam().withoutPromise);
+}
+
 TEST_P(DraftManagerFault, OfAPromiseOfAPromiseIsNone) {
     answerWith("Promise.resolve(Promise.resolve(" + answer() + "))");
     ask();
