@@ -48,7 +48,8 @@ SettledFunction reject(Once<std::expected<T, Error>> complete, const char* textl
     };
 }
 
-/// Whether what the runtime answered is a promise that could be asked.
+/// Whether what the runtime answered is a promise. One that fails when it is asked may have kept
+/// what it was given, and settle yet.
 bool follow(js::Scope& scope, const js::Result<js::Local>& answer, SettledFunction fulfilled,
             SettledFunction rejected) {
     if (!answer) {
@@ -58,11 +59,11 @@ bool follow(js::Scope& scope, const js::Result<js::Local>& answer, SettledFuncti
     if (!isPromise(scope, *answer)) {
         return false;
     }
-    const auto asked = whenSettled(scope, *answer, std::move(fulfilled), std::move(rejected));
-    if (!asked) {
+    if (const auto asked = whenSettled(scope, *answer, std::move(fulfilled), std::move(rejected));
+        !asked) {
         report(scope, asked.error());
     }
-    return asked.has_value();
+    return true;
 }
 
 } // namespace

@@ -222,10 +222,19 @@ TEST_P(DraftManagerFault, OfAThenThatCannotBeCalledIsReported) {
     ask();
     answerWith("({ then() { throw new Error('no then'); } })");
     ask();
-    EXPECT_EQ(heard(),
-              *GetParam().withoutPromise == 0 ? Lines{} : Lines(2, GetParam().withoutPromise));
+    EXPECT_EQ(heard(), Lines{});
     EXPECT_EQ(runtime.uncaught.lines(),
               (Lines{"TypeError: then: expected a function, found a number", "Error: no then"}));
+}
+
+TEST_P(DraftManagerFault, OfAThenThatThrowsBeforeItSettlesIsReportedToo) {
+    runtime.run("var late");
+    answerWith("({ then(fulfilled) { late = fulfilled; throw new Error('early'); } })");
+    ask();
+    EXPECT_EQ(runtime.uncaught.lines(), Lines{"Error: early"});
+    EXPECT_EQ(heard(), Lines{});
+    runtime.run("late(" + answer() + ")");
+    EXPECT_EQ(heard(), once(GetParam().heard));
 }
 
 TEST_P(DraftManagerFault, OfAThenThatThrowsWhenItHasSettledIsReportedToo) {
