@@ -23,12 +23,18 @@ namespace zem {
 ///
 /// Completions and listeners are called on a serial queue of the manager's own, in the order in
 /// which the runtime settled and reported; those of external actions and of the executor are not:
-/// they are called on the thread on which the runtime settles its promise, or before the operation
-/// returns where that fails. A completion is never called when the runtime returns nothing or never
-/// settles its promise, except those two, which then fail.
+/// they are called on the thread on which the runtime settles its promise, inside the engine, or
+/// else before the operation returns, when the runtime returns no promise. Any other completion is
+/// not called then, and none is when the runtime never settles its promise.
 ///
-/// Destroying it, on any thread, drops what has not been called, but for the completions of
-/// external actions. The runtime's registrations are ended on the main queue.
+/// Destroying it, on any thread, drops what the runtime has not settled or reported by then, but
+/// for the completions of external actions and the failure of an executor's registration. What is
+/// on its way to the serial queue is still called, after the manager is gone. The runtime's
+/// registrations are ended from the main queue; until then the runtime may call the executor.
+///
+/// Listeners, the executor and its completion are kept until they are unsubscribed or replaced, and
+/// other completions until they have been called or the engine has collected what could settle
+/// them. One that holds the manager keeps it for as long: they hold it weakly.
 class DraftManager final : public BatchingDraftManagerProtocol,
                            public std::enable_shared_from_this<DraftManager> {
   public:
@@ -38,7 +44,9 @@ class DraftManager final : public BatchingDraftManagerProtocol,
     /// The manager of the runtime's object `draftManager`. Replays `batching`, which is left as it
     /// is but for the listeners, in this order: start or stop, the executor, external actions,
     /// listeners, requests of the queue, removals, replacements, mergers, metadata. The executor's
-    /// completion is called on `queue`, every other as if it had been given to this manager.
+    /// completion is called on `queue`, every other as if it had been given to this manager; so
+    /// those of external actions, and the executor itself, may be called before this returns. They
+    /// may ask the batching manager for more: what is of a kind that has been replayed stays there.
     ///
     /// Throws std::invalid_argument when `draftManager` holds nothing or there is no queue.
     static std::shared_ptr<DraftManager> create(js::Value draftManager,

@@ -32,10 +32,13 @@ using DraftQueueChangedListener =
     std::function<void(const DraftManagerState& state, DraftQueueItemOperationType kind,
                        const std::optional<DraftQueueItem>& item)>;
 
-/// Called once, on any thread, with what became of an action; later calls are dropped.
+/// Called on any thread, at any time, with what became of an action; only the first call counts,
+/// and none need come.
 using CustomActionReply = std::function<void(CustomActionResult)>;
 
-/// Carries out an external action.
+/// Carries out an external action. Called on the thread that runs the JavaScript, inside the
+/// engine, so it only begins what takes long; once for each time that the runtime asks, also when
+/// the manager is gone, until the runtime has heard of that or has been given another.
 using ExternalActionExecutor = std::function<void(DraftQueueItem action, CustomActionReply reply)>;
 
 struct BatchReplaceAction {

@@ -9,8 +9,9 @@
 
 namespace zem {
 
-/// Every operation may be called on any thread. A completion is called once, or never where the
-/// runtime gives no answer. Callbacks throw nothing; what one throws is logged and goes no further.
+/// Every operation may be called on any thread. A completion is called at most once; never where
+/// the runtime gives no answer, or a later request takes the place of one that was only recorded.
+/// Callbacks throw nothing; what one throws is logged and goes no further.
 class DraftManagerProtocol {
   public:
     virtual ~DraftManagerProtocol() = default;

@@ -20,7 +20,8 @@ class DraftManagerUnsubscribe {
     void unsubscribe();
 
     /// What `unsubscribe` calls from now on; may be empty. A draft manager that takes the listener
-    /// over from another one calls what is set, once and with its lock held, and sets its own.
+    /// over from another one calls what is set, once and with its lock held, and sets its own: what
+    /// is set calls no manager, no handle of a listener and not the runtime.
     void setUnsubscribe(std::function<void()> callback);
 
   private:

@@ -104,7 +104,10 @@ class Scope {
     Result<Local> parseJSON(std::string_view text);
     /// Whether its JSON text says the same as a walk over its properties would: there is nothing in
     /// it but null, booleans, numbers that JSON keeps, texts, and arrays and objects that hold
-    /// their properties themselves. Asking costs a small part of what either does.
+    /// their properties themselves. Asking costs a small part of what either does, and runs getters
+    /// and proxies. What enumeration does not show goes unseen, and is in a walk but not in the
+    /// text: properties that are not enumerable, or that a proxy answers and does not list, or that
+    /// all objects inherit. A proxy of an array counts as the array, as it does in the text.
     bool isPlainData(Local value);
 
     // Handles.

@@ -156,7 +156,8 @@ Decoded<T> decodeValue(zem::js::Scope& scope, zem::js::Local value) {
 }
 
 /// The same, faster where `value` is large: plain data come whole as their JSON text. What that
-/// does not hold, or what is wrong with it, a walk over the properties finds out.
+/// does not hold, or what is wrong with it, a walk over the properties finds out. A proxy of an
+/// array is read as the array; optional fields that enumeration does not show are absent.
 template <class T>
 Decoded<T> decodeLarge(zem::js::Scope& scope, zem::js::Local value) {
     if (scope.isPlainData(value)) {
