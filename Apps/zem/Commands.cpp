@@ -231,6 +231,8 @@ std::optional<std::string> Commands::waitForCalls(const std::vector<std::shared_
     bool isLate = false;
     platform::UniqueLock lock(mutex);
     for (;;) {
+        // Asked first: when nothing goes on any more, what is missing now stays so.
+        const bool isIdle = around.activity->outstanding() == 0;
         const Calls::Silence silence = calls->silent(awaited, runtime->missing());
         if (silence.labels.empty()) {
             return std::nullopt;
@@ -239,7 +241,7 @@ std::optional<std::string> Commands::waitForCalls(const std::vector<std::shared_
             return interrupted;
         }
         const std::string missing = fmt::format("{}", fmt::join(silence.labels, ", "));
-        if (around.activity->outstanding() == 0 && silence.reason) {
+        if (isIdle && silence.reason) {
             return fmt::format("waited in vain for {}: {}", missing, *silence.reason);
         }
         if (isLate) {

@@ -148,6 +148,7 @@ DraftsCommand parseDrafts(const Arguments& words) {
 std::span<const CommandShape> draftsShapes() {
     static const std::vector<CommandShape> shapes = [] {
         std::vector<CommandShape> made;
+        made.reserve(forms.size());
         for (const Form& form : forms) {
             made.push_back({form.name, {}, form.arguments, false, {}});
         }

@@ -86,8 +86,10 @@ void Run::start() {
         addSettings(scope, values);
         globals->watchRuntime(scope);
     });
-    startCommands();
+    listenToIdleness();
+    // First, so that commands find what the bundle makes.
     startBundle(std::move(starting));
+    startCommands();
 }
 
 void Run::makeRuntime() {
@@ -122,17 +124,23 @@ std::shared_ptr<Commands> Run::makeCommands() {
     return Commands::create(std::move(around));
 }
 
-void Run::startCommands() {
+void Run::listenToIdleness() {
     if (commands == nullptr) {
         activity->setIdleHandler([ending = ending] { ending->request(exitDone); });
         return;
     }
-    const std::weak_ptr<Commands> weak(commands);
-    activity->setIdleHandler([weak] {
+    activity->setIdleHandler([weak = std::weak_ptr(commands)] {
         if (const auto alive = weak.lock()) {
             alive->idle();
         }
     });
+}
+
+void Run::startCommands() {
+    if (commands == nullptr) {
+        return;
+    }
+    const std::weak_ptr<Commands> weak(commands);
     interruption->setTaker([weak, isTyped = isTyped(options)] {
         const auto alive = weak.lock();
         return isTyped && alive != nullptr && alive->abandon();

@@ -45,6 +45,7 @@ class Run {
     void addSettings(js::Scope& scope, const std::vector<Settings::Value>& values);
     void makeRuntime();
     std::shared_ptr<Commands> makeCommands();
+    void listenToIdleness();
     void startBundle(std::unique_ptr<tessel::ActivityToken> evaluating);
     void startCommands();
     void fail(js::Scope& scope, const js::Exception& exception, bool wasRejection);

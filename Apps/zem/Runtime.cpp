@@ -52,11 +52,19 @@ class Runtime::Services final : public RuntimeServices {
     void close() { closed = true; }
     bool isClosed() const { return closed; }
 
-    DataServiceProtocol& dataService() override { return *currentDataService; }
-    DraftManagerProtocol& draftManager() override { return *currentDraftManager; }
+    DataServiceProtocol& dataService() override {
+        isRecorded |= currentDataService == batchingDataService;
+        return *currentDataService;
+    }
+
+    DraftManagerProtocol& draftManager() override {
+        isRecorded |= currentDraftManager == batchingDraftManager;
+        return *currentDraftManager;
+    }
 
     void processNextAction(ProcessActionCallback response) override {
         if (draftQueue == nullptr) {
+            isRecorded = true;
             recordedProcessing.push_back(std::move(response));
         } else {
             draftQueue->processNextAction(std::move(response));
@@ -64,8 +72,9 @@ class Runtime::Services final : public RuntimeServices {
     }
 
     void perform(const std::function<void(RuntimeServices&)>& work) {
+        isRecorded = false;
         work(*this);
-        if (isLookedAt && !missing().empty()) {
+        if (isLookedAt && isRecorded) {
             tell();
         }
     }
@@ -154,6 +163,8 @@ class Runtime::Services final : public RuntimeServices {
     bool isLookedAt = false;
     /// It has one that can be used.
     bool isThere = false;
+    /// The work at hand has asked for a part that is not there.
+    bool isRecorded = false;
     bool closed = false;
     mutable platform::Mutex mutex;
     MissingParts missingParts = allMissing("the bundle has set no globalThis.runtime");

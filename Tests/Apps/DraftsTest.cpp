@@ -347,13 +347,17 @@ TEST(Drafts, ThePluginHasTheRuntimesQueueOnceThatIsThere) {
     const auto before = host.runScript(ask + "ask('get').then(console.log)");
     EXPECT_EQ(before.output, "[ 'error', 'Unable to get reference to draft queue' ]\n");
     EXPECT_EQ(before.errors, "");
-    const auto after = runReady(host, ask + drafts, "eval ask('get')\neval ask('bad')\n");
-    EXPECT_EQ(after.output, "eval: [ 'result', 'get [1]' ]\neval: [ 'error', 'refused' ]\n");
+    const std::string wait = "drafts process\nwait\n";
+    const std::string waited = "[\"processNextAction\"]\nd1 process: NO_ACTION_TO_PROCESS\n";
+    const auto after =
+        host.runCommands(ask + drafts + set, wait + "eval ask('get')\neval ask('bad')\n");
+    EXPECT_EQ(after.output,
+              waited + "eval: [ 'result', 'get [1]' ]\neval: [ 'error', 'refused' ]\n");
     EXPECT_EQ(after.errors, "");
     EXPECT_EQ(after.code, 0);
-    const auto lacking =
-        runReady(host, ask + drafts + "delete draftQueue.callProxyMethod;", "eval ask('get')\n");
-    EXPECT_EQ(lacking.output, "eval: [ 'error', 'unable to invoke callProxyMethod' ]\n");
+    const auto lacking = host.runCommands(ask + drafts + "delete draftQueue.callProxyMethod;" + set,
+                                          wait + "eval ask('get')\n");
+    EXPECT_EQ(lacking.output, waited + "eval: [ 'error', 'unable to invoke callProxyMethod' ]\n");
 }
 
 } // namespace
