@@ -49,7 +49,12 @@ class Runtime::Services final : public RuntimeServices {
         currentDraftManager = batchingDraftManager;
     }
 
-    void close() { closed = true; }
+    void close() {
+        closed = true;
+        // What is still queued on them would find an engine whose thread has ended.
+        currentDataService.reset();
+        currentDraftManager.reset();
+    }
     bool isClosed() const { return closed; }
 
     DataServiceProtocol& dataService() override {
