@@ -364,7 +364,7 @@ std::optional<std::string> replaceLoneSurrogates(std::string_view text) {
 
 } // namespace
 
-Decoded<Any> parse(std::string_view text, boost::json::storage_ptr storage) {
+Decoded<Any> parse(std::string_view text, const boost::json::storage_ptr& storage) {
     Decoded<Any> parsed = parseStrictly(text, storage);
     if (!parsed) {
         // The engine escapes lone surrogates, which the parser refuses.

@@ -116,6 +116,6 @@ std::string toText(const Any& value);
 /// and exponent that 64 bits hold is an integer, but -0 is a double; one too large for a double is
 /// a mistake. Of equal keys the last value counts, at the first one's place. Escaped surrogates
 /// without a partner become U+FFFD. The value is made in `storage`, which has to outlive it.
-Decoded<Any> parse(std::string_view text, boost::json::storage_ptr storage = {});
+Decoded<Any> parse(std::string_view text, const boost::json::storage_ptr& storage = {});
 
 } // namespace tessel
