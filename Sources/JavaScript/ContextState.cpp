@@ -36,9 +36,9 @@ constexpr const char* isPlainDataSource = R"js(
     const { getPrototypeOf, is, prototype: ofObjects } = Object;
     const { isArray, prototype: ofArrays } = Array;
     const largest = Number.MAX_SAFE_INTEGER;
-    const deepest = 64;
+    const deepest = 64; // what has a cycle is deeper
 
-    function isPlain(value, around, depth) {
+    function isPlain(value, depth) {
         switch (typeof value) {
         case "string":
         case "boolean":
@@ -47,33 +47,29 @@ constexpr const char* isPlainDataSource = R"js(
             // The text of a larger one reads back as another integer.
             return -largest <= value && value <= largest && !is(value, -0);
         case "object":
-            return value === null || holdsOnlyPlain(value, around, depth);
+            return value === null || holdsOnlyPlain(value, depth);
         default:
             return false;
         }
     }
 
-    function holdsOnlyPlain(value, around, depth) {
+    function holdsOnlyPlain(value, depth) {
         if (depth === deepest || value.toJSON !== undefined) return false;
-        for (let outer = 0; outer < depth; ++outer) {
-            if (around[outer] === value) return false;
-        }
-        around[depth] = value;
         const prototype = getPrototypeOf(value);
         if (prototype === ofArrays && isArray(value)) {
             for (let index = 0; index < value.length; ++index) {
-                if (!isPlain(value[index], around, depth + 1)) return false;
+                if (!isPlain(value[index], depth + 1)) return false;
             }
             return true;
         }
         if (prototype !== ofObjects && prototype !== null) return false;
         for (const name in value) {
-            if (!isPlain(value[name], around, depth + 1)) return false;
+            if (!isPlain(value[name], depth + 1)) return false;
         }
         return true;
     }
 
-    return (value) => isPlain(value, [], 0);
+    return (value) => isPlain(value, 0);
 })()
 )js";
 
