@@ -51,7 +51,11 @@ Runtime::Listener Commands::listener() {
 
 void Commands::start(std::unique_ptr<LineSource> fromLines, Runtime& withRuntime,
                      std::weak_ptr<SQLiteStore> withStore) {
-    lines = std::move(fromLines);
+    {
+        // For those who interrupt, on a thread of their own.
+        const platform::Lock lock(mutex);
+        lines = std::move(fromLines);
+    }
     runtime = &withRuntime;
     store = std::move(withStore);
     working = std::make_unique<tessel::ActivityToken>(around.activity);
@@ -88,7 +92,15 @@ void Commands::idle() {
 }
 
 bool Commands::abandon() {
-    if (lines->abandon()) {
+    LineSource* typed = nullptr;
+    {
+        const platform::Lock lock(mutex);
+        typed = lines.get();
+    }
+    if (typed == nullptr) {
+        return false;
+    }
+    if (typed->abandon()) {
         return true;
     }
     {

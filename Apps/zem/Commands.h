@@ -104,7 +104,7 @@ class Commands : public std::enable_shared_from_this<Commands> {
     Surroundings around;
     const Report report;
     const std::shared_ptr<Calls> calls;
-    std::unique_ptr<LineSource> lines;
+    std::unique_ptr<LineSource> lines; ///< the same from the start on
     Runtime* runtime = nullptr;
     std::weak_ptr<SQLiteStore> store;
 
