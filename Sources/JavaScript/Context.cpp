@@ -59,6 +59,8 @@ Context Context::adopt(void* globalContext, std::shared_ptr<platform::RunLoop> h
     Context context;
     const auto take = [&] {
         prepareEngine();
+        const auto door = Door::of(JSContextGetGroup(global));
+        const std::scoped_lock behindDoor(*door);
         context.state = shareState(JSGlobalContextRetain(global), home);
     };
     if (home == nullptr) {
@@ -74,14 +76,15 @@ bool Context::entersHere() const {
 }
 
 void Context::performOnHome(std::move_only_function<void(Scope&)> work) const {
-    runAndWait(*state->home, [this, &work] {
+    const auto enter = [this, &work] {
         Entry entry(state);
         work(entry.scope());
-    });
+    };
+    runAndWait(*state->home, enter, state->door.get());
 }
 
-bool Context::isBound() const {
-    return state->home != nullptr;
+bool Context::entersAtOnce() const {
+    return state->home == nullptr && !state->isEnteredFromAnotherEngine();
 }
 
 const std::shared_ptr<platform::Queue>& Context::lane() const {
@@ -89,7 +92,7 @@ const std::shared_ptr<platform::Queue>& Context::lane() const {
 }
 
 void Context::post(std::move_only_function<void(Scope&)> work) const {
-    state->home->perform([state = state, work = std::move(work)]() mutable {
+    state->lane->async([state = state, work = std::move(work)]() mutable {
         Entry entry(std::move(state));
         work(entry.scope());
     });

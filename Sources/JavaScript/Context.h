@@ -17,10 +17,12 @@
 
 namespace zem::js {
 
-/// Being inside the engine, for as long as it lives. Made by `perform` only.
+/// Being inside the engine, for as long as it lives. Made by `perform`, which takes the door of the
+/// context's group, and by native functions, whose callers have it.
 class Entry {
   public:
-    explicit Entry(std::shared_ptr<ContextState> state);
+    enum class By { perform, nativeFunction };
+    explicit Entry(std::shared_ptr<ContextState> state, By by = By::perform);
     ~Entry();
     Entry(const Entry&) = delete;
     Entry& operator=(const Entry&) = delete;
@@ -29,6 +31,7 @@ class Entry {
   private:
     friend class ContextState;
     std::shared_ptr<ContextState> state;
+    const By by;
     Entry* outer;
     Scope entered;
 };
@@ -37,10 +40,15 @@ class Entry {
 /// reference or handle on it; the last may be dropped on any thread.
 ///
 /// There are two ways in, chosen when the context is made or adopted:
-/// - inline: work runs on the calling thread. Any number of threads may perform at once; the
-///   engine's own lock serialises them step by step.
+/// - inline: work runs on the calling thread. Other threads wait at the door until it has returned,
+///   in no particular order.
 /// - bound to a thread: work runs on the thread of the given run loop. From another thread it is
 ///   posted there and waited for, first come, first served.
+///
+/// Either way a thread inside is alone in the context's group, also while JavaScript calls native
+/// functions. So a native function never waits for another thread: that thread may want in. In
+/// debug builds, one that keeps a thread waiting at the door for 10 s ends the process and is
+/// named.
 ///
 /// A thread that enters has at least 1 MiB of stack. SIGUSR1 belongs to the engine's collector.
 class Context {
@@ -58,6 +66,11 @@ class Context {
 
     /// A context of the application's own: `globalContext` is its global context reference, which
     /// is retained. Entered inline unless a run loop is given.
+    ///
+    /// From then on the application's own uses of the engine's C API lie inside `perform` too, for
+    /// every context of the group: past this door the engine admits several threads at once, which
+    /// can abort or hang it. An application whose only thread with the engine is the one that the
+    /// context is bound to may do without.
     static Context adopt(void* globalContext, std::shared_ptr<platform::RunLoop> home = nullptr);
 
     explicit operator bool() const { return state != nullptr; }
@@ -82,13 +95,14 @@ class Context {
         }
     }
 
-    /// Calls `work` inside the engine without waiting for another thread: before returning when the
-    /// context is entered inline, else later on its thread, in the order of the calls whichever
-    /// thread makes them. Work posted to a thread that ends first is dropped. `work` throws
-    /// nothing.
+    /// Calls `work` inside the engine: later in the context's lane, in the order of the calls
+    /// whichever thread makes them, and without waiting for running JavaScript. A context that is
+    /// entered inline is entered before this returns instead, except from inside another engine,
+    /// whose JavaScript must not wait for this one's. Work posted to a thread that ends first is
+    /// dropped. `work` throws nothing.
     template <class Work>
     void async(Work&& work) const {
-        if (!isBound()) {
+        if (entersAtOnce()) {
             Entry entry(state);
             work(entry.scope());
         } else {
@@ -138,7 +152,7 @@ class Context {
     explicit Context(std::shared_ptr<ContextState> state)
         : state(std::move(state)) {}
     bool entersHere() const;
-    bool isBound() const;
+    bool entersAtOnce() const;
     void performOnHome(std::move_only_function<void(Scope&)> work) const;
     void post(std::move_only_function<void(Scope&)> work) const;
     std::shared_ptr<ContextState> state;

@@ -1,7 +1,6 @@
 #include <zem/JavaScript/Private/ContextState.h>
 #include <zem/JavaScript/Private/Symbol.h>
 #include <zem/JavaScript/Private/Text.h>
-#include <zem/JavaScript/Private/ThreadSanitizer.h>
 #include <zem/Platform/Queue.h>
 
 #include <cassert>
@@ -18,6 +17,9 @@ thread_local Entry* innermost = nullptr;
 
 // Where the closures go whose context this thread is just letting go of.
 thread_local Bodies* lastBodies = nullptr;
+
+// True while the engine, in the middle of a collection, has this thread finalise a function.
+thread_local bool isFinalising = false;
 
 JSObjectRef functionOf(JSGlobalContextRef global, JSObjectRef holder, const char* name) {
     const EngineString text(makeString(name));
@@ -163,19 +165,23 @@ bool setInterruptible(JSGlobalContextRef global, ContextState* state) {
 
 ContextState::ContextState(JSGlobalContextRef global, std::shared_ptr<platform::RunLoop> home)
     : global(global)
+    , door(Door::of(JSContextGetGroup(global)))
     , home(std::move(home))
-    , lane(makeLane(this->home))
-    , intrinsics(takeIntrinsics(global)) {}
+    , lane(makeLane(this->home)) {
+    const std::scoped_lock behindDoor(*door);
+    intrinsics = takeIntrinsics(global);
+}
 
 ContextState::~ContextState() {
     assert(handles == 0);
+    // The engine may finalise its functions here. Their closures are destroyed when it has done.
+    Bodies last;
+    const std::scoped_lock behindDoor(*door);
     if (interruptHandler != nullptr) {
         setInterruptible(global, nullptr);
     }
     dropIntrinsics(global, intrinsics);
     drainReleased();
-    // The engine may finalise its functions here. Their closures are destroyed when it has done.
-    Bodies last;
     lastBodies = &last;
     JSGlobalContextRelease(global);
     lastBodies = nullptr;
@@ -198,6 +204,12 @@ void ContextState::release(JSValueRef value) {
 }
 
 void ContextState::releaseCollected(std::unique_ptr<FunctionBody> body) {
+    isFinalising = true;
+    putOnReleaseList(std::move(body));
+    isFinalising = false;
+}
+
+void ContextState::putOnReleaseList(std::unique_ptr<FunctionBody> body) {
     const std::shared_ptr<ContextState> state = body->state.lock();
     if (state == nullptr) {
         if (lastBodies != nullptr) {
@@ -256,6 +268,15 @@ bool ContextState::isEntered() const {
     return false;
 }
 
+bool ContextState::isEnteredFromAnotherEngine() const {
+    for (const Entry* entry = innermost; entry != nullptr; entry = entry->outer) {
+        if (entry->state->door == door) {
+            return false;
+        }
+    }
+    return innermost != nullptr;
+}
+
 bool ContextState::shouldStop() {
     std::shared_ptr<const std::function<bool()>> handler;
     {
@@ -280,7 +301,14 @@ std::shared_ptr<ContextState> shareState(JSGlobalContextRef global,
                                          std::shared_ptr<platform::RunLoop> home) {
     const auto destroy = [](ContextState* state) {
         std::unique_ptr<ContextState> owned(state);
-        if (state->home == nullptr || state->home->isCurrent()) {
+        if (state->home == nullptr) {
+            if (isFinalising) {
+                platform::globalQueue(platform::QualityOfService::utility)
+                    .async([owned = std::move(owned)] {});
+            }
+            return;
+        }
+        if (state->home->isCurrent() && !isFinalising) {
             return;
         }
         // The task must not keep the run loop alive that it waits in: a run loop that is destroyed
@@ -291,12 +319,15 @@ std::shared_ptr<ContextState> shareState(JSGlobalContextRef global,
     return {new ContextState(global, std::move(home)), destroy};
 }
 
-Entry::Entry(std::shared_ptr<ContextState> state)
+Entry::Entry(std::shared_ptr<ContextState> state, By by)
     : state(std::move(state))
+    , by(by)
     , outer(innermost)
     , entered(this->state->scope()) {
     platform::Mutex::assertNoneHeld("entering the engine");
-    acquireForThreadSanitizer(this->state.get());
+    if (by == By::perform) {
+        this->state->door->lock();
+    }
     innermost = this;
     if (this->state->hasReleased()) {
         this->state->drainReleased();
@@ -310,7 +341,9 @@ Entry::~Entry() {
         state->drainReleased();
     }
     innermost = outer;
-    releaseForThreadSanitizer(state.get());
+    if (by == By::perform) {
+        state->door->unlock();
+    }
 }
 
 } // namespace zem::js

@@ -31,11 +31,8 @@ class AwaitedTask {
         condition.notify_one();
     }
 
-    void wait() {
-        {
-            platform::UniqueLock lock(mutex);
-            condition.wait(lock, [this] { return ended; });
-        }
+    void wait(Door* door) {
+        waitForEnd(door);
         if (!ran) {
             throw std::runtime_error("the thread that the context is bound to has ended");
         }
@@ -45,6 +42,21 @@ class AwaitedTask {
     }
 
   private:
+    void waitForEnd(Door* door) {
+        const auto hasEnded = [this] {
+            return ended;
+        };
+        platform::UniqueLock lock(mutex);
+        if (door == nullptr) {
+            condition.wait(lock, hasEnded);
+            return;
+        }
+        Door::Watch watch(*door);
+        while (!condition.wait_for(lock, Door::Watch::slice, hasEnded)) {
+            watch.waitedOneSlice();
+        }
+    }
+
     platform::Task work;
     std::exception_ptr failure;
     bool ran = false;
@@ -77,7 +89,7 @@ class WaitEnd {
 
 } // namespace
 
-void runAndWait(platform::RunLoop& home, platform::Task work) {
+void runAndWait(platform::RunLoop& home, platform::Task work, Door* door) {
     if (home.isCurrent()) {
         work();
         return;
@@ -85,7 +97,7 @@ void runAndWait(platform::RunLoop& home, platform::Task work) {
     platform::Mutex::assertNoneHeld("waiting for the engine's thread");
     AwaitedTask awaited(std::move(work));
     home.perform([end = WaitEnd(awaited)]() mutable { end.run(); });
-    awaited.wait();
+    awaited.wait(door);
 }
 
 } // namespace zem::js

@@ -30,7 +30,8 @@ JSValueRef callFunction(JSContextRef context, JSObjectRef function, JSObjectRef 
         *exception = JSObjectMakeError(context, 1, &text, nullptr);
         return JSValueMakeUndefined(context);
     }
-    Entry entry(std::move(state));
+    const Door::NativeCall call(*state->door, body->name);
+    Entry entry(std::move(state), Entry::By::nativeFunction);
     Scope& scope = entry.scope();
     try {
         Result<Local> result =

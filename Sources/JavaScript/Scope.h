@@ -21,8 +21,8 @@ namespace zem::js {
 using Arguments = std::span<const Local>;
 
 /// A native closure that JavaScript calls as a function. It runs on the thread that runs the
-/// JavaScript, inside the engine; the engine's lock is not held meanwhile, so other threads'
-/// JavaScript may run in the middle of it. It does no blocking work. An exception given as the
+/// JavaScript, inside the engine, with the door closed behind it: it does no blocking work, and
+/// never waits for another thread, which may be waiting at that door. An exception given as the
 /// result is thrown to JavaScript, and so is an Exception that escapes as a C++ exception; any
 /// other that escapes is thrown as an Error with its text.
 ///
@@ -133,10 +133,8 @@ class Scope {
 };
 
 /// Makes a sequence of steps cheaper: the engine's own lock, which each step takes and gives back,
-/// is held from the first to the last. Other threads' JavaScript waits meanwhile, so nothing in
-/// between blocks; native functions that the steps lead to run without it, as always. Promise jobs
-/// that the steps make due run at the end. Sequences may lie in one another. Does nothing where the
-/// engine cannot do it.
+/// is held from the first to the last. Promise jobs that the steps make due run at the end.
+/// Sequences may lie in one another. Does nothing where the engine cannot do it.
 class Sequence {
   public:
     explicit Sequence(Scope& scope);

@@ -5,7 +5,9 @@
 #include <Support/Engine.h>
 #include <Support/EngineEntry.h>
 #include <Support/Wait.h>
+#include <string>
 #include <thread>
+#include <vector>
 
 using zem::js::Context;
 using zem::js::Scope;
@@ -41,25 +43,29 @@ TEST(Sequence, PromiseJobsRunAtItsEnd) {
     });
 }
 
-TEST(Sequence, NativeFunctionsRunWithoutTheEnginesLock) {
+TEST(Sequence, NativeFunctionsRunBehindTheClosedDoor) {
     const Context context = test::makeContext();
-    const bool inlineEntry = test::engineEntry == test::EngineEntry::inline_;
+    test::Event atTheDoor("another thread about to enter");
+    test::Transcript transcript;
+    std::thread other;
     test::setFunction(
         context, "meet", 0,
         [&](Scope& scope, zem::js::Local, zem::js::Arguments) -> zem::js::Result<zem::js::Local> {
-            if (inlineEntry) {
-                test::Event entered("another thread's script");
-                std::thread other([&] {
-                    test::evaluate(context, "1 + 1");
-                    entered.signal();
-                });
-                entered.wait();
-                other.join();
-            }
+            transcript.add("native function");
+            other = std::thread([&] {
+                atTheDoor.signal();
+                context.perform([&](Scope&) { transcript.add("other thread"); });
+            });
+            atTheDoor.wait();
+            test::letOthersIn(scope);
             return scope.string("met");
         });
-    context.perform([](Scope& scope) {
+    context.perform([&](Scope& scope) {
         const Sequence sequence(scope);
         EXPECT_EQ(scope.describe(scope.evaluate("meet()", "test.js").value()), "met");
+        transcript.add("next step");
     });
+    other.join();
+    EXPECT_EQ(transcript.lines(),
+              (std::vector<std::string>{"native function", "next step", "other thread"}));
 }

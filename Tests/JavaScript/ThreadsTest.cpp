@@ -8,6 +8,7 @@
 #include <Support/Engine.h>
 #include <Support/EngineEntry.h>
 #include <Support/Wait.h>
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,27 +22,65 @@ using zem::js::Result;
 using zem::js::Scope;
 using Lines = std::vector<std::string>;
 
-// The engine's lock is dropped while a native callback runs, so inline another thread's JavaScript
-// runs in the middle of it. Bound to a thread it cannot.
-TEST(Threads, ACallbackIsNotExclusiveInline) {
+// The engine drops its lock while a native callback runs. The door stays closed.
+TEST(Threads, ACallbackIsAlone) {
     const Context context = test::makeContext();
-    test::Transcript transcript;
+    std::atomic<int> inside = 0;
+    std::atomic<int> meetings = 0;
     test::setFunction(context, "callback", 0, [&](Scope& scope, Local, Arguments) -> Result<Local> {
-        transcript.add("callback begins");
-        std::thread([&] {
-            context.async([&](Scope& other) {
-                transcript.add(other.toText(*other.evaluate("'other ' + 'thread'", "")));
-            });
-        }).join();
-        transcript.add("callback ends");
+        ++inside;
+        test::letOthersIn(scope);
+        --inside;
         return scope.undefined();
     });
-    test::evaluate(context, "callback()");
-    context.perform([](Scope&) {});
-    EXPECT_EQ(transcript.lines(),
-              test::engineEntry == test::EngineEntry::bound
-                  ? (Lines{"callback begins", "callback ends", "other thread"})
-                  : (Lines{"callback begins", "other thread", "callback ends"}));
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 3; ++thread) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 100; ++round) {
+                context.perform([&](Scope& scope) {
+                    meetings += inside;
+                    EXPECT_TRUE(scope.evaluate("callback()", ""));
+                    meetings += inside;
+                });
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(meetings, 0);
+}
+
+// Several threads at the engine's own lock, with promise jobs due that call native functions, end
+// in an abort or a hang of the engine.
+TEST(Threads, ManyMayEnterWhilePromiseJobsCallNativeFunctions) {
+    const Context context = test::makeContext();
+    std::atomic<int> inside = 0;
+    std::atomic<int> meetings = 0;
+    std::atomic<int> calls = 0;
+    test::setFunction(context, "native", 0, [&](Scope& scope, Local, Arguments) -> Result<Local> {
+        meetings += inside++;
+        ++calls;
+        test::letOthersIn(scope);
+        --inside;
+        return scope.undefined();
+    });
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 100; ++round) {
+                context.perform([&](Scope& scope) {
+                    meetings += inside;
+                    EXPECT_TRUE(scope.evaluate("Promise.resolve().then(native).then(native)", ""));
+                });
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(calls, 4 * 100 * 2);
+    EXPECT_EQ(meetings, 0);
 }
 
 TEST(Threads, ManyMayEnterAtOnce) {
@@ -82,6 +121,20 @@ TEST(Threads, PromiseJobsRunOnTheThreadOfTheOutermostStep) {
         });
     }).join();
     EXPECT_EQ(job.get(), made);
+}
+
+// The other thread waits for the function to return, and the function for the other thread.
+TEST(ThreadsDeathTest, ANativeFunctionThatWaitsForAThreadAtTheDoorIsNamed) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const Context context = test::makeContext();
+    test::setFunction(context, "waiter", 0, [&](Scope& scope, Local, Arguments) -> Result<Local> {
+        std::thread([&] { context.perform([](Scope&) {}); }).join();
+        return scope.undefined();
+    });
+    EXPECT_DEATH(
+        test::evaluate(context, "waiter()"),
+        "zem: the native function \"waiter\" keeps the engine while another thread waits to "
+        "enter it: a native function must not wait for another thread");
 }
 
 // Not looked at in builds without assertions, which run no tests.

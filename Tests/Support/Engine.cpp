@@ -152,6 +152,13 @@ void collectGarbage(const Context& context) {
     context.collectGarbage();
 }
 
+void letOthersIn(Scope& scope) {
+    for (int step = 0; step < 5; ++step) {
+        std::this_thread::yield();
+        EXPECT_TRUE(scope.evaluate("'a step'", "test.js"));
+    }
+}
+
 void setFunction(const Context& context, std::string_view name, unsigned length,
                  zem::js::NativeFunction body) {
     context.perform([&](Scope& scope) {

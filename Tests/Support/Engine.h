@@ -42,6 +42,10 @@ void performApart(const zem::js::Context& context,
                   const std::function<void(zem::js::Scope&)>& work);
 void collectGarbage(const zem::js::Context& context);
 
+/// Gives other threads time and occasion to come in, of which only an open door lets them make use.
+/// To be called by a native function.
+void letOthersIn(zem::js::Scope& scope);
+
 /// Makes a global function of a native one.
 void setFunction(const zem::js::Context& context, std::string_view name, unsigned length,
                  zem::js::NativeFunction body);

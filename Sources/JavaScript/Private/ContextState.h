@@ -4,6 +4,7 @@
 // let go of at the next entry.
 
 #include <zem/JavaScript/Context.h>
+#include <zem/JavaScript/Private/Door.h>
 #include <zem/Platform/Mutex.h>
 #include <zem/Platform/Queue.h>
 
@@ -41,7 +42,8 @@ class ContextState : public std::enable_shared_from_this<ContextState> {
     /// Takes over one retain of `global`.
     ContextState(JSGlobalContextRef global, std::shared_ptr<platform::RunLoop> home);
 
-    /// Lets go of the engine's context. A bound one only on its own thread, or when that has ended.
+    /// Lets go of the engine's context, behind its door. A bound one only on its own thread, or
+    /// when that has ended.
     ~ContextState();
 
     ContextState(const ContextState&) = delete;
@@ -61,6 +63,10 @@ class ContextState : public std::enable_shared_from_this<ContextState> {
     /// True when the calling thread is inside this context.
     bool isEntered() const;
 
+    /// True when the calling thread is inside another engine and not inside this one: it keeps the
+    /// other's door closed while it waits at this one's.
+    bool isEnteredFromAnotherEngine() const;
+
     /// Asked by the engine while JavaScript runs.
     bool shouldStop();
 
@@ -78,6 +84,7 @@ class ContextState : public std::enable_shared_from_this<ContextState> {
     Scope scope() { return Scope(*this, global); }
 
     const JSGlobalContextRef global;
+    const std::shared_ptr<Door> door;
     /// Null for a context that is entered inline.
     std::shared_ptr<platform::RunLoop> home;
     const std::shared_ptr<platform::Queue> lane;
@@ -89,6 +96,7 @@ class ContextState : public std::enable_shared_from_this<ContextState> {
     std::shared_ptr<const std::function<bool()>> interruptHandler;
 
   private:
+    static void putOnReleaseList(std::unique_ptr<FunctionBody> body);
     void drainOnHomeThread();
 
     platform::Mutex releaseMutex;

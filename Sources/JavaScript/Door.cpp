@@ -1,0 +1,90 @@
+#include <zem/JavaScript/Private/Door.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+
+namespace zem::js {
+
+namespace {
+
+#ifdef NDEBUG
+constexpr bool watchesNativeCalls = false;
+#else
+constexpr bool watchesNativeCalls = true;
+#endif
+
+} // namespace
+
+std::shared_ptr<Door> Door::of(JSContextGroupRef group) {
+    static auto& mutex = *new std::mutex;
+    static auto& doors = *new std::map<JSContextGroupRef, std::weak_ptr<Door>>;
+    const std::scoped_lock lock(mutex);
+    if (auto door = doors[group].lock()) {
+        return door;
+    }
+    std::erase_if(doors, [](const auto& entry) { return entry.second.expired(); });
+    auto door = std::make_shared<Door>();
+    doors[group] = door;
+    return door;
+}
+
+void Door::lock() {
+    if constexpr (watchesNativeCalls) {
+        if (!mutex.try_lock()) {
+            Watch watch(*this);
+            while (!mutex.try_lock_for(Watch::slice)) {
+                watch.waitedOneSlice();
+            }
+        }
+        if (depth++ == 0) {
+            owner = std::this_thread::get_id();
+        }
+    } else {
+        mutex.lock();
+    }
+}
+
+void Door::unlock() {
+    if constexpr (watchesNativeCalls) {
+        if (--depth == 0) {
+            owner = std::thread::id();
+        }
+    }
+    mutex.unlock();
+}
+
+Door::NativeCall::NativeCall(Door& given, const std::string& function) {
+    if constexpr (watchesNativeCalls) {
+        if (given.owner == std::this_thread::get_id()) {
+            door = &given;
+            const std::scoped_lock lock(door->callsMutex);
+            door->calls.push_back(function);
+            ++door->changesOfCalls;
+        }
+    }
+}
+
+Door::NativeCall::~NativeCall() {
+    if (door != nullptr) {
+        const std::scoped_lock lock(door->callsMutex);
+        door->calls.pop_back();
+        ++door->changesOfCalls;
+    }
+}
+
+void Door::Watch::waitedOneSlice() {
+    const std::scoped_lock lock(door.callsMutex);
+    if (door.calls.empty() || seen != door.changesOfCalls) {
+        seen = door.changesOfCalls;
+        slices = 0;
+    } else if (++slices == limitInSlices) {
+        std::fprintf(stderr,
+                     "zem: the native function \"%s\" keeps the engine while another thread waits "
+                     "to enter it: a native function must not wait for another thread\n",
+                     door.calls.back().c_str());
+        std::abort();
+    }
+}
+
+} // namespace zem::js
