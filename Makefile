@@ -1,13 +1,16 @@
 # The verbs for people. How things are built stands in CMakePresets.json, what has to be installed in
 # tools/debian-packages.txt.
 .NOTPARALLEL:
-.PHONY: help demo test bench check build format clean packages
+.PHONY: help demo test soak bench check build format clean packages
 
 JOBS := $(shell nproc)
+PRESET := dev
 
 help:
 	@echo 'make demo     install what is missing, build, and watch the store keep real records'
 	@echo 'make test     install what is missing, build, and run the whole suite'
+	@echo 'make soak     run the tests again and again under load, to find what fails rarely; takes'
+	@echo '              FILTER=tests ROUNDS=number MINUTES=number PRESET=dev, asan or tsan'
 	@echo 'make bench    measure, each figure beside its floor, into build/bench/summary.json'
 	@echo 'make check    formatting, lint, layers, texts, and every public header on its own'
 	@echo 'make build    build the host, optimised, as build/zem'
@@ -29,6 +32,13 @@ test: packages
 	cmake --preset dev
 	cmake --build --preset dev
 	ctest --preset dev --parallel $(JOBS)
+
+soak: packages
+	cmake --preset $(PRESET)
+	cmake --build --preset $(PRESET)
+	tools/soak build/$(PRESET) $(if $(FILTER),--filter='$(FILTER)') $(if $(ROUNDS),--rounds=$(ROUNDS)) \
+		$(if $(MINUTES),--minutes=$(MINUTES)) $(if $(PROCESSES),--processes=$(PROCESSES)) \
+		$(if $(LIMIT),--limit=$(LIMIT))
 
 bench: packages
 	cmake --preset release
