@@ -11,6 +11,7 @@
 #include <cwchar>
 #include <string_view>
 #include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace zem::host {
@@ -29,6 +30,7 @@ class Shell::Editor {
     explicit Editor(std::function<std::vector<std::string>()> subscriptionNames)
         : subscriptionNames(std::move(subscriptionNames))
         , file(historyFile())
+        , modesFound(terminalModes())
         , edit(el_init("zem", stdin, stdout, stderr))
         , past(history_init()) {
         // The text is UTF-8 whatever the environment says.
@@ -37,6 +39,11 @@ class Shell::Editor {
         el_set(edit, EL_PROMPT, +[](EditLine*) { return const_cast<char*>(prompt); });
         el_set(edit, EL_EDITOR, "emacs");
         el_set(edit, EL_GETCFN, readKeyOf);
+        // Keys are taken one by one and not shown, from here to the end. The line editor would
+        // leave that mode at the end of each line, and what is typed before the next prompt would
+        // be shown by the terminal, and Ctrl-D reach the next line as something else. So the mode
+        // that it leaves for is the same.
+        el_set(edit, EL_SETTY, "-x", "-icanon", "-echo", nullptr);
         // The narrow form would keep copies of its texts for ever.
         el_wset(edit, EL_ADDFN, L"zem-complete", L"completes the word", completeOf);
         el_set(edit, EL_BIND, "^I", "zem-complete", nullptr);
@@ -86,7 +93,7 @@ class Shell::Editor {
         if (editing) {
             wakeUp.wake();
         } else {
-            setTerminal(false);
+            restoreTerminal();
         }
     }
 
@@ -227,16 +234,17 @@ class Shell::Editor {
         if (!stopped) {
             editing = true;
             abandoned = false;
-            // Before the prompt: what is typed as soon as it is seen is for the editor.
-            setTerminal(true);
         }
         return editing;
     }
 
-    /// Whether keys are taken one by one, and not shown. They are from the first prompt to the end,
-    /// also between lines, where nobody else reads them: what is typed ahead, Ctrl-D above all,
-    /// would otherwise reach the next line as something else.
-    void setTerminal(bool byKeys) { el_set(edit, EL_PREP_TERM, byKeys ? 1 : 0); }
+    static termios terminalModes() {
+        termios modes{};
+        tcgetattr(STDIN_FILENO, &modes);
+        return modes;
+    }
+
+    void restoreTerminal() { tcsetattr(STDIN_FILENO, TCSADRAIN, &modesFound); }
 
     enum class End { line, abandoned, stopped };
 
@@ -249,7 +257,9 @@ class Shell::Editor {
             writeLine(STDOUT_FILENO, abandoned ? "^C" : "");
         }
         flushPrinted();
-        setTerminal(isComplete && !stopped);
+        if (stopped || (!isComplete && !abandoned)) {
+            restoreTerminal();
+        }
         return stopped ? End::stopped : abandoned ? End::abandoned : End::line;
     }
 
@@ -276,6 +286,7 @@ class Shell::Editor {
 
     const std::function<std::vector<std::string>()> subscriptionNames;
     const std::optional<std::filesystem::path> file;
+    const termios modesFound;
     EditLine* const edit;
     History* const past;
     WakeUp wakeUp;

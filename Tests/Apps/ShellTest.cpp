@@ -6,13 +6,27 @@
 #include <gmock/gmock.h>
 
 #include <Support/Terminal.h>
+#include <algorithm>
 #include <filesystem>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
 
 namespace {
 
 using test::Host;
 using test::runtimeAtOnce;
 using test::Terminal;
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
 
 class Shell : public testing::Test {
   protected:
@@ -21,14 +35,14 @@ class Shell : public testing::Test {
         host.write("bundle.js", script);
         Host::Words words{ZEM_HOST, "shell", "bundle.js", "--memory"};
         words.insert(words.end(), further.begin(), further.end());
-        return Terminal(std::move(words), host.folder().path(),
-                        {{"TERM", "xterm"},
-                         {"HOME", host.folder().path().string()},
-                         {"XDG_STATE_HOME", state}});
+        std::map<std::string, std::string> environment = host.environment;
+        environment["TERM"] = "xterm";
+        environment.emplace("HOME", host.folder().path().string());
+        environment.emplace("XDG_STATE_HOME", "");
+        return Terminal(std::move(words), host.folder().path(), environment);
     }
 
     Host host;
-    std::string state;
 };
 
 TEST_F(Shell, PromptsCarriesOutAndEndsWithCtrlD) {
@@ -100,6 +114,26 @@ TEST_F(Shell, LeavesTheTerminalAsItWas) {
         EXPECT_EQ(shell.wait(), 0);
         EXPECT_TRUE(shell.isInLineMode()) << end;
     }
+}
+
+TEST_F(Shell, NeverShowsKeysBetweenLines) {
+    host.environment["LD_PRELOAD"] = ZEM_TERMINAL_MODES;
+    host.environment["ZEM_TERMINAL_MODES"] = (host.folder() / "modes").string();
+    Terminal shell = start();
+    shell.waitFor("zem> ");
+    shell.type("eval 20 + 1\n");
+    shell.waitFor("21\nzem> ");
+    shell.type("eval 'never'\x03");
+    shell.waitFor("^C\nzem> ");
+    shell.type("eval console.log('on' + 1); for (;;) {}\n");
+    shell.waitFor("on1\n");
+    shell.type("\x03");
+    shell.waitFor("^C\nzem: interrupted\nzem> ");
+    shell.type("\x04");
+    EXPECT_EQ(shell.wait(), 0);
+    std::vector<std::string> modes = linesOf(host.read("modes"));
+    modes.erase(std::unique(modes.begin(), modes.end()), modes.end());
+    EXPECT_THAT(modes, testing::ElementsAre("lines", "keys", "lines"));
 }
 
 TEST_F(Shell, WhatIsTypedAheadIsForTheNextPrompt) {
@@ -250,7 +284,7 @@ TEST_F(Shell, RemembersWhatWasTyped) {
         shell.type("\x04");
         EXPECT_EQ(shell.wait(), 0);
     }
-    state = (host.folder() / "state").string();
+    host.environment["XDG_STATE_HOME"] = (host.folder() / "state").string();
     Terminal shell = start();
     shell.waitFor("zem> ");
     shell.type("eval 1\n");
