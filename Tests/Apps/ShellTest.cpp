@@ -228,15 +228,14 @@ TEST_F(Shell, CtrlCGivesUpACommandThatWaits) {
 }
 
 TEST_F(Shell, WhatIsPrintedMeanwhileGoesAboveTheLine) {
-    Terminal shell = start("globalThis.later = () => setTimeout(() => console.log('a\\nb'), 50);");
-    shell.waitFor("zem> ");
-    shell.type("eval later()\n");
+    // Printed again and again: once at least after the line has been typed.
+    Terminal shell = start("setInterval(() => console.log('a\\nb'), 50);");
     shell.waitFor("zem> ");
     shell.type("eval 'half'");
     shell.waitFor("eval 'half'");
     EXPECT_EQ(shell.waitFor("zem> eval 'half'"), "a\nb\nzem> eval 'half'");
     shell.type(".length\n");
-    EXPECT_EQ(shell.waitFor("zem> "), ".length\neval: 4\nzem> ");
+    shell.waitFor("eval: 4\n");
     shell.type("\x04");
     EXPECT_EQ(shell.wait(), 0);
 }

@@ -54,6 +54,11 @@ SecretBytes secretOf(std::string_view text) {
     return SecretBytes(BytesView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
 }
 
+/// One whose service answers, however busy the machine is.
+std::unique_ptr<Keychain> makeKeychain() {
+    return makeSecretServiceKeychain(test::waitLimit);
+}
+
 std::vector<KeychainStatus> statusesOfEveryCall(Keychain& keychain) {
     return {match(keychain, label).status, add(keychain, label, secretOf("key")),
             remove(keychain, label)};
@@ -151,7 +156,7 @@ class SilentBus {
 TEST(SecretServiceKeychain, KeepsReturnsAndDeletesAnItem) {
     const SessionBus bus;
     SecretService service(bus);
-    const auto keychain = makeSecretServiceKeychain();
+    const auto keychain = makeKeychain();
     EXPECT_EQ(match(*keychain, label).status, errSecItemNotFound);
     EXPECT_EQ(remove(*keychain, label), errSecItemNotFound);
 
@@ -175,7 +180,7 @@ TEST(SecretServiceKeychain, StatusesHaveTheirNumbers) {
 TEST(SecretServiceKeychain, ItemStandsInTheServiceAsItsUsersWillSeeIt) {
     const SessionBus bus;
     SecretService service(bus);
-    ASSERT_EQ(add(*makeSecretServiceKeychain(), label, secretOf("a secret")), errSecSuccess);
+    ASSERT_EQ(add(*makeKeychain(), label, secretOf("a secret")), errSecSuccess);
     const SecretService::Item item = service.item(label);
     EXPECT_EQ(item.label, label);
     EXPECT_EQ(item.secret, "a secret");
@@ -187,7 +192,7 @@ TEST(SecretServiceKeychain, ItemStandsInTheServiceAsItsUsersWillSeeIt) {
 TEST(SecretServiceKeychain, KeepsAnyBytes) {
     const SessionBus bus;
     const SecretService service(bus);
-    const auto keychain = makeSecretServiceKeychain();
+    const auto keychain = makeKeychain();
     Bytes every;
     for (int byte = 0; byte < 256; ++byte) {
         every.push_back(static_cast<std::uint8_t>(byte));
@@ -203,7 +208,7 @@ TEST(SecretServiceKeychain, KeepsAnyBytes) {
 TEST(SecretServiceKeychain, GivesNoDataThatWasNotAskedFor) {
     const SessionBus bus;
     const SecretService service(bus);
-    const auto keychain = makeSecretServiceKeychain();
+    const auto keychain = makeKeychain();
     ASSERT_EQ(add(*keychain, label, secretOf("key")), errSecSuccess);
     const Keychain::Match found = keychain->copyMatching(attributesOf(label));
     EXPECT_EQ(found.status, errSecSuccess);
@@ -213,7 +218,7 @@ TEST(SecretServiceKeychain, GivesNoDataThatWasNotAskedFor) {
 TEST(SecretServiceKeychain, AddingDoesNotReplace) {
     const SessionBus bus;
     SecretService service(bus);
-    const auto keychain = makeSecretServiceKeychain();
+    const auto keychain = makeKeychain();
     ASSERT_EQ(add(*keychain, label, secretOf("first")), errSecSuccess);
     EXPECT_EQ(add(*keychain, label, secretOf("second")), errSecDuplicateItem);
     EXPECT_EQ(match(*keychain, label).data, secretOf("first"));
@@ -223,7 +228,7 @@ TEST(SecretServiceKeychain, AddingDoesNotReplace) {
 TEST(SecretServiceKeychain, AccountsAreIndependent) {
     const SessionBus bus;
     const SecretService service(bus);
-    const auto keychain = makeSecretServiceKeychain();
+    const auto keychain = makeKeychain();
     ASSERT_EQ(add(*keychain, "one", secretOf("1")), errSecSuccess);
     ASSERT_EQ(add(*keychain, "two", secretOf("2")), errSecSuccess);
     EXPECT_EQ(remove(*keychain, "two"), errSecSuccess);
@@ -237,7 +242,7 @@ TEST(SecretServiceKeychain, DeletesEveryItemOfTheAccount) {
     service.addAnotherItem(label, "1");
     service.addAnotherItem(label, "2");
     ASSERT_EQ(service.itemCount(label), 2U);
-    EXPECT_EQ(remove(*makeSecretServiceKeychain(), label), errSecSuccess);
+    EXPECT_EQ(remove(*makeKeychain(), label), errSecSuccess);
     EXPECT_EQ(service.itemCount(label), 0U);
 }
 
@@ -252,7 +257,7 @@ TEST(SecretServiceKeychain, ManyAddingAtOnceLeaveOneItem) {
         for (int count = 0; count < 8; ++count) {
             threads.emplace_back([&] {
                 // As if each were a process of its own: a keychain holds no lock on another.
-                const auto keychain = makeSecretServiceKeychain(test::waitLimit);
+                const auto keychain = makeKeychain();
                 const KeychainStatus status = add(*keychain, label, randomKey(32));
                 (status == errSecSuccess ? added : duplicate) +=
                     status == errSecSuccess || status == errSecDuplicateItem ? 1 : 100;
@@ -267,14 +272,14 @@ TEST(SecretServiceKeychain, ManyAddingAtOnceLeaveOneItem) {
 TEST(SecretServiceKeychain, AddsWhereTheBusLetsNobodyTakeTurns) {
     const SessionBus bus("<deny own='com.quorvane.ZEM.KeychainAdd'/>");
     SecretService service(bus);
-    EXPECT_EQ(add(*makeSecretServiceKeychain(), label, secretOf("key")), errSecSuccess);
+    EXPECT_EQ(add(*makeKeychain(), label, secretOf("key")), errSecSuccess);
     EXPECT_EQ(service.itemCount(label), 1U);
 }
 
 TEST(SecretServiceKeychain, LockedGivesNothingAndTakesNothing) {
     const SessionBus bus;
     SecretService service(bus);
-    const auto keychain = makeSecretServiceKeychain();
+    const auto keychain = makeKeychain();
     ASSERT_EQ(add(*keychain, label, secretOf("first")), errSecSuccess);
     service.lock();
     EXPECT_EQ(statusesOfEveryCall(*keychain), threeTimes(errSecInteractionNotAllowed));
@@ -290,7 +295,7 @@ TEST(SecretServiceKeychain, LockedGivesNothingAndTakesNothing) {
 TEST(SecretServiceKeychain, NeverPrompts) {
     const SessionBus bus;
     const FakeSecretService service(bus, FakeSecretService::Answer::prompt);
-    const auto keychain = makeSecretServiceKeychain();
+    const auto keychain = makeKeychain();
     EXPECT_EQ(add(*keychain, "absent", secretOf("key")), errSecInteractionNotAllowed);
     EXPECT_THAT(service.calls(), testing::Contains("CreateItem application/octet-stream beside"));
     EXPECT_EQ(remove(*keychain, "present"), errSecInteractionNotAllowed);
@@ -302,8 +307,8 @@ TEST(SecretServiceKeychain, WithoutADefaultCollectionIsNotAvailable) {
     const SessionBus bus;
     SecretService service(bus);
     service.deleteCollection();
-    EXPECT_EQ(statusesOfEveryCall(*makeSecretServiceKeychain()), threeTimes(errSecNotAvailable));
-    const SecretServiceAvailability availability = secretServiceAvailability();
+    EXPECT_EQ(statusesOfEveryCall(*makeKeychain()), threeTimes(errSecNotAvailable));
+    const SecretServiceAvailability availability = secretServiceAvailability(test::waitLimit);
     EXPECT_FALSE(availability.available);
     EXPECT_EQ(availability.reason, "the Secret Service has no default collection");
 }
@@ -311,8 +316,8 @@ TEST(SecretServiceKeychain, WithoutADefaultCollectionIsNotAvailable) {
 TEST(SecretServiceKeychain, DeniedByTheServiceIsAFailureOfAuthorisation) {
     const SessionBus bus;
     const FakeSecretService service(bus, FakeSecretService::Answer::denial);
-    EXPECT_EQ(statusesOfEveryCall(*makeSecretServiceKeychain()), threeTimes(errSecAuthFailed));
-    const SecretServiceAvailability availability = secretServiceAvailability();
+    EXPECT_EQ(statusesOfEveryCall(*makeKeychain()), threeTimes(errSecAuthFailed));
+    const SecretServiceAvailability availability = secretServiceAvailability(test::waitLimit);
     EXPECT_FALSE(availability.available);
     EXPECT_EQ(availability.reason, "no Secret Service answers on the session bus: not for you");
 }
@@ -320,14 +325,14 @@ TEST(SecretServiceKeychain, DeniedByTheServiceIsAFailureOfAuthorisation) {
 TEST(SecretServiceKeychain, DeniedByTheBusIsAFailureOfAuthorisation) {
     const SessionBus bus("<deny send_destination='org.freedesktop.secrets'/>");
     const FakeSecretService service(bus, FakeSecretService::Answer::prompt);
-    EXPECT_EQ(statusesOfEveryCall(*makeSecretServiceKeychain()), threeTimes(errSecAuthFailed));
+    EXPECT_EQ(statusesOfEveryCall(*makeKeychain()), threeTimes(errSecAuthFailed));
     EXPECT_EQ(service.calls(), std::vector<std::string>());
 }
 
 TEST(SecretServiceKeychain, WithoutAServiceIsNotAvailable) {
     const SessionBus bus;
-    EXPECT_EQ(statusesOfEveryCall(*makeSecretServiceKeychain()), threeTimes(errSecNotAvailable));
-    const SecretServiceAvailability availability = secretServiceAvailability();
+    EXPECT_EQ(statusesOfEveryCall(*makeKeychain()), threeTimes(errSecNotAvailable));
+    const SecretServiceAvailability availability = secretServiceAvailability(test::waitLimit);
     EXPECT_FALSE(availability.available);
     EXPECT_THAT(availability.reason,
                 testing::StartsWith("no Secret Service answers on the session bus: "));
@@ -337,8 +342,8 @@ TEST(SecretServiceKeychain, WithoutABusIsNotAvailable) {
     const test::TemporaryFolder folder;
     const test::EnvironmentVariable variable("DBUS_SESSION_BUS_ADDRESS",
                                              "unix:path=" + (folder / "nothing").string());
-    EXPECT_EQ(statusesOfEveryCall(*makeSecretServiceKeychain()), threeTimes(errSecNotAvailable));
-    const SecretServiceAvailability availability = secretServiceAvailability();
+    EXPECT_EQ(statusesOfEveryCall(*makeKeychain()), threeTimes(errSecNotAvailable));
+    const SecretServiceAvailability availability = secretServiceAvailability(test::waitLimit);
     EXPECT_FALSE(availability.available);
     EXPECT_THAT(availability.reason, testing::StartsWith("the session bus cannot be reached: "));
 }
@@ -397,14 +402,17 @@ TEST(SecretServiceKeychain, BusThatSaysNothingEndsAtTheLimit) {
 
 TEST(SecretServiceKeychain, BusThatOnlyGreetsEndsAtTheLimit) {
     SilentBus bus(SilentBus::Manner::greeting);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(match(*makeSecretServiceKeychain(3s), label).status, errSecNotAvailable);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 20s);
-    bus.greeted.wait();
+    // Until the limit comes after the greeting.
+    test::waitUntil("a client that was greeted", [&] {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(match(*makeSecretServiceKeychain(1s), label).status, errSecNotAvailable);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 20s);
+        return bus.greeted.signalled() > 0;
+    });
 }
 
 TEST(SecretServiceKeychain, OutlivesTheBus) {
-    const auto keychain = makeSecretServiceKeychain();
+    const auto keychain = makeKeychain();
     {
         const SessionBus bus;
         const SecretService service(bus);
@@ -419,7 +427,7 @@ TEST(SecretServiceKeychain, OutlivesTheBus) {
 TEST(SecretServiceKeychain, RefusesAttributesThatMakeNoSense) {
     const SessionBus bus;
     const FakeSecretService service(bus, FakeSecretService::Answer::denial);
-    const auto keychain = makeSecretServiceKeychain();
+    const auto keychain = makeKeychain();
     std::vector<KeychainAttributes> lists(5);
     lists[0].push_back({kSecAttrAccount, label}); // no class
     lists[1].push_back({kSecClass, std::string("inet")});
@@ -438,7 +446,7 @@ TEST(SecretServiceKeychain, RefusesAttributesThatMakeNoSense) {
 TEST(SecretServiceAvailability, SaysYesWhereItemsCanBeKept) {
     const SessionBus bus;
     const SecretService service(bus);
-    const SecretServiceAvailability availability = secretServiceAvailability();
+    const SecretServiceAvailability availability = secretServiceAvailability(test::waitLimit);
     EXPECT_TRUE(availability.available);
     EXPECT_EQ(availability.reason, "");
 }
@@ -447,7 +455,7 @@ TEST(SecretServiceAvailability, SaysThatTheCollectionIsLocked) {
     const SessionBus bus;
     SecretService service(bus);
     service.lock();
-    const SecretServiceAvailability availability = secretServiceAvailability();
+    const SecretServiceAvailability availability = secretServiceAvailability(test::waitLimit);
     EXPECT_FALSE(availability.available);
     EXPECT_EQ(availability.reason, "the default collection of the Secret Service is locked");
 }
