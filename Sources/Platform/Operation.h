@@ -8,7 +8,9 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <list>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -73,7 +75,7 @@ class Operation : public std::enable_shared_from_this<Operation> {
 
   private:
     friend class OperationQueueState;
-    enum class Phase { waiting, starting, executing, left };
+    enum class Phase { outside, waiting, starting, executing, left };
 
     void notify(std::string_view key, Change change);
 
@@ -86,14 +88,17 @@ class Operation : public std::enable_shared_from_this<Operation> {
     bool executing = false;
     bool finished = false;
     bool cancelled = false;
-    bool enqueued = false;
-    // From when it is added until it leaves; kept by it, so that it runs whoever lets go of it.
+    // From when it is added: the operation keeps the queue, so that it runs although the
+    // application has let go of that.
     std::shared_ptr<OperationQueueState> queue;
     std::shared_ptr<Queue> lane; // not changed from then on
 
-    // Guarded by the queue's lock: how far it has come there, and itself while it executes.
-    Phase phase = Phase::waiting;
-    std::shared_ptr<Operation> kept;
+    // Guarded by the queue's lock: how far it has come there, its order among those that wait, and
+    // its position in the list that holds it.
+    Phase phase = Phase::outside;
+    int rank = 0;
+    std::uint64_t arrival = 0;
+    std::list<std::shared_ptr<Operation>>::iterator position;
 };
 
 /// An operation that runs one task, and destroys it before it finishes.

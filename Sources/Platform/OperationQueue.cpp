@@ -7,6 +7,13 @@
 
 namespace zem::platform {
 
+namespace {
+
+/// Whatever else waits for the lane's thread waits for one turn at most.
+constexpr int mostStartsOfATurn = 16;
+
+} // namespace
+
 /// One turn of a lane. Where the lane's thread has ended, and drops what is asked of it, the turn
 /// is taken on a thread of the queue: what waits there must not wait for ever.
 class OperationQueueState::Turn {
@@ -36,51 +43,114 @@ class OperationQueueState::Turn {
 };
 
 void OperationQueueState::add(const std::shared_ptr<Operation>& operation) {
+    int priority = 0;
     {
         Lock lock(operation->mutex);
-        if (std::exchange(operation->enqueued, true)) {
+        if (operation->queue != nullptr) {
             std::fprintf(stderr, "zem: an operation is added to a queue for the second time\n");
             std::abort();
         }
         operation->queue = shared_from_this();
+        priority = static_cast<int>(operation->priority);
     }
-    const int priority = static_cast<int>(operation->queuePriority());
+    if (!usesLanes) {
+        operation->lane = nullptr;
+    }
+    Operations added{operation};
     {
-        Lock lock(mutex);
-        if (!usesLanes) {
-            operation->lane = nullptr;
-        }
+        UniqueLock lock(mutex);
         Lane& lane = lanes[operation->lane.get()];
-        if (lane.queue != operation->lane) {
-            lane.queue = operation->lane;
-        }
-        lane.waiting[priority].push_back(operation);
-        ++lane.waitingCount;
+        lane.queue = operation->lane;
+        operation->phase = Phase::waiting;
+        operation->rank = priority;
+        operation->arrival = arrivals++;
+        operation->position = added.begin();
+        Operations& equals = lane.waiting[priority];
+        equals.splice(equals.end(), added);
         ++unfinished;
+        askForTurns(lock);
     }
     if (operation->isFinished()) { // its report came before it was here
         finish(*operation);
-    } else {
-        schedule();
     }
 }
 
-void OperationQueueState::schedule() {
+void OperationQueueState::finish(Operation& operation) {
+    // Destroyed without the lock: what an operation captured is not ours.
+    Operations removed;
+    std::shared_ptr<Queue> dropped;
+    UniqueLock lock(mutex);
+    const Phase phase = operation.phase;
+    if (phase == Phase::outside || phase == Phase::left) {
+        return; // `add` looks for its end, or it has reported it before
+    }
+    operation.phase = Phase::left;
+    --unfinished;
+    switch (phase) {
+    case Phase::waiting:
+        removeWaiting(operation, removed);
+        dropped = dropIfIdle(lanes.at(operation.lane.get()));
+        break;
+    case Phase::executing:
+        removed.splice(removed.end(), inProgress, operation.position);
+        break;
+    default: // starting: its place is given back when its start has returned
+        return;
+    }
+    askForTurns(lock);
+}
+
+void OperationQueueState::takeTurn(Lane& lane) {
+    Operations finished;
+    std::shared_ptr<Queue> dropped;
+    UniqueLock lock(mutex);
+    lane.turnAsked = lane.queue != nullptr;
+    for (int starts = 0; starts < mostStartsOfATurn; ++starts) {
+        Operation* const operation = takeBest(lane);
+        if (operation == nullptr) {
+            break;
+        }
+        askForTurns(lock);
+        lock.unlock();
+        finished.clear();
+        // One that has reported its end meanwhile is not started.
+        if (!operation->isFinished()) {
+            Mutex::assertNoneHeld("an operation is started");
+            operation->start();
+        }
+        lock.lock();
+        if (operation->phase == Phase::left) {
+            finished.splice(finished.end(), inProgress, operation->position);
+        } else {
+            operation->phase = Phase::executing;
+        }
+    }
+    if (lane.queue != nullptr) {
+        lane.turnAsked = false;
+        dropped = dropIfIdle(lane);
+    }
+    // The last place that was given back here may be wanted elsewhere, or here again.
+    askForTurns(lock);
+}
+
+void OperationQueueState::askForTurns(UniqueLock& lock) {
     while (Lane* const lane = laneToAsk()) {
-        // The turn may be over, and the lane gone, before this call returns.
-        const std::shared_ptr<Queue> kept = lane->queue;
+        // The turn may be over, and the lane gone, before it has been asked for.
+        std::shared_ptr<Queue> kept = lane->queue;
+        lock.unlock();
         Queue& asked = kept != nullptr ? *kept : threads;
         asked.async([turn = Turn(shared_from_this(), *lane)]() mutable { turn.take(); });
+        kept.reset();
+        lock.lock();
     }
 }
 
 OperationQueueState::Lane* OperationQueueState::laneToAsk() {
-    Lock lock(mutex);
     if (!hasPlace()) {
         return nullptr;
     }
     for (auto& [queue, lane] : lanes) {
-        if (lane.waitingCount != 0 && !lane.turnAsked && !mustPass(lane)) {
+        if (!lane.waiting.empty() && !lane.turnAsked && !mustPass(lane)) {
             lane.turnAsked = true;
             return &lane;
         }
@@ -88,112 +158,67 @@ OperationQueueState::Lane* OperationQueueState::laneToAsk() {
     return nullptr;
 }
 
-void OperationQueueState::takeTurn(Lane& lane) {
-    {
-        Lock lock(mutex);
-        lane.turnAsked = lane.queue != nullptr;
+Operation* OperationQueueState::takeBest(Lane& lane) {
+    if (!hasPlace() || lane.waiting.empty() || mustPass(lane)) {
+        return nullptr;
     }
-    while (const std::shared_ptr<Operation> operation = takeBest(lane)) {
-        schedule();
-        // One that has reported its end meanwhile is not started.
-        if (!operation->isFinished()) {
-            Mutex::assertNoneHeld("an operation is started");
-            operation->start();
-        }
-        started(*operation);
-    }
-    // The last place that was given back here may be wanted elsewhere.
-    schedule();
-}
-
-std::shared_ptr<Operation> OperationQueueState::takeBest(Lane& lane) {
-    std::shared_ptr<Queue> dropped;
-    Lock lock(mutex);
-    std::shared_ptr<Operation> best;
-    if (hasPlace() && !mustPass(lane)) {
-        best = takeFirst(lane);
-    }
-    if (best != nullptr) {
-        ++places;
-        best->phase = Phase::starting;
-    } else if (lane.queue != nullptr) {
-        lane.turnAsked = false;
-        if (lane.waiting.empty()) {
-            dropped = lane.queue;
-            lanes.erase(dropped.get());
-        }
-    }
-    return best;
-}
-
-std::shared_ptr<Operation> OperationQueueState::takeFirst(Lane& lane) {
-    while (!lane.waiting.empty()) {
-        const auto best = lane.waiting.begin();
-        std::shared_ptr<Operation> operation = std::move(best->second.front());
-        best->second.pop_front();
-        if (best->second.empty()) {
-            lane.waiting.erase(best);
-        }
-        if (operation->phase == Phase::waiting) {
-            --lane.waitingCount;
-            return operation;
-        }
-    }
-    return nullptr;
+    Operation& best = *lane.waiting.begin()->second.front();
+    removeWaiting(best, inProgress);
+    best.phase = Phase::starting;
+    return &best;
 }
 
 bool OperationQueueState::mustPass(const Lane& lane) const {
-    if (lanes.size() == 1 || width == OperationQueue::unbounded || lane.waiting.empty()) {
+    if (lanes.size() == 1 || width == OperationQueue::unbounded) {
         return false;
     }
-    const int own = lane.waiting.begin()->first;
-    std::size_t better = 0;
+    const Operation& own = *lane.waiting.begin()->second.front();
+    const std::size_t places = width - inProgress.size();
+    std::size_t before = 0;
     for (const auto& [queue, other] : lanes) {
-        for (auto list = other.waiting.begin(); list != other.waiting.end() && list->first > own;
-             ++list) {
-            better += &other == &lane ? 0 : list->second.size();
+        if (&other != &lane && before < places) {
+            before += countBefore(own, other, places - before);
         }
     }
-    return better >= width - places;
+    return before >= places;
 }
 
-void OperationQueueState::started(Operation& operation) {
-    Lock lock(mutex);
-    if (operation.phase == Phase::left) {
-        --places;
-    } else {
-        operation.phase = Phase::executing;
-        operation.kept = operation.shared_from_this();
+std::size_t OperationQueueState::countBefore(const Operation& operation, const Lane& lane,
+                                             std::size_t enough) {
+    std::size_t count = 0;
+    for (const auto& [rank, list] : lane.waiting) {
+        if (rank < operation.rank || count >= enough) {
+            break;
+        }
+        if (rank > operation.rank) {
+            count += list.size();
+            continue;
+        }
+        for (auto equal = list.begin();
+             equal != list.end() && (*equal)->arrival < operation.arrival && count < enough;
+             ++equal) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+void OperationQueueState::removeWaiting(Operation& operation, Operations& removed) {
+    Lane& lane = lanes.at(operation.lane.get());
+    const auto equals = lane.waiting.find(operation.rank);
+    removed.splice(removed.end(), equals->second, operation.position);
+    if (equals->second.empty()) {
+        lane.waiting.erase(equals);
     }
 }
 
-void OperationQueueState::finish(Operation& operation) {
-    // Let go of when the lock is: the operation may be the last to hold this queue, and the queue
-    // the last to hold the operation.
-    std::shared_ptr<OperationQueueState> self;
-    std::shared_ptr<Operation> released;
-    {
-        Lock lock(operation.mutex);
-        self = std::move(operation.queue);
+std::shared_ptr<Queue> OperationQueueState::dropIfIdle(Lane& lane) {
+    if (lane.queue == nullptr || lane.turnAsked || !lane.waiting.empty()) {
+        return nullptr;
     }
-    {
-        Lock lock(mutex);
-        const Phase phase = std::exchange(operation.phase, Phase::left);
-        if (phase == Phase::left) {
-            return; // it reports its end for the second time
-        }
-        --unfinished;
-        if (phase == Phase::starting) {
-            return; // its place is given back when its start has returned
-        }
-        if (phase == Phase::waiting) {
-            --lanes.at(operation.lane.get()).waitingCount;
-        } else {
-            --places;
-            released = std::move(operation.kept);
-        }
-    }
-    schedule();
+    std::shared_ptr<Queue> dropped = std::move(lane.queue);
+    lanes.erase(dropped.get());
+    return dropped;
 }
 
 std::shared_ptr<OperationQueue> OperationQueue::create(std::size_t maxConcurrentOperationCount,

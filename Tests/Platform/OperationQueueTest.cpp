@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <Platform/Call.h>
 #include <Support/ManualQueue.h>
 #include <Support/Wait.h>
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <thread>
 
 using namespace zem::platform;
+using test::Call;
 using test::Event;
 using test::ManualQueue;
 using test::Transcript;
@@ -16,76 +18,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-/// An asynchronous operation that keeps its own state and reports the changes itself, as the calls
-/// into the runtime do: withdrawn while it waits, it finishes in its turn without its work.
-class Call final : public Operation {
-  public:
-    enum class State { ready, executing, finished };
-
-    static std::shared_ptr<Call> create(Transcript& transcript, std::string name,
-                                        QueuePriority priority = QueuePriority::normal) {
-        auto call = std::make_shared<Call>(transcript, std::move(name));
-        call->setQueuePriority(priority);
-        return call;
-    }
-
-    Call(Transcript& transcript, std::string name)
-        : transcript(transcript)
-        , name(std::move(name)) {}
-
-    bool isAsynchronous() const override { return true; }
-    bool isExecuting() const override { return state() == State::executing; }
-    bool isFinished() const override { return state() == State::finished; }
-    bool isCancelled() const override { return shouldNotStart && !isExecuting(); }
-
-    void start() override {
-        if (isCancelled()) {
-            transcript.add(name + " withdrawn");
-            setState(State::finished);
-            return;
-        }
-        setState(State::executing);
-        transcript.add(name + " started");
-        if (work) {
-            work();
-        }
-    }
-
-    State state() const {
-        Lock lock(stateLock);
-        return stateStore;
-    }
-
-    void setState(State next) {
-        const std::string_view old = key(state());
-        willChangeValue(old);
-        willChangeValue(key(next));
-        {
-            Lock lock(stateLock);
-            stateStore = next;
-        }
-        didChangeValue(key(next));
-        didChangeValue(old);
-    }
-
-    void finish() { setState(State::finished); }
-
-    std::atomic<bool> shouldNotStart = false;
-    std::function<void()> work;
-
-  private:
-    static std::string_view key(State state) {
-        return state == State::ready       ? "isReady"
-               : state == State::executing ? "isExecuting"
-                                           : "isFinished";
-    }
-
-    Transcript& transcript;
-    const std::string name;
-    mutable Mutex stateLock;
-    State stateStore = State::ready;
-};
 
 std::string name(const char* prefix, int number) {
     return prefix + std::to_string(number);
@@ -257,81 +189,6 @@ TEST(OperationQueue, KeepsThePlaceOfACallThatFinishedUntilItsStartHasReturned) {
     EXPECT_THAT(transcript.lines(), ElementsAre("call started", "call returns", "next"));
 }
 
-TEST(OperationQueue, StartsTheOperationsOfALaneThereOneAfterTheOther) {
-    Transcript transcript;
-    const auto lane = std::make_shared<ManualQueue>();
-    const auto queue = OperationQueue::create(5);
-    queue->addOperation([&] { transcript.add("normal"); }, QueuePriority::normal, lane);
-    queue->addOperation(
-        [&] {
-            transcript.add("high");
-            // Nobody else starts anything of the lane meanwhile.
-            EXPECT_EQ(lane->waiting(), 0u);
-        },
-        QueuePriority::high, lane);
-    EXPECT_THAT(transcript.lines(), IsEmpty());
-    EXPECT_EQ(lane->waiting(), 1u);
-    EXPECT_EQ(lane->runAll(), 1);
-    EXPECT_THAT(transcript.lines(), ElementsAre("high", "normal"));
-    EXPECT_EQ(queue->operationCount(), 0u);
-}
-
-TEST(OperationQueue, SharesItsPlacesAmongLanes) {
-    Transcript transcript;
-    const auto left = std::make_shared<ManualQueue>();
-    const auto right = std::make_shared<ManualQueue>();
-    const auto queue = OperationQueue::create(1);
-    const auto call = Call::create(transcript, "left call");
-    call->setLane(left);
-    queue->addOperation(call);
-    EXPECT_EQ(left->runAll(), 1);
-    queue->addOperation([&] { transcript.add("right"); }, QueuePriority::normal, right);
-    EXPECT_EQ(right->waiting(), 0u);
-    call->finish();
-    EXPECT_EQ(right->runAll(), 1);
-    EXPECT_THAT(transcript.lines(), ElementsAre("left call started", "right"));
-}
-
-TEST(OperationQueue, LeavesTheLastPlaceToTheMoreUrgentLane) {
-    Transcript transcript;
-    const auto left = std::make_shared<ManualQueue>();
-    const auto right = std::make_shared<ManualQueue>();
-    const auto queue = OperationQueue::create(1);
-    queue->addOperation([&] { transcript.add("background"); }, QueuePriority::veryLow, left);
-    queue->addOperation([&] { transcript.add("high"); }, QueuePriority::high, right);
-    // Its turn comes first, and passes.
-    left->runAll();
-    EXPECT_THAT(transcript.lines(), IsEmpty());
-    right->runAll();
-    left->runAll();
-    EXPECT_THAT(transcript.lines(), ElementsAre("high", "background"));
-}
-
-/// Ends while something waits in it, as a run loop's thread may.
-class EndingQueue final : public Queue {
-  public:
-    void async(Task task) override { const Task dropped = std::move(task); }
-};
-
-TEST(OperationQueue, StartsWhatALaneDropsOnItsOwnThreads) {
-    const auto lane = std::make_shared<EndingQueue>();
-    test::Event started("the operation");
-    const auto queue = OperationQueue::create(5);
-    queue->addOperation([&] { started.signal(); }, QueuePriority::normal, lane);
-    started.wait();
-}
-
-TEST(OperationQueue, ThatHasThreadsOfItsOwnStartsEverythingThere) {
-    ManualQueue threads;
-    Transcript transcript;
-    const auto lane = std::make_shared<ManualQueue>();
-    const auto queue = OperationQueue::create(1, &threads);
-    queue->addOperation([&] { transcript.add("ran"); }, QueuePriority::normal, lane);
-    EXPECT_EQ(lane->waiting(), 0u);
-    threads.runAll();
-    EXPECT_THAT(transcript.lines(), ElementsAre("ran"));
-}
-
 TEST(OperationQueue, HasItsWidthToTell) {
     EXPECT_EQ(OperationQueue::create(3)->maxConcurrentOperationCount(), 3u);
     EXPECT_EQ(OperationQueue::create()->maxConcurrentOperationCount(), OperationQueue::unbounded);
@@ -437,6 +294,93 @@ TEST(OperationQueue, ACallThatFinishesWhileItWaitsIsNotStarted) {
     EXPECT_THAT(transcript.lines(), ElementsAre("first started", "last started"));
     last->finish();
     EXPECT_EQ(queue->operationCount(), 0u);
+}
+
+/// Says when it goes, from wherever that is.
+class Captured {
+  public:
+    explicit Captured(std::function<void()> gone)
+        : gone(std::move(gone)) {}
+    ~Captured() { gone(); }
+    Captured(const Captured&) = delete;
+    Captured& operator=(const Captured&) = delete;
+
+  private:
+    const std::function<void()> gone;
+};
+
+TEST(OperationQueue, LetsGoAtOnceOfACallThatFinishesWhileItWaitsWithNoLockHeld) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    const auto running = Call::create(transcript, "running");
+    queue->addOperation(running);
+    threads.runAll();
+    std::weak_ptr<Call> weak;
+    {
+        const auto timedOut = Call::create(transcript, "timed out");
+        timedOut->work = [captured = std::make_shared<Captured>([&] {
+                              Mutex::assertNoneHeld("a work block is destroyed");
+                              transcript.add(name("gone, left ", int(queue->operationCount())));
+                          })] {
+        };
+        weak = timedOut;
+        queue->addOperation(timedOut);
+    }
+    weak.lock()->finish();
+    EXPECT_THAT(transcript.lines(), ElementsAre("running started", "gone, left 1"));
+    running->finish();
+}
+
+TEST(OperationQueue, ManyCallsThatFinishWhileTheyWaitLeaveTheOthersInTheirOrder) {
+    ManualQueue threads;
+    Transcript transcript;
+    const auto queue = OperationQueue::create(1, &threads);
+    std::vector<std::shared_ptr<Call>> calls;
+    for (int number = 1; number <= 6; ++number) {
+        calls.push_back(Call::create(transcript, name("call ", number), QueuePriority{number / 3}));
+        calls.back()->work = [&calls, number] {
+            calls[static_cast<std::size_t>(number) - 1]->finish();
+        };
+        queue->addOperation(calls.back());
+    }
+    for (const std::size_t finished : {1u, 2u, 4u}) {
+        calls[finished]->finish();
+    }
+    EXPECT_EQ(queue->operationCount(), 3u);
+    threads.runAll();
+    EXPECT_THAT(transcript.lines(),
+                ElementsAre("call 6 started", "call 4 started", "call 1 started"));
+    EXPECT_EQ(queue->operationCount(), 0u);
+}
+
+TEST(OperationQueue, ACallThatFinishesWhileItIsAddedLeavesOnce) {
+    constexpr int rounds = 20'000;
+    Transcript transcript;
+    ManualQueue threads;
+    std::vector<std::shared_ptr<Call>> calls;
+    for (int round = 0; round < rounds; ++round) {
+        calls.push_back(Call::create(transcript, "call"));
+    }
+    std::atomic<int> next = 0;
+    std::thread other([&] {
+        for (int round = 0; round < rounds; ++round) {
+            test::waitUntil("the next round", [&] { return next > round; });
+            calls[static_cast<std::size_t>(round)]->finish();
+        }
+    });
+    std::vector<std::shared_ptr<OperationQueue>> queues;
+    for (const auto& call : calls) {
+        queues.push_back(OperationQueue::create(1, &threads));
+        ++next;
+        queues.back()->addOperation(call);
+    }
+    other.join();
+    threads.runAll();
+    for (const auto& queue : queues) {
+        ASSERT_EQ(queue->operationCount(), 0u);
+    }
+    EXPECT_THAT(transcript.lines(), IsEmpty());
 }
 
 TEST(OperationQueue, ACallThatWasFinishedBeforeItWasAddedIsNotStarted) {

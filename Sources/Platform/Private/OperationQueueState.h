@@ -7,8 +7,9 @@
 #include <zem/Platform/Queue.h>
 
 #include <cstddef>
-#include <deque>
+#include <cstdint>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 
@@ -36,41 +37,51 @@ class OperationQueueState : public std::enable_shared_from_this<OperationQueueSt
 
   private:
     using Phase = Operation::Phase;
+    using Operations = std::list<std::shared_ptr<Operation>>;
 
     /// Operations that start on the same threads: those of the queue, several at once, or those of
     /// a lane, one after the other.
     struct Lane {
         /// Null for the queue's own threads.
         std::shared_ptr<Queue> queue;
-        // The highest priority first. No list in it is empty; what left while it waited is passed
-        // over.
-        std::map<int, std::deque<std::shared_ptr<Operation>>, std::greater<>> waiting;
-        std::size_t waitingCount = 0;
+        // The highest priority first, and within one the first come. No list in it is empty.
+        std::map<int, Operations, std::greater<>> waiting;
         // A turn was asked for and has not begun; of a lane, has not ended.
         bool turnAsked = false;
     };
 
     class Turn;
 
+    /// On the lane's thread: starts the best of what waits there, again and again while there are
+    /// places, up to the most that one turn starts. Before each start, which may take its time,
+    /// other threads are asked for if there is more to do.
+    void takeTurn(Lane& lane);
+
+    // The rest runs under the lock.
+
     /// Asks each lane for a turn that has something to start, when there is a place and no turn on
-    /// its way.
-    void schedule();
+    /// its way. Gives the lock back while it asks.
+    void askForTurns(UniqueLock& lock);
     Lane* laneToAsk();
 
-    /// On the lane's thread: starts the best of what waits there, again and again while there are
-    /// places. Before each start, which may take its time, other threads are asked for if there is
-    /// more to do.
-    void takeTurn(Lane& lane);
-    std::shared_ptr<Operation> takeBest(Lane& lane);
-    static std::shared_ptr<Operation> takeFirst(Lane& lane);
+    /// Null when nothing that waits in the lane may start now.
+    Operation* takeBest(Lane& lane);
 
-    /// The place that is free belongs to something more urgent that waits in another lane.
+    /// The places that are free belong to others, which wait in other lanes and come first.
     bool mustPass(const Lane& lane) const;
+    /// How many of those that wait in the lane come before `operation`; it stops counting at
+    /// `enough`.
+    static std::size_t countBefore(const Operation& operation, const Lane& lane,
+                                   std::size_t enough);
 
-    /// Its `start` has returned: one that finished meanwhile gives its place back.
-    void started(Operation& operation);
+    void removeWaiting(Operation& operation, Operations& removed);
 
-    bool hasPlace() const { return width == OperationQueue::unbounded || places < width; }
+    /// Forgets a lane where nothing waits and no turn is to come; returns its queue.
+    std::shared_ptr<Queue> dropIfIdle(Lane& lane);
+
+    bool hasPlace() const {
+        return width == OperationQueue::unbounded || inProgress.size() < width;
+    }
 
     Queue& threads;
     const bool usesLanes;
@@ -78,8 +89,10 @@ class OperationQueueState : public std::enable_shared_from_this<OperationQueueSt
     mutable Mutex mutex;
     // By their queues; those that nothing waits in go. Few: an application has an engine or two.
     std::map<const Queue*, Lane> lanes;
+    // Those that hold a place.
+    Operations inProgress;
     std::size_t unfinished = 0;
-    std::size_t places = 0; // in use
+    std::uint64_t arrivals = 0;
 };
 
 } // namespace zem::platform
