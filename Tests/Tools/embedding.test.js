@@ -55,3 +55,13 @@ test('its folder added, it brings its library and headers, and neither tests nor
     assert.ok(targets.includes('zem'));
     assert.deepStrictEqual(targets.filter((target) => /^zem-/.test(target)), []);
 });
+
+test('no public header asks for a macro, which an application may have set otherwise than the library', () => {
+    const depends = /^\s*#\s*(?!pragma once$|include\b)|\bassert\s*\(|\bNDEBUG\b/;
+    const headers = fs.readdirSync(`${project}/Sources`, { recursive: true })
+        .filter((header) => header.endsWith('.h') && !header.includes('/Private/'));
+    assert.ok(headers.length > 0);
+    const lines = headers.flatMap((header) => fs.readFileSync(`${project}/Sources/${header}`, 'utf8').split('\n')
+        .map((line, index) => ({ line, place: `${header}:${index + 1}: ${line}` })));
+    assert.deepStrictEqual(lines.filter(({ line }) => depends.test(line)).map(({ place }) => place), []);
+});
