@@ -118,10 +118,10 @@ void Operation::willChangeValue(std::string_view key) {
 void Operation::didChangeValue(std::string_view key) {
     notify(key, Change::did);
     if (key == finishedKey) {
-        std::shared_ptr<OperationQueueState> told;
+        OperationQueueState* told = nullptr; // lives as long as this does
         {
             Lock lock(mutex);
-            told = queue;
+            told = queue.get();
         }
         if (told != nullptr && isFinished()) {
             told->finish(*this);

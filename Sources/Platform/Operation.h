@@ -70,6 +70,7 @@ class Operation : public std::enable_shared_from_this<Operation> {
 
     /// Tells the observers. When a change of state touches two keys, the order is will(old),
     /// will(new), did(new), did(old), with the state itself changed between the wills and the dids.
+    /// The queue may drop its reference when it is told of "isFinished": the caller holds another.
     void willChangeValue(std::string_view key);
     void didChangeValue(std::string_view key);
 

@@ -2,6 +2,8 @@
 #include <zem/Platform/Private/GlobalThreads.h>
 #include <zem/Platform/Queue.h>
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -27,17 +29,29 @@ struct SerialQueue::State : std::enable_shared_from_this<State> {
     /// A turn on a global thread: batch after batch while nobody else wants the thread.
     void takeTurn() noexcept;
 
+    // Under the lock.
+    void addWaiting(Task task);
+    void takeWaiting(std::vector<Task>& batch);
+
     void run(std::vector<Task>& batch) noexcept;
 
-    /// Lets others have the processor for a moment, in which they may add more: a thread that gives
-    /// up has to be woken again, which costs the one that adds more than a small task costs to run.
-    void waitForMore() noexcept;
+    /// Lets others have the processor for a moment, in which they may add more. A thread that gives
+    /// up has to be woken again, and waking it costs the thread that adds more than a small task
+    /// costs to run. So the moment is about as long as waking takes.
+    void waitForMore() const noexcept;
+
+    /// Sleeps a moment while tasks gather; returns how many wait then. A thread that takes each
+    /// task as it comes slows down the one that adds them: both work on the same memory.
+    std::size_t letTasksGather() noexcept;
 
     /// After a batch: true when the queue has been given up and has to be scheduled again.
     bool endRunning();
 
     const std::string label;
     const QualityOfService qualityOfService;
+
+    // Changed under the lock; may be asked without it.
+    std::atomic<bool> anyWaiting = false;
 
     Mutex mutex;
     std::vector<Task> waiting;
@@ -81,7 +95,7 @@ class Completion {
 void SerialQueue::State::async(Task task) {
     {
         Lock lock(mutex);
-        waiting.push_back(std::move(task));
+        addWaiting(std::move(task));
         if (running || scheduled) {
             return;
         }
@@ -103,11 +117,20 @@ void SerialQueue::State::takeTurn() noexcept {
             return;
         }
         running = true;
-        batch.swap(waiting);
+        takeWaiting(batch);
     }
+    // A long row of tasks is taken in batches, as long as batches come together.
+    constexpr std::size_t longRow = 64;
+    constexpr std::size_t smallestBatch = 4;
+    std::size_t row = 0;
     for (;;) {
+        row += batch.size();
         run(batch);
-        waitForMore();
+        if (row < longRow) {
+            waitForMore();
+        } else if (letTasksGather() < smallestBatch) {
+            row = 0;
+        }
         const bool wanted = globalThreadsAreWanted();
         Lock lock(mutex);
         if (waiting.empty()) {
@@ -117,24 +140,38 @@ void SerialQueue::State::takeTurn() noexcept {
         if (wanted) {
             break;
         }
-        batch.swap(waiting);
+        takeWaiting(batch);
     }
     if (endRunning()) {
         schedule();
     }
 }
 
-void SerialQueue::State::waitForMore() noexcept {
-    constexpr int moments = 3;
-    for (int moment = 0; moment < moments; ++moment) {
-        {
-            Lock lock(mutex);
-            if (!waiting.empty()) {
-                return;
-            }
-        }
+void SerialQueue::State::addWaiting(Task task) {
+    waiting.push_back(std::move(task));
+    anyWaiting = true;
+}
+
+void SerialQueue::State::takeWaiting(std::vector<Task>& batch) {
+    batch.swap(waiting);
+    anyWaiting = false;
+}
+
+void SerialQueue::State::waitForMore() const noexcept {
+    constexpr std::chrono::microseconds moment{20};
+    constexpr int fewestLooks = 3; // on a busy machine one may take longer than the moment
+    const auto end = std::chrono::steady_clock::now() + moment;
+    int looks = 0;
+    while (!anyWaiting && (looks < fewestLooks || std::chrono::steady_clock::now() < end)) {
         std::this_thread::yield();
+        ++looks;
     }
+}
+
+std::size_t SerialQueue::State::letTasksGather() noexcept {
+    std::this_thread::sleep_for(std::chrono::microseconds(50));
+    Lock lock(mutex);
+    return waiting.size();
 }
 
 void SerialQueue::State::run(std::vector<Task>& batch) noexcept {
@@ -171,13 +208,13 @@ void SerialQueue::State::sync(Task task) {
     std::vector<Task> batch;
     {
         Lock lock(mutex);
-        waiting.push_back([&task, &completion] {
+        addWaiting([&task, &completion] {
             task();
             completion.signal();
         });
         if (!running) {
             running = true;
-            batch.swap(waiting);
+            takeWaiting(batch);
         }
     }
     if (batch.empty()) {

@@ -362,17 +362,17 @@ TEST(OperationQueue, ACallThatFinishesWhileItIsAddedLeavesOnce) {
     for (int round = 0; round < rounds; ++round) {
         calls.push_back(Call::create(transcript, "call"));
     }
-    std::atomic<int> next = 0;
+    Event begun("the other thread");
     std::thread other([&] {
-        for (int round = 0; round < rounds; ++round) {
-            test::waitUntil("the next round", [&] { return next > round; });
-            calls[static_cast<std::size_t>(round)]->finish();
+        begun.signal();
+        for (const auto& call : calls) {
+            call->finish();
         }
     });
+    begun.wait();
     std::vector<std::shared_ptr<OperationQueue>> queues;
     for (const auto& call : calls) {
         queues.push_back(OperationQueue::create(1, &threads));
-        ++next;
         queues.back()->addOperation(call);
     }
     other.join();
