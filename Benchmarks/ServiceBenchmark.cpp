@@ -143,7 +143,7 @@ int main() {
 
     constexpr int atOnce = 100'000;
     bench::report(bench::measure(
-        {"service.invoke.throughput", "ms", 4},
+        {"service.invoke.throughput", "ms", 3},
         [&] { return bench::milliseconds([&] { subject.invoke(adapterId, atOnce); }); },
         [&] {
             return bench::milliseconds([&] {
