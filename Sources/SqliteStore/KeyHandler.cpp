@@ -1,6 +1,10 @@
 #include <zem/Platform/Random.h>
 #include <zem/Platform/SecretServiceKeychain.h>
 #include <zem/SqliteStore/KeyHandler.h>
+#include <zem/SqliteStore/Private/SQLiteStoreLog.h>
+#include <zem/SqliteStore/SQLiteSecretError.h>
+
+#include <fmt/format.h>
 
 #include <utility>
 
@@ -8,6 +12,13 @@ namespace zem {
 
 using platform::KeychainAttributes;
 using platform::SecretBytes;
+
+namespace {
+
+constexpr std::size_t keyLength = 32;
+constexpr std::size_t saltLength = 16;
+
+} // namespace
 
 KeychainStore::KeychainStore(std::shared_ptr<platform::Keychain> given)
     : keychain(given ? std::move(given) : platform::makeSecretServiceKeychain()) {}
@@ -50,11 +61,19 @@ KeyHandler::KeyHandler(std::string key, std::string salt, const std::shared_ptr<
     , keyStore(given ? given : sharedKeyStore()) {}
 
 SecretBytes KeyHandler::key() {
-    return storedOrNew(keyLabel, 32);
+    return storedOrNew(keyLabel, keyLength);
 }
 
 SecretBytes KeyHandler::salt() {
-    return storedOrNew(saltLabel, 16);
+    return storedOrNew(saltLabel, saltLength);
+}
+
+SecretBytes KeyHandler::keptKey() {
+    return storedOrKept(keyLabel, keyLength);
+}
+
+SecretBytes KeyHandler::keptSalt() {
+    return storedOrKept(saltLabel, saltLength);
 }
 
 SecretBytes KeyHandler::storedOrNew(const std::string& label, std::size_t length) {
@@ -62,8 +81,25 @@ SecretBytes KeyHandler::storedOrNew(const std::string& label, std::size_t length
         return *std::move(stored);
     }
     SecretBytes fresh = platform::randomKey(length);
-    keyStore->store(fresh, label); // a secret that could not be kept still serves this session
+    if (!keyStore->store(fresh, label)) { // it still serves this session
+        sqliteStoreLog().error("the key store did not keep the new secret %{public}s: what is "
+                               "written under it cannot be read after this session",
+                               {label});
+    }
     return fresh;
+}
+
+SecretBytes KeyHandler::storedOrKept(const std::string& label, std::size_t length) {
+    if (std::optional<SecretBytes> stored = keyStore->storedItem(label)) {
+        return *std::move(stored);
+    }
+    keyStore->store(platform::randomKey(length), label);
+    // Another process may have been faster: its secret is the one that counts.
+    if (std::optional<SecretBytes> stored = keyStore->storedItem(label)) {
+        return *std::move(stored);
+    }
+    throw SQLiteSecretError(
+        fmt::format("the new secret {} could not be kept by the key store", label));
 }
 
 std::optional<SecretBytes> KeyHandler::storedItem(const std::string& label) {

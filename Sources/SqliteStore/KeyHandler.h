@@ -45,7 +45,7 @@ class KeychainStore final : public KeyStoring {
     std::shared_ptr<platform::Keychain> keychain;
 };
 
-/// The key and the salt of one store. Throws nothing but what its key store throws.
+/// The key and the salt of one store. Throws what its key store throws.
 class KeyHandler {
   public:
     static constexpr const char* storeKeyLabel = "com.quorvane.ZEM.SQLiteStoreKey";
@@ -58,10 +58,17 @@ class KeyHandler {
                         const std::shared_ptr<KeyStoring>& keyStore = nullptr);
 
     /// The kept key, or 32 fresh random bytes, which are handed to the key store and returned
-    /// whether or not it could keep them.
+    /// whether or not it could keep them. A key that was not kept is lost with the last copy of it:
+    /// the store's log gets an error.
     platform::SecretBytes key();
     /// The same for the salt, of 16 bytes.
     platform::SecretBytes salt();
+
+    /// The same as `key()`, with the key as the key store gives it back: throws SQLiteSecretError
+    /// when it gives none back.
+    platform::SecretBytes keptKey();
+    /// The same for the salt.
+    platform::SecretBytes keptSalt();
 
     std::optional<platform::SecretBytes> storedItem(const std::string& label);
     bool storeItem(const platform::SecretBytes& item, const std::string& label);
@@ -72,6 +79,7 @@ class KeyHandler {
 
   private:
     platform::SecretBytes storedOrNew(const std::string& label, std::size_t length);
+    platform::SecretBytes storedOrKept(const std::string& label, std::size_t length);
 
     std::string keyLabel;
     std::string saltLabel;

@@ -1,9 +1,12 @@
 #include <zem/SqliteStore/KeyHandler.h>
+#include <zem/SqliteStore/SQLiteSecretError.h>
 
 #include <gtest/gtest.h>
 
+#include <SqliteStore/MemoryKeyStore.h>
+#include <SqliteStore/Store.h>
+#include <Support/LogCapture.h>
 #include <Support/SecretService.h>
-#include <map>
 #include <stdexcept>
 
 using namespace zem;
@@ -16,33 +19,6 @@ namespace {
 
 const std::string keyLabel = "com.quorvane.ZEM.SQLiteStoreKey";
 const std::string saltLabel = "com.quorvane.ZEM.SQLiteStoreSalt";
-
-SecretBytes secretOf(std::string_view text) {
-    return SecretBytes(
-        platform::BytesView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
-}
-
-/// Keeps items in memory and records what is asked of it; can be told to keep nothing.
-class MemoryKeyStore final : public KeyStoring {
-  public:
-    std::optional<SecretBytes> storedItem(const std::string& label) override {
-        transcript.add("storedItem " + label);
-        const auto found = items.find(label);
-        return found == items.end() ? std::nullopt : std::optional(found->second.copy());
-    }
-    bool store(const SecretBytes& item, const std::string& label) override {
-        transcript.add("store " + std::to_string(item.size()) + " bytes " + label);
-        return keeps && items.try_emplace(label, item.copy()).second;
-    }
-    void removeItem(const std::string& label) override {
-        transcript.add("removeItem " + label);
-        items.erase(label);
-    }
-
-    bool keeps = true;
-    std::map<std::string, SecretBytes> items;
-    test::Transcript transcript;
-};
 
 class ThrowingKeyStore final : public KeyStoring {
   public:
@@ -106,7 +82,7 @@ const std::vector<KeychainStatus> failures{platform::errSecItemNotFound,
 } // namespace
 
 TEST(KeyHandler, FirstUseMakesAndKeepsTheKey) {
-    const auto keyStore = std::make_shared<MemoryKeyStore>();
+    const auto keyStore = std::make_shared<test::MemoryKeyStore>();
     KeyHandler handler(keyLabel, saltLabel, keyStore);
     const SecretBytes key = handler.key();
     EXPECT_EQ(key.size(), 32U);
@@ -119,7 +95,7 @@ TEST(KeyHandler, FirstUseMakesAndKeepsTheKey) {
 }
 
 TEST(KeyHandler, FirstUseMakesAndKeepsTheSalt) {
-    const auto keyStore = std::make_shared<MemoryKeyStore>();
+    const auto keyStore = std::make_shared<test::MemoryKeyStore>();
     KeyHandler handler(keyLabel, saltLabel, keyStore);
     const SecretBytes salt = handler.salt();
     EXPECT_EQ(salt.size(), 16U);
@@ -132,7 +108,7 @@ TEST(KeyHandler, FirstUseMakesAndKeepsTheSalt) {
 }
 
 TEST(KeyHandler, UsesTheStoresLabelsUnlessToldOtherwise) {
-    const auto keyStore = std::make_shared<MemoryKeyStore>();
+    const auto keyStore = std::make_shared<test::MemoryKeyStore>();
     EXPECT_EQ(KeyHandler::storeKeyLabel, keyLabel);
     EXPECT_EQ(KeyHandler::storeSaltLabel, saltLabel);
     KeyHandler other("a.key", "a.salt", keyStore);
@@ -144,28 +120,77 @@ TEST(KeyHandler, UsesTheStoresLabelsUnlessToldOtherwise) {
 }
 
 TEST(KeyHandler, ReturnsWhatIsKeptAsItIs) {
-    const auto keyStore = std::make_shared<MemoryKeyStore>();
-    keyStore->items.emplace(keyLabel, secretOf("short"));
+    const auto keyStore = std::make_shared<test::MemoryKeyStore>();
+    keyStore->items.emplace(keyLabel, test::secret("short"));
     keyStore->items.emplace(saltLabel, SecretBytes());
     KeyHandler handler(keyLabel, saltLabel, keyStore);
-    EXPECT_EQ(handler.key(), secretOf("short"));
+    EXPECT_EQ(handler.key(), test::secret("short"));
     EXPECT_EQ(handler.salt(), SecretBytes());
 }
 
 TEST(KeyHandler, KeyThatCannotBeKeptServesOnce) {
-    const auto keyStore = std::make_shared<MemoryKeyStore>();
+    const auto keyStore = std::make_shared<test::MemoryKeyStore>();
     keyStore->keeps = false;
     KeyHandler handler(keyLabel, saltLabel, keyStore);
+    const test::LogCapture log;
     const SecretBytes first = handler.key();
     const SecretBytes second = handler.key();
     EXPECT_EQ(first.size(), 32U);
     EXPECT_EQ(second.size(), 32U);
     EXPECT_NE(first, second);
     EXPECT_NE(handler.salt(), handler.salt());
+    const auto line = [](const std::string& label) {
+        return "the key store did not keep the new secret " + label +
+               ": what is written under it cannot be read after this session";
+    };
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{line(keyLabel), line(keyLabel),
+                                                     line(saltLabel), line(saltLabel)}));
+}
+
+TEST(KeyHandler, KeptSecretsAreMadeOnFirstUse) {
+    const auto keyStore = std::make_shared<test::MemoryKeyStore>();
+    KeyHandler handler(keyLabel, saltLabel, keyStore);
+    const test::LogCapture log;
+    const SecretBytes key = handler.keptKey();
+    const SecretBytes salt = handler.keptSalt();
+    EXPECT_EQ(key.size(), 32U);
+    EXPECT_EQ(salt.size(), 16U);
+    EXPECT_EQ(keyStore->items.at(keyLabel), key);
+    EXPECT_EQ(keyStore->items.at(saltLabel), salt);
+    EXPECT_EQ(handler.keptKey(), key);
+    EXPECT_EQ(handler.keptSalt(), salt);
+    EXPECT_EQ(log.lines(), std::vector<std::string>{});
+}
+
+TEST(KeyHandler, KeptSecretsThatAreNotKeptAreRefused) {
+    const auto keyStore = std::make_shared<test::MemoryKeyStore>();
+    keyStore->keeps = false;
+    KeyHandler handler(keyLabel, saltLabel, keyStore);
+    const auto refusal = [](auto&& call) -> std::string {
+        try {
+            call();
+            return "";
+        } catch (const SQLiteSecretError& error) {
+            return error.what();
+        }
+    };
+    EXPECT_EQ(refusal([&] { handler.keptKey(); }),
+              "the new secret com.quorvane.ZEM.SQLiteStoreKey could not be kept by the key store");
+    EXPECT_EQ(refusal([&] { handler.keptSalt(); }),
+              "the new secret com.quorvane.ZEM.SQLiteStoreSalt could not be kept by the key store");
+}
+
+TEST(KeyHandler, KeptSecretsAreThoseOfTheProcessThatKeptThemFirst) {
+    const auto keyStore = std::make_shared<test::MemoryKeyStore>();
+    keyStore->meanwhile = [&] {
+        keyStore->items.try_emplace(keyLabel, test::secret("the other's"));
+    };
+    KeyHandler handler(keyLabel, saltLabel, keyStore);
+    EXPECT_EQ(handler.keptKey(), test::secret("the other's"));
 }
 
 TEST(KeyHandler, RemovingTheSaltLeavesTheKey) {
-    const auto keyStore = std::make_shared<MemoryKeyStore>();
+    const auto keyStore = std::make_shared<test::MemoryKeyStore>();
     KeyHandler handler(keyLabel, saltLabel, keyStore);
     const SecretBytes key = handler.key();
     const SecretBytes salt = handler.salt();
@@ -176,12 +201,12 @@ TEST(KeyHandler, RemovingTheSaltLeavesTheKey) {
 }
 
 TEST(KeyHandler, ForwardsToTheKeyStore) {
-    const auto keyStore = std::make_shared<MemoryKeyStore>();
+    const auto keyStore = std::make_shared<test::MemoryKeyStore>();
     KeyHandler handler(keyLabel, saltLabel, keyStore);
     EXPECT_EQ(handler.storedItem("a"), std::nullopt);
-    EXPECT_TRUE(handler.storeItem(secretOf("one"), "a"));
-    EXPECT_FALSE(handler.storeItem(secretOf("two"), "a"));
-    EXPECT_EQ(handler.storedItem("a"), secretOf("one"));
+    EXPECT_TRUE(handler.storeItem(test::secret("one"), "a"));
+    EXPECT_FALSE(handler.storeItem(test::secret("two"), "a"));
+    EXPECT_EQ(handler.storedItem("a"), test::secret("one"));
     handler.removeItem("a");
     EXPECT_EQ(handler.storedItem("a"), std::nullopt);
     EXPECT_EQ(keyStore->transcript.lines(),
@@ -194,6 +219,8 @@ TEST(KeyHandler, MakesNoNewKeyWhenTheKeyStoreThrows) {
     KeyHandler handler(keyLabel, saltLabel, keyStore);
     EXPECT_THROW(handler.key(), std::runtime_error);
     EXPECT_THROW(handler.salt(), std::runtime_error);
+    EXPECT_THROW(handler.keptKey(), std::runtime_error);
+    EXPECT_THROW(handler.keptSalt(), std::runtime_error);
     EXPECT_FALSE(keyStore->stored);
 }
 
@@ -213,9 +240,9 @@ TEST(KeyHandler, KeepsItsSecretsInTheSecretServiceByDefault) {
     KeyHandler second;
     EXPECT_EQ(second.key(), key);
     EXPECT_EQ(second.salt(), salt);
-    EXPECT_EQ(secretOf(service.item(keyLabel).secret), key);
-    EXPECT_EQ(secretOf(service.item(saltLabel).secret), salt);
-    EXPECT_FALSE(first.storeItem(secretOf("another"), keyLabel));
+    EXPECT_EQ(test::secret(service.item(keyLabel).secret), key);
+    EXPECT_EQ(test::secret(service.item(saltLabel).secret), salt);
+    EXPECT_FALSE(first.storeItem(test::secret("another"), keyLabel));
     first.removeItem(saltLabel);
     EXPECT_EQ(service.itemCount(saltLabel), 0U);
     EXPECT_EQ(second.key(), key);
@@ -244,9 +271,9 @@ TEST(KeyHandler, WorksWithoutASecretService) {
 
 TEST(KeychainStore, AsksForAnItemWithTheseAttributesInThisOrder) {
     const auto keychain = std::make_shared<RecordingKeychain>();
-    keychain->data = secretOf("bytes");
+    keychain->data = test::secret("bytes");
     KeychainStore store(keychain);
-    EXPECT_EQ(store.storedItem("a.label"), secretOf("bytes"));
+    EXPECT_EQ(store.storedItem("a.label"), test::secret("bytes"));
     EXPECT_EQ(keychain->lines,
               (std::vector<std::string>{"copyMatching", "class=genp", "acct=a.label", "nleg=true",
                                         "r_Data=true"}));
@@ -255,7 +282,7 @@ TEST(KeychainStore, AsksForAnItemWithTheseAttributesInThisOrder) {
 TEST(KeychainStore, AddsAnItemWithTheseAttributesInThisOrder) {
     const auto keychain = std::make_shared<RecordingKeychain>();
     KeychainStore store(keychain);
-    EXPECT_TRUE(store.store(secretOf("bytes"), "a.label"));
+    EXPECT_TRUE(store.store(test::secret("bytes"), "a.label"));
     EXPECT_EQ(keychain->lines,
               (std::vector<std::string>{"add", "class=genp", "acct=a.label", "pdmn=ak", "nleg=true",
                                         "v_Data=<bytes>"}));
@@ -271,15 +298,15 @@ TEST(KeychainStore, DeletesAnItemWithTheseAttributesInThisOrder) {
 
 TEST(KeychainStore, TakesEveryStatusButZeroForNothing) {
     const auto keychain = std::make_shared<RecordingKeychain>();
-    keychain->data = secretOf("bytes");
+    keychain->data = test::secret("bytes");
     KeychainStore store(keychain);
     for (const KeychainStatus status : failures) {
         keychain->status = status;
         EXPECT_EQ(store.storedItem("a"), std::nullopt) << status;
-        EXPECT_FALSE(store.store(secretOf("b"), "a")) << status;
+        EXPECT_FALSE(store.store(test::secret("b"), "a")) << status;
         EXPECT_NO_THROW(store.removeItem("a")) << status;
     }
     keychain->status = 0;
-    EXPECT_EQ(store.storedItem("a"), secretOf("bytes"));
-    EXPECT_TRUE(store.store(secretOf("b"), "a"));
+    EXPECT_EQ(store.storedItem("a"), test::secret("bytes"));
+    EXPECT_TRUE(store.store(test::secret("b"), "a"));
 }
