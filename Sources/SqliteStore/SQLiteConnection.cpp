@@ -1,5 +1,8 @@
 #include <zem/Platform/URL.h>
+#include <zem/SqliteStore/Private/DatabaseFile.h>
+#include <zem/SqliteStore/Private/HalfMade.h>
 #include <zem/SqliteStore/Private/SQLiteConnection.h>
+#include <zem/SqliteStore/SQLiteOpeningError.h>
 
 #include <cstring>
 #include <filesystem>
@@ -13,26 +16,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The path of the database file, its folder created; nothing for a database in memory.
-std::optional<fs::path> databaseFile(const SQLiteStorage& storage) {
+constexpr int existing = SQLITE_OPEN_READWRITE | SQLITE_OPEN_URI;
+constexpr int existingOrNew = existing | SQLITE_OPEN_CREATE;
+
+/// Nothing for a database in memory.
+std::optional<fs::path> databaseFolder(const SQLiteStorage& storage) {
     const auto* file = std::get_if<SQLiteStorage::File>(&storage.value);
-    if (file == nullptr) {
-        return std::nullopt;
-    }
-    fs::create_directories(file->folder);
-    return file->folder / "zem.db";
+    return file == nullptr ? std::nullopt : std::optional(file->folder);
 }
 
-bool isMissing(const fs::path& file) {
-    std::error_code error;
-    return fs::symlink_status(file, error).type() == fs::file_type::not_found;
+std::string uriOf(const fs::path& file) {
+    return platform::URL::file(file).absoluteString();
 }
 
-void removeIfEmpty(const fs::path& file) {
-    std::error_code error;
-    if (fs::file_size(file, error) == 0 && !error) {
-        fs::remove(file, error);
-    }
+/// What SQLite says of a file that it cannot decrypt: that it is no database or, where the file's
+/// header is plain and the first page fails its check, that memory has run out.
+bool isNotDecrypted(const SQLiteResult& result) {
+    return result.rawValue == SQLITE_NOTADB || result.rawValue == SQLITE_NOMEM;
 }
 
 /// The statement that sets the salt, with its terminator, in memory that is wiped.
@@ -63,32 +63,90 @@ void SQLiteConnection::Close::operator()(sqlite3* handle) const {
 }
 
 SQLiteConnection::SQLiteConnection(const Options& options) {
-    const std::optional<fs::path> file = databaseFile(options.storage);
-    // Opening creates the file at once, empty, long before anything is known to be right.
-    const bool isNew = file.has_value() && isMissing(*file);
+    const std::optional<fs::path> folder = databaseFolder(options.storage);
+    if (!folder) {
+        open(":memory:", existingOrNew);
+        setUp(options);
+        execute(options.migrations);
+        return;
+    }
+    makePrivateFolder(*folder);
+    const OpeningTurn turn(*folder);
+    const fs::path file = *folder / databaseFileName;
+    // The file is there, empty, long before anything is known to be right.
+    const bool isNew = makePrivateFile(file) && turn.isAlone();
     try {
-        open(file ? platform::URL::file(*file).absoluteString() : ":memory:", options);
+        openFile(file, options);
     } catch (...) {
         connection.reset();
         if (isNew) {
-            removeIfEmpty(*file);
+            removeIfEmpty(file);
         }
         throw;
     }
 }
 
-void SQLiteConnection::open(const std::string& name, const Options& options) {
-    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_URI;
+void SQLiteConnection::openFile(const fs::path& file, const Options& options) {
+    open(uriOf(file), existingOrNew);
+    try {
+        setUp(options);
+        version();
+    } catch (const SQLiteResult& result) {
+        if (isNotDecrypted(result)) {
+            throw SQLiteOpeningError(SQLiteOpeningError::notDecrypted, result, file);
+        }
+        throw;
+    }
+    try {
+        execute(options.migrations);
+    } catch (const SQLiteResult& result) {
+        if (result.rawValue == SQLITE_ERROR && isHalfMade(*this, options.migrations)) {
+            throw SQLiteOpeningError(SQLiteOpeningError::halfMade, result, file);
+        }
+        throw;
+    }
+    // Versions that only the unsynced log holds would be gone after a power cut, also those that
+    // an opening before this one ran and did not live to sync.
+    checkpoint();
+}
+
+bool SQLiteConnection::removeHalfMade(const Options& options) {
+    const std::optional<fs::path> folder = databaseFolder(options.storage);
+    if (!folder || !fs::exists(*folder / databaseFileName)) {
+        return false;
+    }
+    const OpeningTurn turn(*folder);
+    if (!turn.isAlone()) {
+        return false;
+    }
+    const fs::path file = *folder / databaseFileName;
+    SQLiteConnection database;
+    try {
+        database.open(uriOf(file), existing);
+        database.setUp(options);
+        database.execute("BEGIN EXCLUSIVE"); // so that no row comes while the file goes
+        if (!isHalfMade(database, options.migrations)) {
+            return false;
+        }
+    } catch (const SQLiteResult&) {
+        return false;
+    }
+    removeDatabaseFile(file);
+    return true;
+}
+
+void SQLiteConnection::open(const std::string& name, int flags) {
     sqlite3* handle = nullptr;
     const SQLiteResult result(sqlite3_open_v2(name.c_str(), &handle, flags, nullptr));
     connection.reset(handle); // there is a handle to close even when opening failed
     result.expectOk();
-
     ensureLinkedToSQLCipher();
-    for (const SetUpAction& setUp : options.setUpActions) {
-        setUp(*this);
+}
+
+void SQLiteConnection::setUp(const Options& options) {
+    for (const SetUpAction& action : options.setUpActions) {
+        action(*this);
     }
-    execute(options.migrations);
 }
 
 void SQLiteConnection::ensureLinkedToSQLCipher() {
@@ -123,10 +181,48 @@ void SQLiteConnection::enableWriteAheadLogging() {
     execute("PRAGMA synchronous = NORMAL");
 }
 
-void SQLiteConnection::execute(const Migrations& migrations) {
-    const auto current = prepare("PRAGMA user_version").fetch([](SQLiteRow row) {
+void SQLiteConnection::expectReservedSpace() {
+    // The number of bytes kept free at the end of each page stands in the plain part of the header,
+    // which nothing authenticates. With a wrong one SQLite would write over the cipher's own bytes.
+    if (reservedSpace() != reservedByCipher()) {
+        throw SQLiteResult(SQLITE_CORRUPT);
+    }
+}
+
+int SQLiteConnection::reservedSpace() {
+    // The answer is the larger of the space that is wanted and the space that is kept. The first
+    // call sets what is wanted to nothing, the second puts it back and tells what is kept.
+    int bytes = 0;
+    for (int call = 0; call < 2; ++call) {
+        sqlite3_file_control(connection.get(), nullptr, SQLITE_FCNTL_RESERVE_BYTES, &bytes);
+    }
+    return bytes;
+}
+
+int SQLiteConnection::reservedByCipher() {
+    static const int bytes = [] {
+        SQLiteConnection database({.storage = SQLiteStorage::memory(),
+                                   .migrations = {},
+                                   .setUpActions = {[](SQLiteConnection& given) {
+                                       given.useEncryptionKey(platform::Bytes{1});
+                                   }}});
+        return database.reservedSpace();
+    }();
+    return bytes;
+}
+
+std::int32_t SQLiteConnection::version() {
+    return prepare("PRAGMA user_version").fetch([](SQLiteRow row) {
         return static_cast<std::int32_t>(*row.value(0).number());
     });
+}
+
+void SQLiteConnection::checkpoint() {
+    execute("PRAGMA wal_checkpoint(PASSIVE)");
+}
+
+void SQLiteConnection::execute(const Migrations& migrations) {
+    const std::int32_t current = version();
     // No transaction spans a version: each statement stands by itself, and the version is recorded
     // after the last, so that an interrupted version is run again as a whole.
     for (auto version = migrations.upper_bound(current); version != migrations.end(); ++version) {

@@ -63,14 +63,19 @@ struct SetUpEncryption {
     }
 };
 
+SQLiteConnection::Options encryptedOnly(SQLiteStore::Options options) {
+    return {.storage = std::move(options.storage),
+            .migrations = MIGRATIONS(),
+            .setUpActions = {std::visit(SetUpEncryption(), std::move(options.encryption.value))}};
+}
+
 SQLiteConnection::Options connectionOptions(SQLiteStore::Options options) {
-    SQLiteConnection::Options result{
-        .storage = std::move(options.storage), .migrations = MIGRATIONS(), .setUpActions = {}};
-    result.setUpActions.push_back(
-        std::visit(SetUpEncryption(), std::move(options.encryption.value)));
+    SQLiteConnection::Options result = encryptedOnly(std::move(options));
     if (result.storage.isFile()) { // a database in memory has no write-ahead log
-        result.setUpActions.push_back(
-            [](SQLiteConnection& connection) { connection.enableWriteAheadLogging(); });
+        result.setUpActions.push_back([](SQLiteConnection& connection) {
+            connection.enableWriteAheadLogging();
+            connection.expectReservedSpace();
+        });
     }
     return result;
 }
@@ -264,6 +269,18 @@ class SQLiteStore::Batch final : public Work {
 
 std::shared_ptr<SQLiteStore> SQLiteStore::create(Options options) {
     return std::shared_ptr<SQLiteStore>(new SQLiteStore(std::move(options)));
+}
+
+bool SQLiteStore::removeHalfMade(Options options) {
+    return SQLiteConnection::removeHalfMade(encryptedOnly(std::move(options)));
+}
+
+SQLiteStore::EncryptionOption
+SQLiteStore::EncryptionOption::kept(std::shared_ptr<KeyStoring> keyStore) {
+    const auto handler = std::make_shared<KeyHandler>(KeyHandler::storeKeyLabel,
+                                                      KeyHandler::storeSaltLabel, keyStore);
+    return keyAndSalt([handler] { return handler->keptKey(); },
+                      [handler] { return handler->keptSalt(); });
 }
 
 SQLiteStore::SQLiteStore(Options options)

@@ -22,6 +22,7 @@
 
 namespace zem {
 
+class KeyStoring;
 class SQLiteConnection;
 
 /// Thread-safe. All database work is done on one serial queue in the order of the calls, so a query
@@ -58,7 +59,13 @@ class SQLiteStore final : public tessel::Plugin, public std::enable_shared_from_
                                            SecretProvider saltProvider) {
             return {KeyAndSalt{std::move(keyProvider), std::move(saltProvider)}};
         }
-        /// A key and a salt that are kept in the platform's key store, made on first use.
+        /// A key and a salt that are kept in `keyStore`, made on first use; in the platform's key
+        /// store when it is null. Opening fails with SQLiteSecretError when a new one could not be
+        /// kept, and with what the key store throws. The choice of most applications.
+        static EncryptionOption kept(std::shared_ptr<KeyStoring> keyStore = nullptr);
+        /// The same with the platform's key store, but a new key or salt that could not be kept is
+        /// used for this session: what is written then can never be read again. The log gets an
+        /// error.
         static EncryptionOption internalKeyAndSalt() { return {InternalKeyAndSalt{}}; }
 
         std::variant<Key, KeyAndSalt, InternalKeyAndSalt> value;
@@ -77,9 +84,20 @@ class SQLiteStore final : public tessel::Plugin, public std::enable_shared_from_
     };
 
     /// Opens the store and brings its schema up to date before returning. Throws what went wrong:
-    /// SQLiteResult, SQLiteConnectionError, SQLiteSecretError, the file system's error of creating
-    /// the folder, or what a provider threw. A failure leaves no new empty database file behind.
+    /// SQLiteResult, of which SQLiteOpeningError is one with a reason; SQLiteConnectionError,
+    /// SQLiteSecretError, the file system's error of creating the folder, or what a provider threw.
+    /// A failure leaves no new empty database file behind.
+    ///
+    /// A new folder has mode 0700 and a new file 0600. Openings in one folder take turns, across
+    /// processes: SQLITE_BUSY is thrown when another one does not end within 30 seconds.
     static std::shared_ptr<SQLiteStore> create(Options options);
+
+    /// Removes the database file of a store whose first opening was interrupted by the end of the
+    /// process, a full disk or a power cut. `create` throws SQLiteOpeningError::halfMade for such a
+    /// file, always. Returns whether there was one. A file that holds a row, is of any version, has
+    /// objects of another make, or cannot be decrypted is never removed. No store may have the file
+    /// open. Throws what a provider throws, and the file system's error of removing.
+    static bool removeHalfMade(Options options);
 
     ~SQLiteStore() override;
     SQLiteStore(const SQLiteStore&) = delete;

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <SqliteStore/Expect.h>
+#include <SqliteStore/MemoryKeyStore.h>
 #include <SqliteStore/RawDatabase.h>
 #include <SqliteStore/Store.h>
 #include <Support/SecretService.h>
@@ -42,6 +43,9 @@ std::string opening(const fs::path& folder, EncryptionOption encryption) {
         return error.what();
     }
 }
+
+constexpr const char* keyLabel = "com.quorvane.ZEM.SQLiteStoreKey";
+constexpr const char* saltLabel = "com.quorvane.ZEM.SQLiteStoreSalt";
 
 constexpr const char* noKey =
     "The key of the database must not be empty: expected at least 1 byte, found 0";
@@ -235,14 +239,6 @@ TEST_F(SQLiteStoreOpening, TakesAFileOfANewerVersionAsItIs) {
     EXPECT_EQ(test::query(*store, "select key from zem_data").rows, (Rows{{"kept"}}));
 }
 
-TEST_F(SQLiteStoreOpening, FailsOnAFileWhoseFirstMigrationWasInterrupted) {
-    RawDatabase(file, rightSecrets)
-        .execute("PRAGMA journal_mode = WAL; create table zem_data (key text)");
-    EXPECT_EQ(opening(folder.path(), test::keyAndSalt()), "SQLiteResult 1");
-    EXPECT_EQ(RawDatabase(file, rightSecrets).column("select name from sqlite_master"),
-              std::vector<std::string>{"zem_data"});
-}
-
 TEST_F(SQLiteStoreOpening, ThrowsTheFileSystemsError) {
     std::ofstream(folder / "in the way") << "text";
     EXPECT_THROW(opening(folder / "in the way", test::keyAndSalt()), fs::filesystem_error);
@@ -256,13 +252,65 @@ TEST_F(SQLiteStoreOpening, KeepsAKeyAndASaltOfItsOwnInTheKeyStore) {
         return opening(folder.path(), EncryptionOption::internalKeyAndSalt());
     };
     EXPECT_EQ(open(), "opened");
-    EXPECT_EQ(service.itemCount("com.quorvane.ZEM.SQLiteStoreKey"), 1u);
-    EXPECT_EQ(service.itemCount("com.quorvane.ZEM.SQLiteStoreSalt"), 1u);
+    EXPECT_EQ(service.itemCount(keyLabel), 1u);
+    EXPECT_EQ(service.itemCount(saltLabel), 1u);
+    EXPECT_EQ(service.item(keyLabel).secret.size(), 32u);
+    EXPECT_EQ(service.item(saltLabel).secret.size(), 16u);
     EXPECT_EQ(contents(file).substr(0, 15), "SQLite format 3"); // the salt is not in the file
     EXPECT_EQ(open(), "opened");
 
     service.deleteCollection(); // a new key and a new salt do not open the file
     EXPECT_EQ(open(), "SQLiteResult 7");
+}
+
+TEST_F(SQLiteStoreOpening, KeepsItsSecretsInTheKeyStoreItIsGiven) {
+    const auto keyStore = std::make_shared<test::MemoryKeyStore>();
+    EXPECT_EQ(opening(folder.path(), EncryptionOption::kept(keyStore)), "opened");
+    EXPECT_EQ(keyStore->items.size(), 2u);
+    EXPECT_EQ(keyStore->items.at(keyLabel).size(), 32u);
+    EXPECT_EQ(keyStore->items.at(saltLabel).size(), 16u);
+    EXPECT_EQ(opening(folder.path(), EncryptionOption::kept(keyStore)), "opened");
+    EXPECT_EQ(opening(folder.path(), EncryptionOption::keyAndSalt(
+                                         [&] { return keyStore->items.at(keyLabel).copy(); },
+                                         [&] { return keyStore->items.at(saltLabel).copy(); })),
+              "opened");
+}
+
+TEST_F(SQLiteStoreOpening, MakesNoFileUnderAKeyThatIsNotKept) {
+    const auto keyStore = std::make_shared<test::MemoryKeyStore>();
+    keyStore->keeps = false;
+    EXPECT_EQ(opening(folder.path(), EncryptionOption::kept(keyStore)),
+              "the new secret com.quorvane.ZEM.SQLiteStoreKey could not be kept by the key store");
+    keyStore->items.emplace(keyLabel, test::secret("a key"));
+    EXPECT_EQ(opening(folder.path(), EncryptionOption::kept(keyStore)),
+              "the new secret com.quorvane.ZEM.SQLiteStoreSalt could not be kept by the key store");
+    EXPECT_TRUE(fs::is_empty(folder.path()));
+}
+
+TEST_F(SQLiteStoreOpening, KeepsItsSecretsInThePlatformsKeyStoreByDefault) {
+    const test::SessionBus bus;
+    {
+        test::SecretService service(bus);
+        EXPECT_EQ(opening(folder / "kept", EncryptionOption::kept()), "opened");
+        EXPECT_EQ(service.item(keyLabel).secret.size(), 32u);
+        EXPECT_EQ(service.item(saltLabel).secret.size(), 16u);
+    }
+    EXPECT_EQ(opening(folder / "not kept", EncryptionOption::kept()),
+              "the new secret com.quorvane.ZEM.SQLiteStoreKey could not be kept by the key store");
+    EXPECT_TRUE(fs::is_empty(folder / "not kept"));
+}
+
+TEST_F(SQLiteStoreOpening, LeavesNoDescriptorOpenWhenItFails) {
+    makeStore();
+    const auto descriptors = [] {
+        return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+    };
+    const auto before = descriptors();
+    EXPECT_EQ(opening(folder.path(), test::keyAndSalt(test::anotherKey)), "SQLiteResult 7");
+    EXPECT_EQ(opening(folder.path(), test::keyAndSalt("")), noKey);
+    EXPECT_EQ(opening(folder / "new", test::keyAndSalt("")), noKey);
+    EXPECT_EQ(opening("/proc/self", test::keyAndSalt()), "SQLiteResult 14");
+    EXPECT_EQ(descriptors(), before);
 }
 
 } // namespace

@@ -13,6 +13,7 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -39,10 +40,21 @@ class SQLiteConnection {
         std::vector<SetUpAction> setUpActions; ///< run after opening, before the migrations
     };
 
+    static constexpr const char* databaseFileName = "zem.db";
+
     /// Opens the database or throws: SQLiteResult, ConnectionError, the file system's error of
     /// creating the folder, or what a set-up action threw. A failure leaves no new empty file
-    /// behind.
+    /// behind. Openings in one folder take turns, across processes.
+    ///
+    /// When it is open, no power cut takes it back to a version before the one that it has.
     explicit SQLiteConnection(const Options& options);
+
+    /// Removes the database file when it is one that an interrupted first opening left; see
+    /// isHalfMade. Returns whether it did: false too for a file that cannot be read or decrypted.
+    /// Throws what a set-up action throws, and the file system's error of removing. The set-up
+    /// actions give the key, and change nothing.
+    static bool removeHalfMade(const Options& options);
+
     SQLiteConnection(const SQLiteConnection&) = delete;
     SQLiteConnection& operator=(const SQLiteConnection&) = delete;
 
@@ -50,6 +62,9 @@ class SQLiteConnection {
     /// With the salt given, the file's first 32 bytes stay plain and do not hold it.
     void useEncryptionKey(platform::BytesView key, platform::BytesView salt);
     void enableWriteAheadLogging();
+    /// Throws SQLITE_CORRUPT when the pages of the file, which has been read, do not keep the space
+    /// free that the cipher needs at their end.
+    void expectReservedSpace();
 
     SQLiteStatement prepare(const char* sql) { return SQLiteStatement(sql, connection.get()); }
     SQLiteStatement prepare(const std::string& sql) { return prepare(sql.c_str()); }
@@ -81,8 +96,16 @@ class SQLiteConnection {
         void operator()(sqlite3* handle) const;
     };
 
-    void open(const std::string& name, const Options& options);
+    SQLiteConnection() = default;
+
+    void openFile(const std::filesystem::path& file, const Options& options);
+    void open(const std::string& name, int flags);
     void ensureLinkedToSQLCipher();
+    void setUp(const Options& options);
+    int reservedSpace();
+    static int reservedByCipher();
+    std::int32_t version();
+    void checkpoint();
     void execute(const Migrations& migrations);
     void execute(const char* sql);
     void rollBack() noexcept;

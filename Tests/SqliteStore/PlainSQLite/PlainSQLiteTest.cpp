@@ -28,6 +28,7 @@ TEST(SQLiteConnectionOnPlainSQLite, RefusesToOpenBeforeAnythingIsSetUp) {
     };
     for (const SQLiteStorage& storage :
          {SQLiteStorage::memory(), SQLiteStorage::file(folder.path())}) {
+        const sqlite3_int64 memory = sqlite3_memory_used();
         try {
             open(storage);
             FAIL() << "an unencrypted database was opened";
@@ -35,8 +36,20 @@ TEST(SQLiteConnectionOnPlainSQLite, RefusesToOpenBeforeAnythingIsSetUp) {
             EXPECT_STREQ(error.rawValue(),
                          "Application appears to be linked to SQLite, not SQLCipher");
         }
+        EXPECT_EQ(sqlite3_memory_used(), memory);
     }
     EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+TEST(SQLiteConnectionOnPlainSQLite, KeepsNothingOfAHandleThatCannotBeOpened) {
+    sqlite3_initialize();
+    const sqlite3_int64 before = sqlite3_memory_used();
+    // No file can be made there.
+    EXPECT_THROW(
+        SQLiteConnection(
+            {.storage = SQLiteStorage::file("/proc/self"), .migrations = {}, .setUpActions = {}}),
+        SQLiteResult);
+    EXPECT_EQ(sqlite3_memory_used(), before);
 }
 
 } // namespace
