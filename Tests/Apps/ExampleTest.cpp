@@ -1,8 +1,10 @@
-// What the README says the host prints.
+// What the README says the host and its first program print.
 
 #include "Host.h"
 
 #include <gmock/gmock.h>
+
+#include <Support/SecretService.h>
 
 namespace {
 
@@ -20,6 +22,22 @@ TEST(Example, TheDraftsCommandsPrintWhatTheReadmeShows) {
                                            result.output + "```\n"));
     EXPECT_EQ(result.errors, "");
     EXPECT_EQ(result.code, 0);
+}
+
+TEST(Example, TheFirstProgramFindsItsStoreAgain) {
+    const test::SessionBus bus;
+    test::SecretService service(bus);
+    const test::TemporaryFolder folder;
+    for (int start = 0; start < 2; ++start) {
+        const auto result =
+            test::Process({ZEM_EXAMPLE_EMBEDDING}, {.folder = folder.path(), .environment = {}})
+                .wait();
+        EXPECT_EQ(result.errors, "");
+        EXPECT_EQ(result.output, "0 entries\n");
+        EXPECT_EQ(result.code, 0);
+    }
+    EXPECT_EQ(service.item("com.quorvane.ZEM.SQLiteStoreKey").secret.size(), 32U);
+    EXPECT_EQ(service.item("com.quorvane.ZEM.SQLiteStoreSalt").secret.size(), 16U);
 }
 
 } // namespace

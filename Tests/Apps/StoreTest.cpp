@@ -106,22 +106,6 @@ TEST_F(StoreFiles, KeysThatOthersCanReadAreRefused) {
     EXPECT_EQ(result.code, 3);
 }
 
-TEST_F(StoreFiles, AKeyThatCannotBeKeptIsNotUsed) {
-    // A folder stands where the key's file would be put.
-    std::filesystem::create_directories(host.folder() / "keys");
-    std::filesystem::permissions(host.folder() / "keys", std::filesystem::perms(0500));
-    if (geteuid() == 0) {
-        // No mode stops this user; a name that is taken does.
-        std::filesystem::permissions(host.folder() / "keys", std::filesystem::perms(0700));
-        std::filesystem::create_directory(host.folder() / "keys" / keyLabel);
-    }
-    const auto result = run("console.log('never')");
-    EXPECT_THAT(result.errors, testing::StartsWith("zem: cannot open the store data/zem.db: "));
-    EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.code, 3);
-    EXPECT_FALSE(exists("data/zem.db"));
-}
-
 TEST_F(StoreFiles, AreClosedWhenTheScriptExits) {
     const auto result = run(script("put('a', () => { put('b'); host.exit(4) })"));
     EXPECT_EQ(result.code, 4);

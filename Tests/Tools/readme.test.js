@@ -32,7 +32,7 @@ for (const [name, printed] of [
     });
 }
 
-test('the program opens a store and counts its entries', (context) => {
+test('the program writes nothing under a key that cannot be kept', (context) => {
     const folder = temporaryFolder(context);
     const { status, stdout, stderr } = spawnSync(`${process.env.ZEM_BUILD}/bin/zem-example-embedding`, [], {
         cwd: folder,
@@ -41,6 +41,10 @@ test('the program opens a store and counts its entries', (context) => {
         env: { ...process.env, DBUS_SESSION_BUS_ADDRESS: `unix:path=${folder}/no-bus` },
         timeout: 120_000,
     });
-    assert.deepStrictEqual({ status, stdout }, { status: 0, stdout: '0 entries\n' }, stderr);
-    assert.ok(fs.existsSync(`${folder}/zem-data/zem.db`));
+    assert.deepStrictEqual({ status, stdout, stderr }, {
+        status: 1,
+        stdout: '',
+        stderr: 'the new secret com.quorvane.ZEM.SQLiteStoreKey could not be kept by the key store\n',
+    });
+    assert.ok(!fs.existsSync(`${folder}/zem-data/zem.db`));
 });
