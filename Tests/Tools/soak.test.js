@@ -175,7 +175,7 @@ test('a process that falls silent is ended with all that it started, and its tes
     const released = fs.promises.readFile(path.join(folder, 'held'));
     const { status, lines } = soak('--rounds=1', '--limit=1');
     assert.strictEqual(status, 1);
-    assert.strictEqual(lines[0], 'Room hangs in Suite.First: build/soak/some/Room-1.txt');
+    assert.strictEqual(lines[0], 'Room silent for 1 s in Suite.First: build/soak/some/Room-1.txt');
     assert.match(output('Room-1.txt'), /^\[ RUN {6}\] Suite\.First\n/);
     await released;
 });
