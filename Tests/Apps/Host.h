@@ -6,6 +6,7 @@
 #include <Support/TemporaryFolder.h>
 #include <fstream>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,8 +20,14 @@ class Host {
 
     const TemporaryFolder& folder() const { return ownFolder; }
 
+    /// Throws when it cannot be written whole: the host would run something else.
     void write(const std::string& name, const std::string& text) const {
-        std::ofstream(ownFolder / name, std::ios::binary) << text;
+        std::ofstream file(ownFolder / name, std::ios::binary);
+        file << text;
+        file.close();
+        if (!file) {
+            throw std::runtime_error("cannot write " + (ownFolder / name).string());
+        }
     }
 
     std::string read(const std::string& name) const {
