@@ -1,5 +1,6 @@
 #include <zem/Core/Private/Answers.h>
 #include <zem/Core/Private/CallOut.h>
+#include <zem/Core/Private/ReadAnswer.h>
 
 #include <utility>
 
@@ -7,22 +8,13 @@ namespace zem {
 
 namespace {
 
-/// Whole at once, as the engine's own JSON text: what takes time, making a dictionary of it, is
-/// left to the callback queue.
-AnswerText read(js::Scope& scope, js::Arguments arguments) {
-    if (arguments.empty() || scope.kind(arguments[0]) != js::Kind::object) {
-        return std::nullopt;
-    }
-    return scope.stringify(arguments[0]).value_or(std::nullopt);
-}
-
 /// The closure is as small as can be, so that it needs no memory of its own.
-template <auto arrived, class Answers>
+template <class Answers>
 js::Local makeFunction(js::Scope& scope, std::shared_ptr<Answers> answers) {
     return scope.function(
         "callback", 1,
         [answers = std::move(answers)](js::Scope& inner, js::Local, js::Arguments arguments) {
-            ((*answers).*arrived)(read(inner, arguments));
+            answers->answer(inner, arguments);
             return inner.undefined();
         });
 }
@@ -37,7 +29,13 @@ DataServiceResult resultOf(Outcome outcome, Fallback fallback) {
 } // namespace
 
 js::Local DataService::OneShot::function(js::Scope& scope) {
-    return makeFunction<&OneShot::arrived>(scope, shared_from_this());
+    return makeFunction(scope, shared_from_this());
+}
+
+void DataService::OneShot::answer(js::Scope& scope, js::Arguments arguments) {
+    // An answer that nobody will hear is not read.
+    const bool isHeard = !answered && !service.expired();
+    arrived(isHeard ? readAnswer(scope, arguments) : std::nullopt);
 }
 
 void DataService::OneShot::arrived(Outcome arrival) {
@@ -58,7 +56,14 @@ void DataService::OneShot::deliver() {
 }
 
 js::Local DataService::Emissions::function(js::Scope& scope) {
-    return makeFunction<&Emissions::arrived>(scope, shared_from_this());
+    return makeFunction(scope, shared_from_this());
+}
+
+void DataService::Emissions::answer(js::Scope& scope, js::Arguments arguments) {
+    const auto listening = subscription.lock();
+    const bool isHeard =
+        listening != nullptr && !listening->unsubscribable->wasCleanedUp() && !service.expired();
+    arrived(isHeard ? readAnswer(scope, arguments) : std::nullopt);
 }
 
 void DataService::Emissions::arrived(Outcome outcome) {

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <Core/ServiceRuntime.h>
+#include <Core/ServiceCalls.h>
 #include <Support/LogCapture.h>
 #include <algorithm>
 #include <functional>
@@ -21,89 +21,12 @@ namespace {
 using namespace zem;
 using platform::Seconds;
 using test::HeldQueue;
+using test::replaced;
 using test::Results;
 using test::ServiceRuntime;
 using Lines = std::vector<std::string>;
 
-/// One way of asking the runtime for something.
-struct Call {
-    const char* method;
-    /// Returns what ends it: nothing for a one-shot call.
-    Unsubscribe (*ask)(DataServiceProtocol& service, const std::string& config,
-                       ResultCallback callback);
-    /// What is heard of an answer that says nothing.
-    const char* nothing;
-    bool isSubscription;
-};
-
-const Call calls[] = {
-    {"invokeAdapter",
-     [](DataServiceProtocol& service, const std::string& config,
-        ResultCallback callback) -> Unsubscribe {
-         service.invokeAdapter("adapter", config, std::move(callback));
-         return [] {
-         };
-     },
-     "{}", false},
-    {"invokeAdapterWithMetadata",
-     [](DataServiceProtocol& service, const std::string& config,
-        ResultCallback callback) -> Unsubscribe {
-         service.invokeAdapterWithMetadata("adapter", config, {{"a", "1"}}, std::move(callback));
-         return [] {
-         };
-     },
-     "{}", false},
-    {"invokeAdapterWithDraftToReplace",
-     [](DataServiceProtocol& service, const std::string& config,
-        ResultCallback callback) -> Unsubscribe {
-         service.invokeAdapterWithDraftToReplace("adapter", config, "7", std::move(callback));
-         return [] {
-         };
-     },
-     "{}", false},
-    {"subscribeToAdapter",
-     [](DataServiceProtocol& service, const std::string& config, ResultCallback callback) {
-         return service.subscribeToAdapter("adapter", config, std::move(callback));
-     },
-     "executeAdapter error - .unknown", true},
-};
-
-class DataServiceFault : public testing::TestWithParam<Call> {
-  protected:
-    ~DataServiceFault() override { EXPECT_EQ(runtime.uncaught.lines(), Lines{}); }
-
-    Unsubscribe ask(DataServiceProtocol& service, ResultCallback callback,
-                    const std::string& config = "{}") {
-        return GetParam().ask(service, config, std::move(callback));
-    }
-
-    /// The service of the value of a script.
-    std::shared_ptr<DataService> serviceOf(const std::string& script) {
-        return DataService::create(runtime.value(script), nullptr, {},
-                                   DataService::defaultWatchdogTimeout);
-    }
-
-    /// Replaces what the runtime does when it is asked.
-    void onCall(const std::string& body) {
-        test::evaluate(runtime.context, std::string("on.") + GetParam().method +
-                                            " = (...values) => { const callback = "
-                                            "callbacks.at(-1); " +
-                                            body + " };");
-    }
-
-    /// How often the runtime's function was called to end the subscription.
-    long ends() { return std::ranges::count(runtime.calls.lines(), "unsubscribe(adapter)"); }
-
-    ServiceRuntime runtime;
-    Results results;
-};
-
-std::string replaced(std::string text, const std::string& what, const std::string& with) {
-    for (auto at = text.find(what); at != std::string::npos; at = text.find(what)) {
-        text.replace(at, what.size(), with);
-    }
-    return text;
-}
+class DataServiceFault : public test::ServiceCallTest {};
 
 // --- The runtime's object
 
@@ -182,88 +105,6 @@ TEST_P(DataServiceFault, OfAFunctionThatIsNoneIsNoneOfTheSubscriptions) {
         EXPECT_EQ(service->subscriptionCount(), 0u);
         runtime.expectAllPlacesFree();
     }
-}
-
-// --- Answers
-
-TEST_P(DataServiceFault, OfAnAnswerLeavesNothingToRead) {
-    for (const char* answer :
-         {"", "undefined", "null", "5", "NaN", "true", "'text'", "''", "1n", "Symbol('s')", "[]",
-          "[{ data: {} }]", "() => ({ data: {} })", "new Date(0)", "({ toJSON() { return 5 } })",
-          "({ toJSON() { return undefined } })",
-          "(() => { const cycle = { data: {} }; cycle.self = cycle; return cycle })()",
-          "({ data: { n: 1n } })", "({ error: { n: 1n } })",
-          "({ get data() { throw new Error('no') } })",
-          "({ data: { get inner() { throw new Error('no') } } })",
-          "({ toJSON() { throw new Error('no') } })",
-          "new Proxy({}, { ownKeys() { throw new Error('no') } })",
-          // An object, but without data and without an error that could be read.
-          "({})", "({ data: 5 })", "({ data: [] })", "({ data: null, error: null })",
-          "({ error: 5 })", "({ errors: false })", "({ error: undefined })"}) {
-        SCOPED_TRACE(answer);
-        test::evaluate(runtime.context, "callbacks = []");
-        Results heard;
-        const auto service = runtime.service();
-        const int before = static_cast<int>(runtime.calls.lines().size());
-        const Unsubscribe end = ask(*service, heard.callback());
-        runtime.calls.wait(before + 1);
-        runtime.answer(0, answer);
-        EXPECT_EQ(heard.wait(1), Lines{GetParam().nothing});
-        end();
-        runtime.expectAllPlacesFree();
-        EXPECT_EQ(heard.lines().size(), 1u);
-    }
-}
-
-TEST_P(DataServiceFault, OfASecondAnswerIsIgnoredByACallThatHasOne) {
-    const auto service = runtime.service();
-    const Unsubscribe end = ask(*service, results.callback());
-    runtime.calls.wait(1);
-    test::evaluate(runtime.context, R"js(
-        callbacks[0]({ data: { n: 1 } });
-        callbacks[0]({ data: { n: 2 } });
-        callbacks[0](5);
-    )js");
-    const Lines expected = GetParam().isSubscription
-                               ? Lines{R"({"n":1})", R"({"n":2})", GetParam().nothing}
-                               : Lines{R"({"n":1})"};
-    EXPECT_EQ(results.wait(static_cast<int>(expected.size())), expected);
-    end();
-    runtime.expectAllPlacesFree();
-    EXPECT_EQ(results.lines(), expected);
-}
-
-TEST_P(DataServiceFault, OfAnAnswerFromWithinTheAnswerIsOneOfTwoAnswers) {
-    const auto service = runtime.service();
-    const Unsubscribe end = ask(*service, results.callback());
-    runtime.calls.wait(1);
-    // The inner one is read first.
-    test::evaluate(runtime.context, R"js(
-        const answer = callbacks[0];
-        answer({ get data() { answer({ data: { n: 1 } }); return { n: 2 }; } });
-    )js");
-    const Lines expected =
-        GetParam().isSubscription ? Lines{R"({"n":1})", R"({"n":2})"} : Lines{R"({"n":1})"};
-    EXPECT_EQ(results.wait(static_cast<int>(expected.size())), expected);
-    end();
-    runtime.expectAllPlacesFree();
-    EXPECT_EQ(results.lines(), expected);
-}
-
-TEST_P(DataServiceFault, OfAnAnswerAfterTheEndIsSilence) {
-    auto service = runtime.service();
-    const Unsubscribe end = ask(*service, results.callback());
-    runtime.calls.wait(1);
-    test::evaluate(runtime.context, "var kept = callbacks[0]; kept({ data: {} });");
-    results.wait(1);
-    end();
-    if (!GetParam().isSubscription) {
-        service.reset();
-    }
-    test::evaluate(runtime.context, "kept({ data: { late: true } }); kept(5); kept();");
-    runtime.expectAllPlacesFree();
-    EXPECT_EQ(results.lines(), Lines{"{}"});
-    EXPECT_EQ(ends(), GetParam().isSubscription ? 1 : 0);
 }
 
 // --- No answer
@@ -572,10 +413,8 @@ TEST_P(DataServiceFault, OfACallerWithoutACallbackIsNone) {
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-INSTANTIATE_TEST_SUITE_P(, DataServiceFault, testing::ValuesIn(calls),
-                         [](const testing::TestParamInfo<Call>& call) {
-                             return std::string(call.param.method);
-                         });
+INSTANTIATE_TEST_SUITE_P(, DataServiceFault, testing::ValuesIn(test::serviceCalls),
+                         test::serviceCallName);
 
 // --- Times to live
 

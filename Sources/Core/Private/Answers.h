@@ -9,7 +9,6 @@
 #include <zem/JavaScript/Scope.h>
 
 #include <atomic>
-#include <expected>
 #include <memory>
 
 namespace zem {
@@ -34,9 +33,6 @@ class AdapterCallPlace {
     const std::weak_ptr<AdapterInvokeOperation> operation;
 };
 
-/// What the runtime answered, or why it could not be asked.
-using Outcome = std::expected<AnswerText, DataServiceError>;
-
 /// The answer of a call that has one: those after the first are dropped.
 class DataService::OneShot : public std::enable_shared_from_this<OneShot> {
   public:
@@ -49,6 +45,9 @@ class DataService::OneShot : public std::enable_shared_from_this<OneShot> {
     /// The function that the runtime calls.
     js::Local function(js::Scope& scope);
     void fail(DataServiceError error) { arrived(std::unexpected(std::move(error))); }
+
+    /// The runtime has called the function.
+    void answer(js::Scope& scope, js::Arguments arguments);
 
   private:
     void arrived(Outcome arrival);
@@ -72,6 +71,9 @@ class DataService::Emissions : public std::enable_shared_from_this<Emissions> {
 
     js::Local function(js::Scope& scope);
     void fail(DataServiceError error) { arrived(std::unexpected(std::move(error))); }
+
+    /// The runtime has called the function.
+    void answer(js::Scope& scope, js::Arguments arguments);
 
   private:
     void arrived(Outcome outcome);

@@ -4,14 +4,22 @@
 
 #include <zem/Core/DataServiceResult.h>
 
+#include <expected>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace zem {
 
-/// What the runtime called back with: its JSON text. Absent when it was no object, or an object
-/// that has no JSON text (a cycle, a BigInt, a getter that throws).
+/// JSON text of the runtime's answer. Absent when the answer is no object, or one that nobody can
+/// read.
 using AnswerText = std::optional<std::string>;
+
+/// What the runtime answered, or why there is no answer that could be handed on.
+using Outcome = std::expected<AnswerText, DataServiceError>;
+
+/// The `errorType` of an error that is told by its message.
+inline constexpr std::string_view networkErrorType = "networkAdapterError";
 
 /// The result when an answer holds neither data nor a readable error.
 using Fallback = DataServiceResult (*)();
@@ -21,8 +29,11 @@ struct funcMap {
     static DataServiceResult mapResult(Dictionary answer, Fallback fallback);
 };
 
-/// The same from the text.
+/// The same from the text. Where that is nested too deeply, what counts in it is read by itself.
 DataServiceResult mapAnswer(const AnswerText& answer, Fallback fallback);
+
+/// The failure of an answer that has `data` which cannot be carried over.
+DataServiceError dataNotCarriedOver(const std::string& why);
 
 /// A subscription that heard nothing useful has failed.
 DataServiceResult subscriptionFallback();
