@@ -74,15 +74,15 @@ void DataService::Emissions::arrived(Outcome outcome) {
             alive->settle(*listening);
         }
         place.giveBack();
-        alive->deliver(listening, std::move(outcome));
+        deliver(listening, std::move(outcome));
     } else {
         place.giveBack();
     }
 }
 
-void DataService::deliver(std::shared_ptr<Subscription> subscription, Outcome outcome) {
-    callbackQueue->async(
-        [subscription = std::move(subscription), outcome = std::move(outcome)]() mutable {
+void DataService::deliver(const std::shared_ptr<Subscription>& subscription, Outcome outcome) {
+    subscription->unsubscribable->callbackQueue->async(
+        [subscription, outcome = std::move(outcome)]() mutable {
             if (!subscription->unsubscribable->wasCleanedUp()) {
                 callOut("a result callback", subscription->callback,
                         resultOf(std::move(outcome), subscriptionFallback));

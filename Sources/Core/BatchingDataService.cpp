@@ -1,4 +1,5 @@
 #include <zem/Core/BatchingDataService.h>
+#include <zem/Core/Private/CallbackQueue.h>
 #include <zem/Core/Private/SubscriptionList.h>
 
 #include <utility>
@@ -6,7 +7,8 @@
 namespace zem {
 
 BatchingDataService::BatchingDataService()
-    : subscriptions(std::make_unique<SubscriptionList>()) {}
+    : callbackQueue(makeCallbackQueue())
+    , subscriptions(std::make_unique<SubscriptionList>()) {}
 
 BatchingDataService::~BatchingDataService() = default;
 
@@ -55,7 +57,7 @@ BatchingDataService::subscribeToAdapter(std::string adapterId, std::string confi
     // A queue of its own: the one that the services share is for those with a runtime.
     const auto wire =
         WireSubscription::create(std::move(adapterId), std::move(config), std::move(requestContext),
-                                 platform::OperationQueue::create());
+                                 platform::OperationQueue::create(), callbackQueue);
     wire->setCleanupFunc([weak = weakSelf(), weakWire = std::weak_ptr(wire)] {
         const auto service = weak.lock();
         const auto removed = weakWire.lock();

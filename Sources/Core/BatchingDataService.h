@@ -5,6 +5,7 @@
 #include <zem/Core/DataServiceProtocol.h>
 #include <zem/Core/DataServiceState.h>
 #include <zem/Platform/Mutex.h>
+#include <zem/Platform/Queue.h>
 #include <zem/Platform/RunLoop.h>
 
 #include <memory>
@@ -66,6 +67,8 @@ class BatchingDataService final : public DataServiceProtocolDeprecated,
     void remove(const WireSubscription& unsubscribable);
 
     const std::shared_ptr<platform::RunLoop> runLoop = platform::RunLoop::current();
+    /// Of the service that is made of the state.
+    const std::shared_ptr<platform::SerialQueue> callbackQueue;
     mutable platform::Mutex lock;
     std::unique_ptr<SubscriptionList> subscriptions;
     std::vector<std::shared_ptr<MutatingWireSubscription>> mutatingSubscriptions;

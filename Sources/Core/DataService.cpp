@@ -2,6 +2,7 @@
 #include <zem/Core/DataService.h>
 #include <zem/Core/Private/Answers.h>
 #include <zem/Core/Private/CallOut.h>
+#include <zem/Core/Private/CallbackQueue.h>
 #include <zem/Core/Private/EnterRuntime.h>
 #include <zem/Core/Private/Once.h>
 #include <zem/Core/Private/SubscriptionList.h>
@@ -33,6 +34,12 @@ bool isThenable(js::Scope& scope, js::Local value) {
     return then && scope.kind(*then) == js::Kind::function;
 }
 
+/// The queue that the subscriptions have had, so that they share it with what is asked for later.
+std::shared_ptr<platform::SerialQueue> callbackQueueOf(const DataServiceState& state) {
+    return state.subscriptions.empty() ? makeCallbackQueue()
+                                       : state.subscriptions.front()->unsubscribable->callbackQueue;
+}
+
 } // namespace
 
 std::shared_ptr<DataService> DataService::create(js::Value zem,
@@ -41,18 +48,19 @@ std::shared_ptr<DataService> DataService::create(js::Value zem,
     if (!zem) {
         throw std::invalid_argument("DataService: expected the runtime's object, found no value");
     }
-    std::shared_ptr<DataService> service(
-        new DataService(std::move(zem), std::move(binaryStore), watchdogTimeout));
+    std::shared_ptr<DataService> service(new DataService(std::move(zem), std::move(binaryStore),
+                                                         callbackQueueOf(state), watchdogTimeout));
     service->startWatchdog();
     service->replay(std::move(state));
     return service;
 }
 
 DataService::DataService(js::Value zem, std::shared_ptr<BinaryStore> binaryStore,
+                         std::shared_ptr<platform::SerialQueue> callbackQueue,
                          double watchdogTimeout)
     : subscriptions(std::make_unique<SubscriptionList>())
     , lockQueue(platform::SerialQueue::create("com.quorvane.data.service.subscription-lock-queue"))
-    , callbackQueue(platform::SerialQueue::create("com.quorvane.data.service.callback-queue"))
+    , callbackQueue(std::move(callbackQueue))
     , zem(std::move(zem))
     , runLoop(platform::RunLoop::current())
     , watchdogTimeout(std::max(0.0, std::min(watchdogTimeout, longestTimeout)))
@@ -215,8 +223,9 @@ Unsubscribe DataService::subscribeToAdapter(std::string adapterId, std::string c
                                             std::optional<AdapterRequestContext> requestContext,
                                             ResultCallback callback) {
     const auto operation = AdapterInvokeOperation::create(priorityOf(requestContext));
-    const auto wire = WireSubscription::create(std::move(adapterId), std::move(config),
-                                               std::move(requestContext), adapterCallQueue);
+    const auto wire =
+        WireSubscription::create(std::move(adapterId), std::move(config), std::move(requestContext),
+                                 adapterCallQueue, callbackQueue);
     auto subscription =
         std::make_shared<Subscription>(std::move(callback), runLoop->now(), wire, operation);
     operation->setWorkBlock([weak = weakSelf(), subscription = std::move(subscription)] {

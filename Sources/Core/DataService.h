@@ -22,7 +22,8 @@ class SubscriptionList;
 /// Calls the runtime's data-service object from the queue that all services of the process share:
 /// at most five calls are unanswered at once, a more urgent one goes first, and mutating calls go
 /// before all others. Every result is delivered on this service's callback queue, in the order in
-/// which the runtime produced them. Thread-safe.
+/// which the runtime produced them. A service that is made of another one's subscriptions shares
+/// that one's callback queue. Thread-safe.
 ///
 /// Destroying it, on any thread, ends the watchdog. Calls that have not reached the runtime are
 /// dropped, answers that come later are dropped, and so are the callbacks, without being called;
@@ -73,7 +74,8 @@ class DataService final : public DataServiceProtocolDeprecated, public DataServi
                               ResultCallback callback) override;
 
     /// Hands over the live subscriptions, which are not cancelled in the runtime: the service that
-    /// is made of them prepares them again.
+    /// is made of them prepares them again. Calls that wait for their turn or their answer stay
+    /// with this service, and so do subscriptions that the runtime has not been asked for.
     [[nodiscard]] DataServiceState takeState() override;
 
     /// How many subscriptions the runtime was asked for that have not ended.
@@ -87,7 +89,8 @@ class DataService final : public DataServiceProtocolDeprecated, public DataServi
     class OneShot;
     class Emissions;
 
-    DataService(js::Value zem, std::shared_ptr<BinaryStore> binaryStore, double watchdogTimeout);
+    DataService(js::Value zem, std::shared_ptr<BinaryStore> binaryStore,
+                std::shared_ptr<platform::SerialQueue> callbackQueue, double watchdogTimeout);
     void startWatchdog();
     void replay(DataServiceState state);
 
@@ -115,8 +118,8 @@ class DataService final : public DataServiceProtocolDeprecated, public DataServi
     void add(const std::shared_ptr<Subscription>& subscription);
     void remove(WireSubscription& unsubscribable);
     void settle(const Subscription& subscription);
-    void deliver(std::shared_ptr<Subscription> subscription,
-                 std::expected<std::optional<std::string>, DataServiceError> outcome);
+    static void deliver(const std::shared_ptr<Subscription>& subscription,
+                        std::expected<std::optional<std::string>, DataServiceError> outcome);
     void sweep();
     void failOverdue(platform::RunLoop::TimePoint latest, std::uint64_t mark);
 

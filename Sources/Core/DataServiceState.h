@@ -38,7 +38,13 @@ class DataServiceStateProviding {
 
     /// Hands over what the service has recorded or keeps, and leaves it with nothing. The
     /// callbacks and unsubscribe callbacks of the callers keep working in the service that is made
-    /// of it.
+    /// of it. No callback is called twice at once, also while both services are alive.
+    ///
+    /// A runtime that was asked for a subscription before is asked for it a second time. It is told
+    /// of the end of the first one then, and never of the end of the second: the caller's
+    /// unsubscribe callback silences that, but it stays open in the runtime. An application that
+    /// minds makes the next service of a fresh runtime object and lets the old one go, or ends its
+    /// subscriptions and asks for them anew.
     [[nodiscard]] virtual DataServiceState takeState() = 0;
 };
 

@@ -1,3 +1,4 @@
+#include <zem/Core/Private/CallbackQueue.h>
 #include <zem/Core/Private/EnterRuntime.h>
 #include <zem/Core/WireSubscription.h>
 
@@ -7,19 +8,22 @@ namespace zem {
 
 WireSubscription::WireSubscription(std::string adapterId, std::string config,
                                    std::optional<AdapterRequestContext> requestContext,
-                                   std::shared_ptr<platform::OperationQueue> unsubscribeQueue)
+                                   std::shared_ptr<platform::OperationQueue> unsubscribeQueue,
+                                   std::shared_ptr<platform::SerialQueue> callbackQueue)
     : adapterId(std::move(adapterId))
     , config(std::move(config))
     , requestContext(std::move(requestContext))
+    , callbackQueue(callbackQueue ? std::move(callbackQueue) : makeCallbackQueue())
     , unsubscribeQueue(std::move(unsubscribeQueue)) {}
 
 std::shared_ptr<WireSubscription>
 WireSubscription::create(std::string adapterId, std::string config,
                          std::optional<AdapterRequestContext> requestContext,
-                         std::shared_ptr<platform::OperationQueue> unsubscribeQueue) {
+                         std::shared_ptr<platform::OperationQueue> unsubscribeQueue,
+                         std::shared_ptr<platform::SerialQueue> callbackQueue) {
     return std::shared_ptr<WireSubscription>(
         new WireSubscription(std::move(adapterId), std::move(config), std::move(requestContext),
-                             std::move(unsubscribeQueue)));
+                             std::move(unsubscribeQueue), std::move(callbackQueue)));
 }
 
 std::function<void()> WireSubscription::cleanupHandle() {
@@ -30,7 +34,7 @@ std::function<void()> WireSubscription::cleanupHandle() {
     };
 }
 
-/// The function that is there, if nobody has had it called: the caller of this does.
+/// Claims the right to call the runtime's function: returned once, then empty.
 js::Function WireSubscription::claimUncalled() {
     if (!unsubscribeFunc || jsAlreadyCalled) {
         return {};
@@ -39,7 +43,7 @@ js::Function WireSubscription::claimUncalled() {
     return unsubscribeFunc;
 }
 
-/// The same, and where there is none, the note that a clean-up waits for it.
+/// The same. Where nothing is returned, the function is called when it arrives.
 js::Function WireSubscription::claimForUnsubscribe() {
     js::Function claimed = claimUncalled();
     if (!claimed) {

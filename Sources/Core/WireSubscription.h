@@ -7,6 +7,7 @@
 #include <zem/JavaScript/Context.h>
 #include <zem/Platform/Mutex.h>
 #include <zem/Platform/Operation.h>
+#include <zem/Platform/Queue.h>
 
 #include <atomic>
 #include <functional>
@@ -22,11 +23,13 @@ namespace zem {
 class WireSubscription : public std::enable_shared_from_this<WireSubscription> {
   public:
     /// The runtime's function is called from `unsubscribeQueue`, ahead of everything that waits
-    /// there with a priority of its own.
+    /// there with a priority of its own. Results go to `callbackQueue`; without one, the
+    /// subscription has a queue to itself.
     static std::shared_ptr<WireSubscription>
     create(std::string adapterId, std::string config,
            std::optional<AdapterRequestContext> requestContext,
-           std::shared_ptr<platform::OperationQueue> unsubscribeQueue);
+           std::shared_ptr<platform::OperationQueue> unsubscribeQueue,
+           std::shared_ptr<platform::SerialQueue> callbackQueue = nullptr);
 
     /// The caller's unsubscribe: may be called any number of times, on any thread, and outlive
     /// every service. The runtime's function is called later, from the queue.
@@ -53,11 +56,15 @@ class WireSubscription : public std::enable_shared_from_this<WireSubscription> {
     /// The adapter's configuration, JSON by agreement; passed on as it is.
     const std::string config;
     const std::optional<AdapterRequestContext> requestContext;
+    /// Where its results are delivered, in whichever service it is: the callback is never called
+    /// twice at once.
+    const std::shared_ptr<platform::SerialQueue> callbackQueue;
 
   private:
     WireSubscription(std::string adapterId, std::string config,
                      std::optional<AdapterRequestContext> requestContext,
-                     std::shared_ptr<platform::OperationQueue> unsubscribeQueue);
+                     std::shared_ptr<platform::OperationQueue> unsubscribeQueue,
+                     std::shared_ptr<platform::SerialQueue> callbackQueue);
 
     void cleanUp();
     void unsubscribe();

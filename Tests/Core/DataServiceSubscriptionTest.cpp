@@ -8,8 +8,10 @@
 #include <Core/ServiceRuntime.h>
 #include <Core/SubscribingOnly.h>
 #include <algorithm>
+#include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -206,8 +208,82 @@ TEST(DataServiceSubscription, IsAskedForAgainByTheServiceThatTakesItOver) {
                      "unsubscribe(list)"}));
     runtime.answer(1, "{ data: { n: 2 } }");
     EXPECT_EQ(results.wait(2), (Lines{R"({"n":1})", R"({"n":2})"}));
+    // The runtime is not told a second time; the caller hears nothing all the same.
     unsubscribe();
-    EXPECT_TRUE(second->takeState().subscriptions.empty());
+    EXPECT_EQ(second->subscriptionCount(), 0u);
+    runtime.answer(1, "{ data: { n: 3 } }");
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(std::ranges::count(runtime.calls.lines(), "unsubscribe(list)"), 1);
+    EXPECT_EQ(results.lines().size(), 2u);
+}
+
+/// A callback that writes down what it hears, and how often it is inside itself.
+class Watched {
+  public:
+    ResultCallback callback() {
+        return [this](const DataServiceResult& result) {
+            if (++inside != 1) {
+                isAlone = false;
+            }
+            std::this_thread::yield();
+            --inside;
+            heard.add(test::textOf(result)); // the last that it touches
+        };
+    }
+
+    /// Every `step`th number from `first`, one at a time and in their order.
+    void expectNumbers(int count, int first, int step) {
+        Lines expected;
+        for (int number = first; number < count; number += step) {
+            expected.push_back(R"({"n":)" + std::to_string(number) + "}");
+        }
+        EXPECT_EQ(heard.wait(static_cast<int>(expected.size())), expected);
+        EXPECT_TRUE(isAlone);
+    }
+
+  private:
+    test::Journal heard{"a result"};
+    std::atomic<int> inside = 0;
+    std::atomic<bool> isAlone = true;
+};
+
+TEST(DataServiceSubscription, IsCalledOnceAtATimeAndInOrderAcrossHandOvers) {
+    ServiceRuntime runtime;
+    Watched watched;
+    std::vector<std::shared_ptr<DataService>> services{runtime.service()};
+    const Unsubscribe unsubscribe =
+        services[0]->subscribeToAdapter("list", "{}", watched.callback());
+    test::waitForSubscriptions(*services[0], 1);
+    while (services.size() < 3) {
+        services.push_back(runtime.service(services.back()->takeState()));
+    }
+    // The runtime goes on with what it was asked for three times.
+    runtime.run("for (let n = 0; n < 1200; ++n) callbacks[n % 3]({ data: { n } });");
+    watched.expectNumbers(1200, 0, 1);
+    unsubscribe();
+}
+
+TEST(DataServiceSubscription, IsCalledOnceAtATimeInAServiceMadeOfTheStatesOfTwo) {
+    ServiceRuntime runtime;
+    Watched ofFirst;
+    Watched ofSecond;
+    const auto first = runtime.service();
+    const Unsubscribe one = first->subscribeToAdapter("one", "{}", ofFirst.callback());
+    runtime.calls.wait(1);
+    const auto second = runtime.service();
+    const Unsubscribe two = second->subscribeToAdapter("two", "{}", ofSecond.callback());
+    test::waitForSubscriptions(*first, 1);
+    test::waitForSubscriptions(*second, 1);
+    DataServiceState state = first->takeState();
+    state.subscriptions.push_back(second->takeState().subscriptions.front());
+    const auto third = runtime.service(std::move(state));
+    // Even numbers go to the one, odd ones to the other, by turns to what was asked for first and
+    // again.
+    runtime.run("for (let n = 0; n < 1200; ++n) callbacks[n % 4]({ data: { n } });");
+    ofFirst.expectNumbers(1200, 0, 2);
+    ofSecond.expectNumbers(1200, 1, 2);
+    one();
+    two();
 }
 
 TEST(DataServiceSubscription, IsSelfEndingWhenTheCallerSaysSo) {
