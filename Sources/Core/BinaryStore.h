@@ -19,7 +19,8 @@ class BinaryStore {
   public:
     virtual ~BinaryStore() = default;
 
-    /// Keeps the bytes and returns the handle under which they are kept. Does not fail.
+    /// Keeps the bytes and returns the handle under which they are kept. Not expected to fail; if
+    /// it throws, the upload fails with the text of the exception.
     virtual std::string store(const platform::Bytes& data, const std::string& type,
                               std::uint64_t size) = 0;
 

@@ -13,7 +13,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <exception>
+#include <expected>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace zem {
@@ -34,6 +38,19 @@ bool isThenable(js::Scope& scope, js::Local value) {
     return then && scope.kind(*then) == js::Kind::function;
 }
 
+/// The handle of the bytes in the binary store.
+std::expected<std::string, DataServiceError> keep(BinaryStore& store, const platform::Bytes& bytes,
+                                                  const std::string& type) {
+    try {
+        return store.store(bytes, type, bytes.size());
+    } catch (const std::exception& error) {
+        return std::unexpected(DataServiceError::executeAdapter(error.what()));
+    } catch (...) {
+        return std::unexpected(DataServiceError::executeAdapter(
+            "the binary store threw something that is no std::exception"));
+    }
+}
+
 /// The queue that the subscriptions have had, so that they share it with what is asked for later.
 std::shared_ptr<platform::SerialQueue> callbackQueueOf(const DataServiceState& state) {
     return state.subscriptions.empty() ? makeCallbackQueue()
@@ -47,6 +64,10 @@ std::shared_ptr<DataService> DataService::create(js::Value zem,
                                                  DataServiceState state, double watchdogTimeout) {
     if (!zem) {
         throw std::invalid_argument("DataService: expected the runtime's object, found no value");
+    }
+    if (std::isnan(watchdogTimeout)) {
+        throw std::invalid_argument(
+            "DataService: expected a timeout in seconds, found one that is no number");
     }
     std::shared_ptr<DataService> service(new DataService(std::move(zem), std::move(binaryStore),
                                                          callbackQueueOf(state), watchdogTimeout));
@@ -162,9 +183,8 @@ void DataService::addUnanswered(std::weak_ptr<AdapterInvokeOperation> operation)
     unanswered.push_back(std::move(operation));
 }
 
-/// The runtime's object; empty when the service is gone. Nothing but its owners keeps a service
-/// alive, a call that the runtime is in the middle of neither: what the runtime answers when the
-/// last of them has gone meanwhile is dropped.
+/// The runtime object, empty if the service is gone. Pending calls do not keep a service alive; the
+/// answers that come when it is gone are dropped.
 js::Value DataService::runtimeOf(const std::weak_ptr<DataService>& service) {
     const auto alive = service.lock();
     return alive ? alive->zem : js::Value();
@@ -311,8 +331,11 @@ void DataService::settle(const Subscription& subscription) {
 DataServiceState DataService::takeState() {
     DataServiceState state;
     lockQueue->sync([&] {
-        const platform::Lock held(lock);
-        state.subscriptions = subscriptions->takeAll();
+        {
+            const platform::Lock held(lock);
+            state.subscriptions = subscriptions->takeAll();
+        }
+        coreLog().event(platform::SignpostID::null(), "takeState");
     });
     return state;
 }
@@ -416,15 +439,22 @@ void DataService::createContent(const char* adapterId, std::optional<std::string
         return;
     }
     const std::string type = config.mimeType.value_or("application/octet-stream");
-    const std::string handle = binaryStore->store(config.fileData, type, config.fileData.size());
+    const auto handle = keep(*binaryStore, config.fileData, type);
+    if (!handle) {
+        fail(handle.error());
+        return;
+    }
     const ZEMContentVersionConfig described{
         config.title, config.description, std::move(contentDocumentId),
-        FileData{handle, config.fileName.value_or(config.title), true,
+        FileData{*handle, config.fileName.value_or(config.title), true,
                  static_cast<std::int64_t>(config.fileData.size()), type}};
     std::string text = tessel::toText(tessel::toAny(described));
     // Text that is not valid UTF-8 would reach the runtime as something else.
     if (!tessel::parse(text)) {
-        binaryStore->remove(handle);
+        const std::function<void()> remove = [&] {
+            binaryStore->remove(*handle);
+        };
+        callOut("BinaryStore::remove", remove);
         fail(DataServiceError::executeAdapterJSON("unable to build json config"));
         return;
     }

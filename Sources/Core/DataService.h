@@ -34,14 +34,24 @@ class DataService final : public DataServiceProtocolDeprecated, public DataServi
     /// Seconds.
     static constexpr double defaultWatchdogTimeout = 180.0;
 
-    /// The service of the runtime's object `zem`. Replays `state`, in this order: the TTLs, the
-    /// one-shot calls, the uploads, and the subscriptions, which are prepared in the runtime before
-    /// this returns. The watchdog, every quarter of the timeout but not more often than every
-    /// second, fails subscriptions that are silent since `watchdogTimeout` seconds; it runs as long
-    /// as the calling thread runs its run loop. `binaryStore` may be null: uploads then fail.
+    /// The service of the runtime's object `zem`. `binaryStore` may be null: uploads then fail.
     ///
-    /// Throws std::invalid_argument when `zem` holds nothing. When it is not an object or has not
-    /// the function that is called, the calls fail.
+    /// THE CALLING THREAD HAS TO RUN ITS RUN LOOP: the watchdog is a timer there. Without it no
+    /// subscription ever times out, and a silent one keeps its place on the shared queue. Call this
+    /// on a thread that runs one, or run `platform::RunLoop::current()` there afterwards.
+    ///
+    /// The watchdog looks every quarter of the timeout, but not more often than every second, and
+    /// fails subscriptions that have been silent for `watchdogTimeout` seconds. A timeout of 0 or
+    /// less fails them when it looks for the first time, an infinite one never.
+    ///
+    /// Replays `state`, in this order: the TTLs, the one-shot calls, the uploads, and the
+    /// subscriptions, which are prepared in the runtime before this returns. Uploads keep their
+    /// bytes in the binary store before this returns; one that cannot calls back with its failure
+    /// before this returns, too.
+    ///
+    /// Throws std::invalid_argument, and drops `state`, when `zem` holds nothing or the timeout is
+    /// not a number. When `zem` is not an object or has not the function that is called, the calls
+    /// fail.
     static std::shared_ptr<DataService> create(js::Value zem,
                                                std::shared_ptr<BinaryStore> binaryStore,
                                                DataServiceState state, double watchdogTimeout);

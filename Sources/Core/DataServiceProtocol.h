@@ -43,7 +43,8 @@ class DataServiceProtocol : public std::enable_shared_from_this<DataServiceProto
     /// Calls back, on the service's callback queue, for every answer of the runtime until the
     /// subscription is ended: no call begins once the returned callback has returned, or, where it
     /// runs on another thread just then, when that call is over. A subscription that is silent for
-    /// too long hears of a timeout, once, and stays open.
+    /// too long hears of a timeout, once, and stays open: see `DataService::create` for the run
+    /// loop that this takes.
     [[nodiscard]] virtual Unsubscribe
     subscribeToAdapter(std::string adapterId, std::string config,
                        std::optional<AdapterRequestContext> requestContext,
@@ -57,7 +58,7 @@ class DataServiceProtocol : public std::enable_shared_from_this<DataServiceProto
 
     /// Upload a file. The bytes go into the application's binary store, the runtime gets their
     /// handle. Call back like `invokeAdapter`, or on the calling thread, before returning, when
-    /// there is no binary store.
+    /// there is no binary store, when that throws, or when the file cannot be described as JSON.
     virtual void createContentDocumentAndVersion(CreateContentDocumentAndVersionConfig config,
                                                  std::optional<Metadata> metadata,
                                                  ResultCallback callback) = 0;

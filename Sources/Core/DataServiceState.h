@@ -42,9 +42,9 @@ class DataServiceStateProviding {
     ///
     /// A runtime that was asked for a subscription before is asked for it a second time. It is told
     /// of the end of the first one then, and never of the end of the second: the caller's
-    /// unsubscribe callback silences that, but it stays open in the runtime. An application that
-    /// minds makes the next service of a fresh runtime object and lets the old one go, or ends its
-    /// subscriptions and asks for them anew.
+    /// unsubscribe callback silences that one, but in the runtime it stays open as long as the
+    /// runtime's object lives. An application that minds lets that object go and takes a fresh one,
+    /// or ends its subscriptions and asks for them anew instead of handing them over.
     [[nodiscard]] virtual DataServiceState takeState() = 0;
 };
 

@@ -5,6 +5,7 @@
 #include <zem/Core/BinaryStore.h>
 
 #include <Support/Wait.h>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -14,8 +15,12 @@ namespace test {
 
 class BinaryStore final : public zem::BinaryStore {
   public:
+    /// Called, where there is one, before bytes are kept or removed.
+    std::function<void()> failing;
+
     std::string store(const zem::platform::Bytes& data, const std::string& type,
                       std::uint64_t size) override {
+        fail();
         const std::scoped_lock lock(mutex);
         transcript.add("store " + type + " " + std::to_string(size));
         std::string handle = "blob-" + std::to_string(++counter);
@@ -39,12 +44,19 @@ class BinaryStore final : public zem::BinaryStore {
     bool remove(const std::string& uri) override {
         const std::scoped_lock lock(mutex);
         transcript.add("remove " + uri);
+        fail();
         return blobs.erase(uri) == 1;
     }
 
     Transcript transcript;
 
   private:
+    void fail() const {
+        if (failing) {
+            failing();
+        }
+    }
+
     std::mutex mutex;
     int counter = 0;
     std::map<std::string, zem::platform::Bytes> blobs;

@@ -1,14 +1,19 @@
 // Uploads.
 
+#include <zem/Core/BatchingDataService.h>
 #include <zem/Core/DataService.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <Core/BinaryStore.h>
 #include <Core/ServiceRuntime.h>
+#include <Support/LogCapture.h>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -108,6 +113,70 @@ TEST_F(DataServiceContent, RemovesTheFileAgainWhenItCannotBeDescribed) {
     EXPECT_EQ(store->transcript.lines(), (Lines{"store application/pdf 3", "remove blob-1"}));
     EXPECT_EQ(store->cachedData("blob-1"), std::nullopt);
     EXPECT_EQ(runtime.calls.lines(), Lines{});
+}
+
+TEST_F(DataServiceContent, FailsWithWhatTheBinaryStoreThrows) {
+    const auto uploading = service();
+    store->failing = [] {
+        throw std::runtime_error("the disk is full");
+    };
+    uploading->createContentDocumentAndVersion(document({1}), std::nullopt, results.callback());
+    store->failing = [] {
+        throw 5;
+    };
+    uploading->createContentVersion(version(), Metadata{}, results.callback());
+    EXPECT_EQ(results.lines(), (Lines{"executeAdapter error - the disk is full",
+                                      "executeAdapter error - the binary store threw something "
+                                      "that is no std::exception"}));
+    EXPECT_EQ(store->transcript.lines(), Lines{});
+    EXPECT_EQ(runtime.calls.lines(), Lines{});
+}
+
+TEST_F(DataServiceContent, FailsAloneWhenTheBinaryStoreThrowsDuringTheReplay) {
+    const auto batching = BatchingDataService::create();
+    batching->createContentVersion(version(), std::nullopt, results.callback("upload"));
+    batching->createContentDocumentAndVersion(document({1}), Metadata{}, results.callback("other"));
+    batching->invokeAdapter("call", "{}", results.callback("call"));
+    const Unsubscribe list = batching->subscribeToAdapter("list", "{}", results.callback("list"));
+    batching->setMetadataTTL(1, [&] { results.add("completed"); });
+    store->failing = [threw = false]() mutable {
+        if (!std::exchange(threw, true)) {
+            throw std::runtime_error("the disk is full");
+        }
+    };
+    const auto uploading =
+        DataService::create(runtime.value("zem"), store, batching->takeState(), 180);
+    EXPECT_EQ(results.lines(),
+              (Lines{"completed", "upload: executeAdapter error - the disk is full"}));
+    EXPECT_THAT(runtime.calls.wait(4),
+                testing::UnorderedElementsAre(
+                    "setMetadataTTL(1)",
+                    R"js(subscribeToAdapter("list", "{}", callback, undefined))js",
+                    R"js(invokeAdapter("call", "{}", callback, undefined))js",
+                    testing::StartsWith("invokeAdapterWithMetadata(")));
+    for (const char* name : {"call", "createContentDocumentAndVersion", "list"}) {
+        runtime.emit(name, "{ data: {} }");
+    }
+    const Lines heard = results.wait(5);
+    EXPECT_EQ(Lines(heard.begin() + 2, heard.end()), (Lines{"call: {}", "other: {}", "list: {}"}));
+    list();
+    EXPECT_EQ(runtime.calls.wait(5)[4], "unsubscribe(list)");
+}
+
+TEST_F(DataServiceContent, SaysWhyItFailedAlsoWhenTheFileCannotBeRemoved) {
+    const test::LogCapture log;
+    const auto uploading = service();
+    auto config = version();
+    config.title = "\xFF";
+    store->failing = [kept = false]() mutable {
+        if (std::exchange(kept, true)) {
+            throw std::runtime_error("a secret");
+        }
+    };
+    uploading->createContentVersion(config, std::nullopt, results.callback());
+    EXPECT_EQ(results.lines(), Lines{"executeAdapter error - unable to build json config"});
+    EXPECT_EQ(store->transcript.lines(), (Lines{"store application/pdf 3", "remove blob-1"}));
+    EXPECT_EQ(log.lines(), Lines{"BinaryStore::remove threw: <private>"});
 }
 
 } // namespace

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <Core/ServiceRuntime.h>
+#include <cmath>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -205,12 +207,53 @@ TEST(DataService, DropsAnswersThatComeWhenItIsGone) {
     EXPECT_EQ(results.lines(), Lines{});
 }
 
+TEST(DataService, LeavesThePlacesOfItsUnansweredCallsToOthersWhenItGoes) {
+    ServiceRuntime runtime;
+    Results results;
+    auto silent = runtime.service();
+    for (int call = 0; call < 5; ++call) {
+        silent->invokeAdapter("silent", "{}", results.callback("silent"));
+    }
+    runtime.calls.wait(5);
+    const auto other = runtime.service();
+    const Unsubscribe end = other->subscribeToAdapter("list", "{}", results.callback("list"));
+    other->invokeAdapter("call", "{}", results.callback("call"));
+    other->invokeAdapterWithMetadata("mutating", "{}", {}, results.callback("mutating"));
+    EXPECT_EQ(runtime.calls.lines().size(), 5u);
+    silent.reset();
+    const Lines calls = runtime.calls.wait(8);
+    EXPECT_EQ(Lines(calls.begin() + 5, calls.end()),
+              (Lines{R"js(invokeAdapterWithMetadata("mutating", "{}", {}, callback))js",
+                     R"js(subscribeToAdapter("list", "{}", callback, undefined))js",
+                     R"js(invokeAdapter("call", "{}", callback, undefined))js"}));
+    for (int call = 0; call < 8; ++call) {
+        runtime.answer(call, "{ data: {} }");
+    }
+    EXPECT_EQ(results.wait(3), (Lines{"mutating: {}", "list: {}", "call: {}"}));
+    end();
+    EXPECT_EQ(runtime.calls.wait(9)[8], "unsubscribe(list)");
+}
+
 TEST(DataService, RefusesARuntimeThatIsNoValue) {
     try {
         (void)DataService::create({}, nullptr, {}, 180);
         FAIL() << "nothing was thrown";
     } catch (const std::invalid_argument& error) {
         EXPECT_STREQ(error.what(), "DataService: expected the runtime's object, found no value");
+    }
+}
+
+TEST(DataService, RefusesATimeoutThatIsNotANumber) {
+    ServiceRuntime runtime;
+    for (const double timeout : {std::numeric_limits<double>::quiet_NaN(),
+                                 -std::numeric_limits<double>::quiet_NaN(), std::sqrt(-1.0)}) {
+        try {
+            (void)runtime.service({}, timeout);
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const std::invalid_argument& error) {
+            EXPECT_STREQ(error.what(),
+                         "DataService: expected a timeout in seconds, found one that is no number");
+        }
     }
 }
 

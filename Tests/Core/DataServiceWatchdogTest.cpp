@@ -5,6 +5,7 @@
 
 #include <Core/ServiceRuntime.h>
 #include <Support/LogCapture.h>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -103,6 +104,27 @@ TEST(DataServiceWatchdog, LooksEverySecondForATimeoutOfTwo) {
     EXPECT_EQ(watched.results.lines(), Lines{});
     watched.runtime.clock->advance(Seconds(0.5));
     EXPECT_EQ(watched.results.wait(1), Lines{std::string("silent: ") + timeout});
+}
+
+TEST(DataServiceWatchdog, FailsAtItsFirstLookForATimeoutOfNothingOrLess) {
+    for (const double none : {0.0, -1.0, -std::numeric_limits<double>::infinity()}) {
+        Watched watched(none);
+        watched.subscribe("silent");
+        watched.runtime.clock->advance(Seconds(0.9));
+        EXPECT_EQ(watched.results.lines(), Lines{});
+        watched.runtime.clock->advance(Seconds(0.1));
+        EXPECT_EQ(watched.results.wait(1), Lines{std::string("silent: ") + timeout});
+    }
+}
+
+TEST(DataServiceWatchdog, NeverFailsAnythingForATimeoutWithoutEnd) {
+    Watched watched(std::numeric_limits<double>::infinity());
+    watched.subscribe("silent");
+    // Thirty years.
+    watched.pass(Seconds(1e9 - 1));
+    EXPECT_EQ(watched.results.lines(), Lines{});
+    watched.runtime.emit("silent", "{ data: {} }");
+    EXPECT_EQ(watched.results.wait(1), Lines{"silent: {}"});
 }
 
 TEST(DataServiceWatchdog, NeverFailsWhatHasEmitted) {
