@@ -93,6 +93,23 @@ TEST(AdapterInvokeOperation, WithdrawnWhileExecutingGoesOn) {
     EXPECT_EQ(operation->state(), State::finished);
 }
 
+TEST(AdapterInvokeOperation, CancelledAsOperationsAreRunsAllTheSame) {
+    test::Transcript transcript;
+    const auto operation = make();
+    operation->setWorkBlock([&] { transcript.add("work"); });
+    operation->cancel();
+    EXPECT_FALSE(operation->isCancelled());
+    operation->start();
+    EXPECT_FALSE(operation->isCancelled());
+    EXPECT_EQ(operation->state(), State::executing);
+    EXPECT_EQ(transcript.lines(), Lines{"work"});
+    // Only its own withdrawal counts.
+    const auto withdrawn = make();
+    withdrawn->cancel();
+    withdrawn->setShouldNotStart();
+    EXPECT_TRUE(withdrawn->isCancelled());
+}
+
 TEST(AdapterInvokeOperation, IsFinishedOnce) {
     test::Transcript transcript;
     const auto operation = make();

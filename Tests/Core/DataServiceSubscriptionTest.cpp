@@ -340,4 +340,55 @@ TEST(DataServiceSubscription, ThatIsSelfEndingEndsAsSoonAsItCan) {
     EXPECT_EQ(transcript.lines(), (Lines{"result", "subscribed", "unsubscribed"}));
 }
 
+TEST(DataServiceSubscription, ThatIsSelfEndingHearsNothingMoreOnceItHasSaidSo) {
+    // A service that goes on after the end.
+    test::Transcript transcript;
+    ResultCallback emit;
+    test::SubscribingOnly service([&](ResultCallback callback) -> Unsubscribe {
+        emit = std::move(callback);
+        return [&] {
+            transcript.add("unsubscribed");
+        };
+    });
+    bool isEnough = false;
+    const Unsubscribe unsubscribe =
+        service.executeAdapter("list", "{}", [&](const DataServiceResult& result) {
+            transcript.add(test::textOf(result));
+            return isEnough;
+        });
+    emit(Dictionary{{"n", 1}});
+    isEnough = true;
+    emit(Dictionary{{"n", 2}});
+    isEnough = false;
+    emit(Dictionary{{"n", 3}});
+    emit(std::unexpected(DataServiceError::unknown()));
+    EXPECT_EQ(transcript.lines(), (Lines{R"({"n":1})", R"({"n":2})", "unsubscribed"}));
+    // What the caller was given is the service's own.
+    unsubscribe();
+    EXPECT_EQ(transcript.lines().size(), 4u);
+    EXPECT_EQ(transcript.lines().back(), "unsubscribed");
+}
+
+TEST(DataServiceSubscription, ThatIsSelfEndingHearsNothingOfWhatIsOnItsWay) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service();
+    test::Event entered("the first result");
+    test::Event ended("the end of the answers");
+    service->executeAdapter("list", "{}", [&](const DataServiceResult& result) {
+        entered.signal();
+        ended.wait();
+        results.add(test::textOf(result));
+        return true;
+    });
+    runtime.calls.wait(1);
+    runtime.answer(0, "{ data: { n: 1 } }");
+    entered.wait();
+    runtime.run("callbacks[0]({ data: { n: 2 } }); callbacks[0]({ data: { n: 3 } });");
+    ended.signal();
+    EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(results.lines(), Lines{R"({"n":1})"});
+}
+
 } // namespace
