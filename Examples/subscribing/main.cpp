@@ -3,23 +3,33 @@
 #include <zem/Tessel/JSON.h>
 
 #include <cstdio>
-#include <future>
 
-// What the runtime would be: it answers every subscription at once.
+// What the runtime would be: it answers for accounts at once, and for contacts never.
 constexpr const char* runtime = R"js(({
     subscribeToAdapter(adapterId, config, callback, requestContext) {
-        callback({ data: { adapterId, ...JSON.parse(config) } });
+        if (adapterId === "getAccounts") callback({ data: { adapterId, ...JSON.parse(config) } });
         return () => {};
     },
 }))js";
 
+// In seconds. Elsewhere DataService::defaultWatchdogTimeout, three minutes, will do.
+constexpr double watchdogTimeout = 1;
+
+void print(const zem::DataServiceResult& result) {
+    const std::string text = result ? tessel::toText(*result) : result.error().errorDescription();
+    std::puts(text.c_str());
+}
+
 int main() {
+    const auto runLoop = zem::platform::RunLoop::current();
     // Asked for while there is no runtime yet.
-    std::promise<std::string> answer;
     const auto early = zem::BatchingDataService::create();
-    const zem::Unsubscribe unsubscribe = early->subscribeToAdapter(
-        "getAccounts", R"({"limit":2})", [&](const zem::DataServiceResult& result) {
-            answer.set_value(result ? tessel::toText(*result) : result.error().errorDescription());
+    const zem::Unsubscribe accounts =
+        early->subscribeToAdapter("getAccounts", R"({"limit":2})", print);
+    const zem::Unsubscribe contacts = early->subscribeToAdapter(
+        "getContacts", "{}", [runLoop](const zem::DataServiceResult& result) {
+            print(result);
+            runLoop->stop();
         });
 
     const zem::platform::RunLoopThread thread("javascript");
@@ -27,8 +37,10 @@ int main() {
     const zem::js::Value dataService = context.perform([](zem::js::Scope& scope) {
         return scope.keep(scope.evaluate(runtime, "runtime.js").value());
     });
-    const auto service = zem::DataService::create(dataService, nullptr, early->takeState(),
-                                                  zem::DataService::defaultWatchdogTimeout);
-    std::puts(answer.get_future().get().c_str());
-    unsubscribe();
+    const auto service =
+        zem::DataService::create(dataService, nullptr, early->takeState(), watchdogTimeout);
+    // This thread made the service: nothing times out unless it runs its run loop.
+    runLoop->run();
+    accounts();
+    contacts();
 }

@@ -20,7 +20,7 @@ test('the README shows the programs as they are built', () => {
 });
 
 for (const [name, printed] of [
-    ['subscribing', '{"adapterId":"getAccounts","limit":2}\n'],
+    ['subscribing', '{"adapterId":"getAccounts","limit":2}\nexecuteAdapter error - .executeAdapterTimeout\n'],
     ['drafts', 'd1: Account\n'],
 ]) {
     test(`the program of ${name} prints what the runtime has`, () => {
