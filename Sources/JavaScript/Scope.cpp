@@ -232,14 +232,55 @@ Result<unsigned> Scope::length(Local array) {
     return static_cast<unsigned>(toNumber(*value));
 }
 
+Result<void> Scope::define(Local object, const Name& name, Local value) {
+    return defineNamed(object, name.get(), value);
+}
+
 Result<void> Scope::define(Local object, std::string_view name, Local value) {
+    const EngineString made(makeString(name));
+    return defineNamed(object, made.get(), value);
+}
+
+Result<void> Scope::defineNamed(Local object, void* name, Local value) {
     assert(isObject(object));
-    JSContextRef context = engineContext(engine);
-    const Local prototype(JSObjectGetPrototype(context, engineObject(object)));
-    JSObjectSetPrototype(context, engineObject(object), engineValue(null()));
-    Result<void> outcome = set(object, name, value);
-    JSObjectSetPrototype(context, engineObject(object), engineValue(prototype));
+    if (!JSObjectHasProperty(engineContext(engine), engineObject(object),
+                             static_cast<JSStringRef>(name))) {
+        // Nothing of that name is in the way.
+        return setNamed(object, name, value);
+    }
+    const Local inherited = prototype(object);
+    setPrototype(object, null());
+    Result<void> outcome = setNamed(object, name, value);
+    setPrototype(object, inherited);
     return outcome;
+}
+
+Local Scope::prototype(Local object) {
+    return Local(JSObjectGetPrototype(engineContext(engine), engineObject(object)));
+}
+
+void Scope::setPrototype(Local object, Local prototype) {
+    JSObjectSetPrototype(engineContext(engine), engineObject(object), engineValue(prototype));
+}
+
+void ArrayMaker::add(Local element) {
+    if (count < most) {
+        first[count++] = element;
+        return;
+    }
+    if (made.get() == nullptr) {
+        made = scope.array(first);
+        scope.setPrototype(made, scope.null());
+    }
+    (void)scope.setAt(made, count++, element);
+}
+
+Local ArrayMaker::finish() {
+    if (made.get() == nullptr) {
+        return scope.array({first, count});
+    }
+    scope.setPrototype(made, scope.prototype(scope.array()));
+    return made;
 }
 
 Result<std::vector<std::string>> Scope::propertyNames(Local object) {

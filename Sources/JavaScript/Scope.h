@@ -78,9 +78,15 @@ class Scope {
     Result<void> set(Local object, std::string_view name, Local value);
     Result<void> setAt(Local object, unsigned index, Local value);
     Result<unsigned> length(Local array);
-    /// Gives an object that was just made a property of its own, whatever the name: setting
-    /// "__proto__" would replace the prototype.
+    /// Gives a plain object that was just made a property of its own. Setting might instead run a
+    /// setter that a script has put on a prototype, or fail at a read-only property there, and
+    /// setting "__proto__" would replace the prototype.
+    Result<void> define(Local object, const Name& name, Local value);
     Result<void> define(Local object, std::string_view name, Local value);
+    /// An object's prototype, for objects that were just made: no proxy's trap is asked. What is
+    /// set on an object whose prototype is null becomes its own.
+    Local prototype(Local object);
+    void setPrototype(Local object, Local prototype);
     /// The names of the object's own enumerable properties, as `Object.keys` gives them.
     Result<std::vector<std::string>> propertyNames(Local object);
 
@@ -128,8 +134,27 @@ class Scope {
         , engine(engine) {}
     Result<Local> getNamed(Local object, void* name);
     Result<void> setNamed(Local object, void* name, Local value);
+    Result<void> defineNamed(Local object, void* name, Local value);
     ContextState& state;
     const void* engine;
+};
+
+/// Makes an array element by element. Each is the array's own, whatever a script has put on the
+/// prototypes. It holds engine values, so it lives on the stack and within one `perform`.
+class ArrayMaker {
+  public:
+    explicit ArrayMaker(Scope& scope)
+        : scope(scope) {}
+    void add(Local element);
+    /// The array. Nothing is added after it.
+    Local finish();
+
+  private:
+    static constexpr unsigned most = 32;
+    Scope& scope;
+    Local first[most]; ///< a short array is made of these at once
+    Local made;        ///< a longer one has no prototype until it is finished
+    unsigned count = 0;
 };
 
 /// Makes a sequence of steps cheaper: the engine's own lock, which each step takes and gives back,

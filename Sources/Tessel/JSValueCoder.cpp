@@ -60,15 +60,6 @@ Decoded<Any> JSValueDecoder::any() const {
     return parse(**json);
 }
 
-void JSValueEncoder::Object::set(std::string_view name, Output value) {
-    // The only name that means something else than itself.
-    if (name == "__proto__") {
-        (void)scope.define(made, name, value);
-    } else {
-        (void)scope.set(made, name, value);
-    }
-}
-
 Local JSValueEncoder::any(const Any& value) {
     switch (value.kind()) {
     case boost::json::kind::null:

@@ -60,7 +60,8 @@ class JSValueDecoder {
     std::size_t depth = 0;
 };
 
-/// Makes engine values, on the stack of a thread that is inside the engine.
+/// Makes engine values, on the stack of a thread that is inside the engine. The properties of
+/// objects and arrays are defined, not set: what a script has put on the prototypes is not run.
 class JSValueEncoder {
   public:
     using Output = zem::js::Local;
@@ -83,8 +84,10 @@ class JSValueEncoder {
         explicit Object(zem::js::Scope& scope)
             : scope(scope)
             , made(scope.object()) {}
-        void set(const FieldName& name, Output value) { (void)scope.set(made, name.engine, value); }
-        void set(std::string_view name, Output value);
+        void set(const FieldName& name, Output value) {
+            (void)scope.define(made, name.engine, value);
+        }
+        void set(std::string_view name, Output value) { (void)scope.define(made, name, value); }
         Output finish() { return made; }
 
       private:
@@ -96,15 +99,12 @@ class JSValueEncoder {
     class Array {
       public:
         explicit Array(zem::js::Scope& scope)
-            : scope(scope)
-            , made(scope.array()) {}
-        void add(Output value) { (void)scope.setAt(made, next++, value); }
-        Output finish() { return made; }
+            : maker(scope) {}
+        void add(Output value) { maker.add(value); }
+        Output finish() { return maker.finish(); }
 
       private:
-        zem::js::Scope& scope;
-        Output made;
-        unsigned next = 0;
+        zem::js::ArrayMaker maker;
     };
     Array array(std::size_t) { return Array(entered); }
 

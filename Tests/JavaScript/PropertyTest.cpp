@@ -80,6 +80,70 @@ TEST(Property, IsDefinedWhateverItsName) {
     });
 }
 
+TEST(Property, IsDefinedWhateverThePrototypesHold) {
+    for (const char* kind : {"set() { throw 'set' }", "value: 'inherited', writable: false",
+                             "get() { throw 'get' }"}) {
+        const Context context = test::makeContext();
+        context.perform([&](Scope& scope) {
+            ASSERT_TRUE(scope.evaluate("['value', 'other', '3'].forEach((name) => "
+                                       "Object.defineProperty(Object.prototype, name, {" +
+                                           std::string(kind) + "}))",
+                                       ""));
+            const Local object = scope.object();
+            EXPECT_TRUE(scope.define(object, valueName(), scope.number(1)));
+            EXPECT_TRUE(scope.define(object, "other", scope.number(2)));
+            EXPECT_TRUE(scope.define(object, "3", scope.number(3)));
+            EXPECT_TRUE(scope.define(object, "other", scope.number(4)));
+            EXPECT_EQ(*scope.stringify(object).value(), R"({"3":3,"value":1,"other":4})") << kind;
+        });
+    }
+}
+
+TEST(ArrayMaker, MakesArraysOfAnyLength) {
+    const Context context = test::makeContext();
+    context.perform([](Scope& scope) {
+        const Local sameAs = *scope.evaluate(
+            "(array, length) => Array.isArray(array) && array.length === length &&"
+            "    Object.getPrototypeOf(array) === Array.prototype &&"
+            "    Object.keys(array).length === length && array.every((each, at) => each === at)",
+            "");
+        for (const unsigned length : {0u, 1u, 31u, 32u, 33u, 34u, 1000u}) {
+            zem::js::ArrayMaker maker(scope);
+            for (unsigned index = 0; index < length; ++index) {
+                maker.add(scope.number(index));
+            }
+            EXPECT_TRUE(
+                scope.toBoolean(*scope.call(sameAs, {maker.finish(), scope.number(length)})))
+                << length;
+        }
+    });
+}
+
+TEST(ArrayMaker, MakesElementsOfItsOwnWhateverThePrototypesHold) {
+    for (const char* kind : {"set() { throw 'set' }", "value: 'inherited', writable: false",
+                             "get() { throw 'get' }"}) {
+        for (const char* prototype : {"Array.prototype", "Object.prototype"}) {
+            const Context context = test::makeContext();
+            context.perform([&](Scope& scope) {
+                ASSERT_TRUE(scope.evaluate(
+                    "[0, 1, 31, 32, 33, 90].forEach((index) => Object.defineProperty(" +
+                        std::string(prototype) + ", index, {" + kind + "}))",
+                    ""));
+                for (const unsigned length : {2u, 33u, 100u}) {
+                    zem::js::ArrayMaker maker(scope);
+                    std::string expected;
+                    for (unsigned index = 0; index < length; ++index) {
+                        maker.add(scope.number(index));
+                        expected += (index == 0 ? "" : ",") + std::to_string(index);
+                    }
+                    EXPECT_EQ(*scope.stringify(maker.finish()).value(), "[" + expected + "]")
+                        << prototype << ": " << kind;
+                }
+            });
+        }
+    }
+}
+
 // Each failure comes out of the step that it belongs to, and of no other.
 TEST(Property, WhatGettersSettersAndTrapsThrowComesOutOfTheStep) {
     const Context context = test::makeContext();

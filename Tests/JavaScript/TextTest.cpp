@@ -67,6 +67,8 @@ TEST(Text, WhatNoUTF8MayHoldBecomesReplacements) {
         {"overlong slash", "\xC0\xAF"sv},
         {"overlong NUL", "\xC0\x80"sv},
         {"overlong in three bytes", "\xE0\x80\xAF"sv},
+        {"overlong in four bytes", "\xF0\x82\x82\xAC"sv},
+        {"the last overlong in four bytes", "\xF0\x8F\xBF\xBF"sv},
         {"a surrogate", "\xED\xA0\x80"sv},
         {"a pair of surrogates", "\xED\xA0\xBD\xED\xB8\x80"sv},
         {"beyond the last character", "\xF4\x90\x80\x80"sv},
