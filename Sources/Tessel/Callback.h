@@ -35,20 +35,27 @@ class Callback {
 
     explicit operator bool() const { return static_cast<bool>(function); }
 
-    void operator()(Arguments... arguments) const {
+    void operator()(Arguments... arguments) const& { Callback(*this).callLast(arguments...); }
+
+    /// The same as this copy's last call: the function goes with it, and what is let go of is let
+    /// go of inside the engine. A copy that is called and dropped elsewhere makes the engine's
+    /// thread wake twice. The copy holds nothing afterwards.
+    void operator()(Arguments... arguments) && { std::move(*this).callLast(arguments...); }
+
+    /// The same with arguments that are made inside the engine: `make(Scope&)` gives an array of
+    /// engine values. What `make` holds is let go of there, too.
+    template <class Make>
+    void callWith(Make make) && {
         if (!function) {
             throw std::bad_function_call();
         }
-        function.context().async(
-            [function = function, token = token,
-             held = std::tuple<Arguments...>(std::move(arguments)...)](zem::js::Scope& scope) {
-                const auto encoded = std::apply(
-                    [&](const Arguments&... values) {
-                        return std::array<zem::js::Local, sizeof...(Arguments)>{
-                            encodeValue(scope, values)...};
-                    },
-                    held);
-                call(scope, function, encoded);
+        const zem::js::Context context = function.context();
+        context.async(
+            [called = std::move(*this), make = std::move(make)](zem::js::Scope& scope) mutable {
+                // Both end before the engine is left.
+                const Callback last = std::move(called);
+                Make making = std::move(make);
+                call(scope, last.function, making(scope));
             });
     }
 
@@ -65,6 +72,18 @@ class Callback {
     const zem::js::Function& target() const { return function; }
 
   private:
+    void callLast(Arguments&... arguments) && {
+        std::move(*this).callWith(
+            [held = std::tuple<Arguments...>(std::move(arguments)...)](zem::js::Scope& scope) {
+                return std::apply(
+                    [&](const Arguments&... values) {
+                        return std::array<zem::js::Local, sizeof...(Arguments)>{
+                            encodeValue(scope, values)...};
+                    },
+                    held);
+            });
+    }
+
     zem::js::Function function;
     std::shared_ptr<ActivityToken> token;
 };

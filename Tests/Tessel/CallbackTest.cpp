@@ -2,9 +2,11 @@
 
 #include <boost/describe.hpp>
 
+#include <Support/CountingRunLoop.h>
 #include <Support/EngineEntry.h>
 #include <Support/Wait.h>
 #include <Tessel/Bridge.h>
+#include <array>
 #include <functional>
 #include <map>
 #include <memory>
@@ -304,6 +306,48 @@ TEST_F(Callback, ACallAfterTheContextsThreadHasEndedIsDropped) {
     thread.reset();
     (*callback)("x");
     callback.reset();
+}
+
+TEST_F(Callback, CalledForTheLastTimeItHoldsNothing) {
+    auto callback = kept("(text) => heard.push(text)");
+    const std::size_t before = context.handleCount();
+    std::move(callback)("x");
+    EXPECT_FALSE(callback);
+    EXPECT_THROW(std::move(callback)("y"), std::bad_function_call);
+    expectEval(context, "heard", "array", R"(["x"])");
+    EXPECT_EQ(context.handleCount(), before - 1);
+    EXPECT_EQ(connection->activity().outstanding(), 0u);
+}
+
+// A handle that is dropped outside of the engine takes another entry to be let go of.
+TEST_F(Callback, CalledForTheLastTimeItWakesTheEnginesThreadOnce) {
+    zem::platform::RunLoopThread thread("engine");
+    const auto loop = std::make_shared<test::CountingRunLoop>(thread.runLoop());
+    const Context mine = Context::create(loop);
+    tessel::Connection own(mine);
+    own.add(*keeper);
+    evaluate(mine, "var heard = []; for (let i = 0; i < 10; ++i)"
+                   "    ZemKeeper.keep((text) => heard.push(text))");
+    int before = loop->posts();
+    for (auto& callback : std::exchange(keeper->kept, {})) {
+        std::thread([&] { std::move(callback)("x"); }).join();
+    }
+    mine.perform([](Scope&) {}); // behind the calls
+    EXPECT_EQ(loop->posts() - before, 10 + 1);
+
+    // What its arguments are made of goes with the call, too.
+    evaluate(mine, "ZemKeeper.keep((text) => heard.push(text))");
+    evaluate(mine, "ZemKeeper.keep((text) => heard.push(text))");
+    before = loop->posts();
+    auto uncalled = std::move(keeper->kept[0]);
+    std::move(keeper->kept[1]).callWith([uncalled = std::move(uncalled)](Scope& scope) {
+        return std::array{scope.string("y")};
+    });
+    keeper->kept.clear();
+    mine.perform([](Scope&) {});
+    EXPECT_EQ(loop->posts() - before, 1 + 1);
+    expectEval(mine, "heard.join('')", "string", "xxxxxxxxxxy");
+    EXPECT_EQ(mine.handleCount(), 0u);
 }
 
 TEST_F(Callback, CountsAsOutstandingWhileACopyLives) {
