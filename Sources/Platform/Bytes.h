@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -14,6 +15,20 @@ using BytesView = std::span<const std::uint8_t>;
 
 /// Overwrites memory in a way that the compiler does not drop.
 void wipe(void* memory, std::size_t length);
+
+/// Allocates for a container whose memory is overwritten whenever it is given back, also where the
+/// container grows. A string keeps short texts in itself, where this does not reach.
+template <class T>
+struct WipingAllocator : std::allocator<T> {
+    WipingAllocator() = default;
+    template <class Other>
+    WipingAllocator(const WipingAllocator<Other>&) {}
+
+    void deallocate(T* memory, std::size_t count) {
+        wipe(memory, count * sizeof(T));
+        std::allocator<T>::deallocate(memory, count);
+    }
+};
 
 /// Bytes that are overwritten before their memory is given back: keys and salts. Copying is
 /// explicit, so that it is seen where a second copy of a secret comes to life.

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <new>
 #include <type_traits>
+#include <vector>
 
 using zem::platform::Bytes;
 using zem::platform::SecretBytes;
@@ -21,7 +22,7 @@ struct Watch {
     bool freed = false;
     bool wiped = false;
 
-    void on(const SecretBytes& bytes) {
+    void on(const auto& bytes) {
         length = bytes.size();
         freed = wiped = false;
         block = bytes.data();
@@ -126,6 +127,21 @@ TEST(SecretBytes, CopyIsASecondBuffer) {
 TEST(SecretBytes, IsWipedBeforeItsMemoryIsGivenBack) {
     {
         const SecretBytes bytes(secret);
+        watch.on(bytes);
+    }
+    EXPECT_TRUE(watch.freed);
+    EXPECT_TRUE(watch.wiped);
+}
+
+TEST(WipingAllocator, WipesWhatAContainerOutgrowsAndWhatItEndsWith) {
+    {
+        std::vector<std::uint8_t, zem::platform::WipingAllocator<std::uint8_t>> bytes(
+            secret.begin(), secret.end());
+        watch.on(bytes);
+        bytes.reserve(2 * bytes.capacity());
+        EXPECT_TRUE(watch.freed);
+        EXPECT_TRUE(watch.wiped);
+        EXPECT_TRUE(std::ranges::equal(bytes, secret));
         watch.on(bytes);
     }
     EXPECT_TRUE(watch.freed);
