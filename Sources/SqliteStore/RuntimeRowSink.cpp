@@ -1,8 +1,10 @@
 #include <zem/JavaScript/Context.h>
 #include <zem/JavaScript/Name.h>
 #include <zem/JavaScript/Scope.h>
+#include <zem/Platform/Bytes.h>
 #include <zem/SqliteStore/Private/RuntimeRowSink.h>
 
+#include <array>
 #include <cstdint>
 #include <utility>
 
@@ -17,12 +19,13 @@ constexpr std::size_t chunkCells = 4096;
 
 } // namespace
 
-/// Some rows' cells, packed: texts one after the other, each with a NUL byte behind it.
+/// Some rows' cells, packed: texts one after the other, each with a NUL byte behind it, in memory
+/// that is wiped.
 class RuntimeRowSink::Chunk {
   public:
     void add(const SQLiteCell& cell) {
         if (const auto* text = std::get_if<std::string_view>(&cell)) {
-            texts.append(*text);
+            texts.insert(texts.end(), text->begin(), text->end());
             texts.push_back('\0');
             cells.push_back({Cell::Kind::text, {.length = text->size()}});
         } else if (const auto* number = std::get_if<double>(&cell)) {
@@ -33,7 +36,6 @@ class RuntimeRowSink::Chunk {
     }
 
     bool isFull() const { return texts.size() >= chunkBytes || cells.size() >= chunkCells; }
-    bool isEmpty() const { return cells.empty(); }
 
     struct Cell {
         enum class Kind : std::uint8_t { text, number, null } kind;
@@ -42,7 +44,7 @@ class RuntimeRowSink::Chunk {
             double number;
         };
     };
-    std::string texts;
+    std::vector<char, platform::WipingAllocator<char>> texts;
     std::vector<Cell> cells;
 };
 
@@ -67,48 +69,31 @@ class RuntimeRowSink::Building {
         static const js::Name columnsName("columns");
         static const js::Name rowsName("rows");
         const js::Local result = scope.object();
-        (void)scope.set(result, columnsName, tessel::encodeValue(scope, names));
-        (void)scope.set(result, rowsName, scope.local(rows(scope)));
+        const js::Local array = scope.local(rows(scope));
+        scope.setPrototype(array, scope.prototype(scope.array()));
+        (void)scope.define(result, columnsName, tessel::encodeValue(scope, names));
+        (void)scope.define(result, rowsName, array);
         return result;
     }
 
   private:
+    // Without a prototype until it is whole: what is set becomes its own.
     const js::Value& rows(js::Scope& scope) {
         if (!made) {
-            made = scope.keep(scope.array());
+            const js::Local array = scope.array();
+            scope.setPrototype(array, scope.null());
+            made = scope.keep(array);
         }
         return made;
     }
 
-    // Values live on the stack until they are in the row: a few at a time, as the row may be wide.
     static js::Local makeRow(js::Scope& scope, std::span<const Chunk::Cell> cells,
                              const char*& text) {
-        constexpr std::size_t most = 16;
-        js::Local values[most];
-        std::size_t filled = 0;
-        std::size_t placed = 0;
-        js::Local row;
-        const auto place = [&] {
-            if (row.get() == nullptr) {
-                row = scope.array({values, filled});
-            } else {
-                for (std::size_t index = 0; index < filled; ++index) {
-                    (void)scope.setAt(row, static_cast<unsigned>(placed + index), values[index]);
-                }
-            }
-            placed += filled;
-            filled = 0;
-        };
+        js::ArrayMaker row(scope);
         for (const Chunk::Cell& cell : cells) {
-            values[filled++] = makeCell(scope, cell, text);
-            if (filled == most) {
-                place();
-            }
+            row.add(makeCell(scope, cell, text));
         }
-        if (filled > 0 || row.get() == nullptr) {
-            place();
-        }
-        return row;
+        return row.finish();
     }
 
     static js::Local makeCell(js::Scope& scope, const Chunk::Cell& cell, const char*& text) {
@@ -131,9 +116,11 @@ class RuntimeRowSink::Building {
     unsigned count = 0;
 };
 
-RuntimeRowSink::RuntimeRowSink(tessel::Callback<SQLiteResultSet> onResult,
+RuntimeRowSink::RuntimeRowSink(std::shared_ptr<platform::Queue> callbackQueue,
+                               tessel::Callback<SQLiteResultSet> onResult,
                                tessel::Callback<std::string> onError)
-    : onResult(std::move(onResult))
+    : callbackQueue(std::move(callbackQueue))
+    , onResult(std::move(onResult))
     , onError(std::move(onError)) {}
 
 RuntimeRowSink::~RuntimeRowSink() = default;
@@ -153,23 +140,29 @@ void RuntimeRowSink::row(std::span<const SQLiteCell> cells) {
 }
 
 void RuntimeRowSink::send() {
-    auto full = std::exchange(chunk, std::make_unique<Chunk>());
-    onResult.target().context().async([building = building, full = std::move(full)](
-                                          js::Scope& scope) { building->append(scope, *full); });
+    callbackQueue->async([context = onResult.target().context(), building = building,
+                          full = std::exchange(chunk, std::make_unique<Chunk>())]() mutable {
+        context.async([building = std::move(building), full = std::move(full)](js::Scope& scope) {
+            building->append(scope, *full);
+        });
+    });
 }
 
+// The call takes everything with it that lives in the engine, the function that is not called too.
+
 void RuntimeRowSink::finished() {
-    onResult.target().context().async([onResult = std::move(onResult),
-                                       building = std::move(building),
-                                       last = std::move(chunk)](js::Scope& scope) {
+    std::move(onResult).callWith([uncalled = std::move(onError), building = std::move(building),
+                                  last = std::move(chunk)](js::Scope& scope) {
         building->append(scope, *last);
-        const js::Local result = building->resultSet(scope);
-        onResult.call(scope, onResult.target(), {&result, 1});
+        return std::array{building->resultSet(scope)};
     });
 }
 
 void RuntimeRowSink::failed(const std::string& text) {
-    onError(text);
+    std::move(onError).callWith(
+        [uncalled = std::move(onResult), building = std::move(building), text](js::Scope& scope) {
+            return std::array{scope.string(text)};
+        });
 }
 
 } // namespace zem

@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <SqliteStore/StoreRuntime.h>
+#include <Support/CountingRunLoop.h>
 
 namespace {
 
+using namespace zem;
 using test::StoreRuntime;
 
 TEST(SQLiteStorePlugin, BindsItsMethodsInOrder) {
@@ -209,6 +211,42 @@ TEST(SQLiteStorePlugin, CountsWhatIsOutstandingButNoListeners) {
     runtime.connection.activity().setIdleHandler(nullptr);
     EXPECT_EQ(runtime.connection.activity().outstanding(), 0u);
     test::evaluate(runtime.context, "ZemSqliteStore.unsubscribeOnChangedListener(id);");
+}
+
+// Of the two functions of a query the one that is not called goes with the call, too.
+TEST(SQLiteStorePlugin, WakesTheEnginesThreadOnceForEachAnswer) {
+    platform::RunLoopThread thread("engine");
+    const auto loop = std::make_shared<test::CountingRunLoop>(thread.runLoop());
+    StoreRuntime runtime(test::memoryStore(), js::Context::create(loop));
+    const auto postsOf = [&](std::string_view body, std::string_view answer) {
+        const int before = loop->posts();
+        EXPECT_EQ(runtime.run(body), answer);
+        return loop->posts() - before;
+    };
+    // One is the test's own, to run the script.
+    EXPECT_EQ(postsOf("let sum = 0; for (let i = 0; i < 20; ++i) sum += await value('select 2');"
+                      "return sum;",
+                      "40"),
+              1 + 20);
+    EXPECT_EQ(postsOf("let failed = 0; for (let i = 0; i < 20; ++i)"
+                      "    await query('selec').catch(() => failed++); return failed;",
+                      "20"),
+              1 + 20);
+    EXPECT_EQ(postsOf("const answers = []; for (let i = 0; i < 20; ++i)"
+                      "    answers.push(await write()); return answers.length;",
+                      "20"),
+              1 + 20);
+}
+
+// The registry can tell whose listener it is.
+TEST(SQLiteStorePlugin, RegistersItsListenersForItsStore) {
+    StoreRuntime runtime;
+    test::evaluate(runtime.context, R"(
+        var heard = 0;
+        ZemSqliteStore.registerOnChangedListener(() => heard++);
+    )");
+    SQLiteStoreNotifier::shared().unsubscribeListeners(*runtime.store);
+    EXPECT_EQ(runtime.run("await write(); return heard;"), "0");
 }
 
 TEST(SQLiteStorePlugin, SaysThatItIsGoneWhenTheStoreWasDropped) {

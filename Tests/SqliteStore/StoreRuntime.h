@@ -17,8 +17,10 @@ namespace test {
 
 class StoreRuntime {
   public:
-    explicit StoreRuntime(std::shared_ptr<zem::SQLiteStore> opened = memoryStore())
-        : store(std::move(opened)) {
+    explicit StoreRuntime(std::shared_ptr<zem::SQLiteStore> opened = memoryStore(),
+                          zem::js::Context entered = makeContext())
+        : context(std::move(entered))
+        , store(std::move(opened)) {
         connection.add(*store);
         context.setUncaughtHandler([this](zem::js::Scope&, const zem::js::Exception& exception) {
             uncaught.add(exception.text());
@@ -68,7 +70,7 @@ class StoreRuntime {
                )js") == "[null,1]";
     }
 
-    zem::js::Context context = makeContext();
+    zem::js::Context context;
     tessel::Connection connection{context};
     std::shared_ptr<zem::SQLiteStore> store;
     Transcript uncaught;

@@ -1,9 +1,11 @@
 #pragma once
 
-// Brings the rows of a query to JavaScript without building a result set in between: they are
-// packed once, on the connection queue, and made engine values chunk by chunk while stepping goes
-// on.
+// Brings the rows of a query to JavaScript without building a result set in between. They are
+// packed once, on the connection queue, and made engine values chunk by chunk on the callback
+// queue, while stepping goes on. Chunks that the engine has no time for yet wait there: stepping
+// never waits for JavaScript. At most that is the result once, as text.
 
+#include <zem/Platform/Queue.h>
 #include <zem/SqliteStore/SQLiteResultSet.h>
 #include <zem/SqliteStore/SQLiteRowSink.h>
 #include <zem/Tessel/Callback.h>
@@ -18,7 +20,8 @@ namespace zem {
 
 class RuntimeRowSink final : public SQLiteRowSink {
   public:
-    RuntimeRowSink(tessel::Callback<SQLiteResultSet> onResult,
+    RuntimeRowSink(std::shared_ptr<platform::Queue> callbackQueue,
+                   tessel::Callback<SQLiteResultSet> onResult,
                    tessel::Callback<std::string> onError);
     ~RuntimeRowSink() override;
 
@@ -33,6 +36,7 @@ class RuntimeRowSink final : public SQLiteRowSink {
 
     void send();
 
+    std::shared_ptr<platform::Queue> callbackQueue;
     tessel::Callback<SQLiteResultSet> onResult;
     tessel::Callback<std::string> onError;
     std::shared_ptr<Building> building;
