@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <SqliteStore/Expect.h>
+#include <Support/TemporaryFolder.h>
+#include <algorithm>
 #include <limits>
 #include <string>
 #include <vector>
@@ -74,10 +76,9 @@ TEST_F(SQLiteStatementTest, BindsNaNAsNullAndKeepsInfinities) {
 
 TEST_F(SQLiteStatementTest, CopiesTheTextThatItBinds) {
     SQLiteStatement statement = connection.prepare("select ?");
-    {
-        const std::vector<SQLiteValue> params{std::string(100, 'x')};
-        statement.bind(params);
-    }
+    std::vector<SQLiteValue> params{std::string(100, 'x')};
+    statement.bind(params);
+    std::ranges::fill(std::get<std::string>(params[0].value), 'y'); // the same memory, used again
     EXPECT_EQ(statement.fetch([](SQLiteRow row) { return row.value(0); }),
               SQLiteValue(std::string(100, 'x')));
 }
@@ -161,6 +162,25 @@ TEST_F(SQLiteStatementTest, FetchesTheFirstRowOrThrowsTheStep) {
     query("create table t (a not null)");
     EXPECT_EQ(thrownCode([&] { connection.prepare("insert into t values (null)").fetch(first); }),
               19);
+}
+
+TEST(SQLiteStatement, ThrowsALastStepThatIsBusy) {
+    const test::TemporaryFolder folder;
+    const SQLiteConnection::Options options{.storage = SQLiteStorage::file(folder.path()),
+                                            .migrations = {{1, {"create table t (a)"}}},
+                                            .setUpActions = {}};
+    SQLiteConnection connection(options);
+    SQLiteConnection other(options);
+    SQLiteStatement insertion = connection.prepare("insert into t values (1)");
+    other.query("begin exclusive", {});
+    EXPECT_EQ(thrownCode([&] { insertion.execute(); }), SQLITE_BUSY);
+    EXPECT_EQ(thrownCode([&] {
+                  connection.prepare("select a from t").fetchAll([](SQLiteRow) { return 0; });
+              }),
+              SQLITE_BUSY);
+    other.query("rollback", {});
+    insertion.execute({});
+    EXPECT_EQ(connection.query("select count(*) from t", {}).rows, (Rows{{1.0}}));
 }
 
 TEST_F(SQLiteStatementTest, FetchesAllThatTheReaderMakesOfTheRows) {

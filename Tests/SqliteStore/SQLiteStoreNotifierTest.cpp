@@ -110,6 +110,22 @@ TEST_F(SQLiteStoreNotifierTest, RemovesExactlyALiveStoresListeners) {
     EXPECT_THAT(transcript.lines(), UnorderedElementsAre("of other 0", "of none 0", "of gone 0"));
 }
 
+TEST_F(SQLiteStoreNotifierTest, DestroysWhatItRemovesWithNoLockHeld) {
+    const auto store = test::memoryStore();
+    const auto registered = [&](const char* name) {
+        return notifier.registerListener(
+            store, [end = test::whenDestroyed([this, name] {
+                        notifier.unregisterListener("unknown"); // takes the registry's lock
+                        transcript.add(std::string(name) + " destroyed");
+                    })](const Changes&) {});
+    };
+    const std::string one = registered("one");
+    registered("another");
+    notifier.unregisterListener(one);
+    notifier.unsubscribeListeners(*store);
+    EXPECT_EQ(transcript.lines(), (Lines{"one destroyed", "another destroyed"}));
+}
+
 TEST_F(SQLiteStoreNotifierTest, HandsEveryListenerTheSameListOnTheCallingThread) {
     const Changes changes{{.type = SQLiteOperationType::delete_,
                            .table = "t",

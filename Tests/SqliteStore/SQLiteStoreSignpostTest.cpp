@@ -75,6 +75,17 @@ class SQLiteStoreSignposts : public testing::Test {
     void SetUp() override { platform::setSignpostSink(sink); }
     void TearDown() override { platform::setSignpostSink(nullptr); }
 
+    /// The names of the events so far.
+    Lines events() const {
+        Lines names;
+        for (const std::string& line : sink->transcript.lines()) {
+            if (line.starts_with("event ")) {
+                names.push_back(line.substr(6, line.find(" #") - 6));
+            }
+        }
+        return names;
+    }
+
     const std::shared_ptr<SQLiteStore> store = test::memoryStore();
     const std::shared_ptr<RecordingSink> sink = std::make_shared<RecordingSink>();
 };
@@ -154,6 +165,28 @@ TEST_F(SQLiteStoreSignposts, EndTheRollbackEvenWhenThereIsNothingToRollBack) {
                             "event transaction rollback #3" + connectionQueue,
                             "event transaction rolled back #3" + connectionQueue,
                             "end batch #3" + connectionQueue + ": error: <private>"}));
+}
+
+TEST_F(SQLiteStoreSignposts, TellOfABeginThatFailsThatItWasTried) {
+    test::query(*store, "begin");
+    test::batch(*store, {});
+    EXPECT_EQ(events(),
+              (Lines{"transaction begin", "transaction rollback", "transaction rolled back"}));
+}
+
+TEST_F(SQLiteStoreSignposts, DoNotTellOfACommitThatFailsThatItWasDone) {
+    test::query(*store, "PRAGMA foreign_keys = ON");
+    test::query(*store, "create table child (key primary key, parent references zem_data(key)"
+                        " deferrable initially deferred)");
+    EXPECT_EQ(test::batch(*store, {SQLiteUpsert{.table = "child",
+                                                .keyColumn = "key",
+                                                .conflictColumns = {"key"},
+                                                .columns = {"key", "parent"},
+                                                .rows = {{"a", "nobody"}},
+                                                .context = {}}}),
+              "The operation couldn't be completed. (SQLiteResult error 19.)");
+    EXPECT_EQ(events(), (Lines{"transaction begin", "transaction commit", "transaction rollback",
+                               "transaction rolled back"}));
 }
 
 TEST_F(SQLiteStoreSignposts, OfCallsHaveIdentifiersOfTheirOwn) {
