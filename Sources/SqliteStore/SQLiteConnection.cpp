@@ -4,6 +4,7 @@
 #include <zem/SqliteStore/Private/SQLiteConnection.h>
 #include <zem/SqliteStore/SQLiteOpeningError.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <limits>
@@ -181,6 +182,30 @@ void SQLiteConnection::enableWriteAheadLogging() {
     execute("PRAGMA synchronous = NORMAL");
 }
 
+void SQLiteConnection::useFullSynchronous() {
+    execute("PRAGMA synchronous = FULL");
+}
+
+void SQLiteConnection::limitTextLength(std::int32_t bytes) {
+    sqlite3_limit(connection.get(), SQLITE_LIMIT_LENGTH, bytes);
+}
+
+bool SQLiteConnection::fits(std::span<const SQLiteValue> values) const {
+    constexpr int unchanged = -1;
+    const auto most =
+        static_cast<std::size_t>(sqlite3_limit(connection.get(), SQLITE_LIMIT_LENGTH, unchanged));
+    return std::ranges::all_of(values, [most](const SQLiteValue& value) {
+        const std::string* text = value.string();
+        // It is bound up to its first NUL.
+        return text == nullptr || text->size() <= most || strnlen(text->c_str(), most + 1) <= most;
+    });
+}
+
+void SQLiteConnection::failTooBig(const std::string& sql) const {
+    reportSQLiteFailure({SQLITE_TOOBIG, sqlite3_errstr(SQLITE_TOOBIG), sql}, &whenFailing);
+    throw SQLiteResult(SQLITE_TOOBIG);
+}
+
 void SQLiteConnection::expectReservedSpace() {
     // The number of bytes kept free at the end of each page stands in the plain part of the header,
     // which nothing authenticates. With a wrong one SQLite would write over the cipher's own bytes.
@@ -240,7 +265,7 @@ void SQLiteConnection::execute(const char* sql) {
 void SQLiteConnection::rollBack() noexcept {
     emitSQLiteStoreEvent("transaction rollback");
     try {
-        execute("ROLLBACK TRANSACTION");
+        SQLiteStatement("ROLLBACK TRANSACTION", connection.get()).execute();
     } catch (const SQLiteResult&) {
         // The caller is to see what went wrong first.
     }
@@ -250,6 +275,9 @@ void SQLiteConnection::rollBack() noexcept {
 void SQLiteConnection::query(const std::string& sql, std::span<const SQLiteValue> params,
                              SQLiteRowReader& reader) {
     SQLiteStatement statement = prepare(sql);
+    if (!fits(params)) {
+        failTooBig(sql);
+    }
     statement.bind(params);
     reader.columns(statement.columnNames());
 

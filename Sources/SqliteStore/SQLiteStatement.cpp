@@ -1,5 +1,7 @@
+#include <zem/SqliteStore/Private/CallOut.h>
 #include <zem/SqliteStore/Private/FatalError.h>
 #include <zem/SqliteStore/Private/SQLiteStatement.h>
+#include <zem/SqliteStore/Private/SQLiteStoreLog.h>
 
 #include <limits>
 
@@ -30,8 +32,33 @@ SQLiteValue SQLiteRow::value(int column) const {
     return std::visit([](auto payload) { return SQLiteValue(payload); }, cell(column));
 }
 
-SQLiteStatement::SQLiteStatement(const char* sql, sqlite3* connection) {
-    SQLiteResult(sqlite3_prepare_v3(connection, sql, -1, 0, &statement, nullptr)).expectOk();
+void reportSQLiteFailure(const SQLiteFailure& failure, const SQLiteFailureHandler* handler) {
+    if (handler != nullptr && *handler) {
+        callOut("a failure handler", *handler, failure);
+        return;
+    }
+    sqliteStoreLog().error("SQLite answered %{public}d: %{private}s, to: %{private}s",
+                           {failure.code, failure.message, failure.sql});
+}
+
+SQLiteStatement::SQLiteStatement(const char* sql, sqlite3* connection,
+                                 const SQLiteFailureHandler* whenFailing)
+    : whenFailing(whenFailing) {
+    const SQLiteResult result(sqlite3_prepare_v3(connection, sql, -1, 0, &statement, nullptr));
+    if (result.rawValue != SQLITE_OK) {
+        reportSQLiteFailure({result.rawValue, sqlite3_errmsg(connection), sql}, whenFailing);
+        throw result;
+    }
+}
+
+void SQLiteStatement::fail(std::int32_t result) const {
+    if (result != SQLITE_DONE) { // no row is no failure of SQLite
+        const char* sql = sqlite3_sql(statement);
+        reportSQLiteFailure(
+            {result, sqlite3_errmsg(sqlite3_db_handle(statement)), sql == nullptr ? "" : sql},
+            whenFailing);
+    }
+    throw SQLiteResult(result);
 }
 
 SQLiteStatement::~SQLiteStatement() {

@@ -70,12 +70,17 @@ SQLiteConnection::Options encryptedOnly(SQLiteStore::Options options) {
 }
 
 SQLiteConnection::Options connectionOptions(SQLiteStore::Options options) {
+    const SQLiteStore::Synchronous synchronous = options.synchronous;
     SQLiteConnection::Options result = encryptedOnly(std::move(options));
     if (result.storage.isFile()) { // a database in memory has no write-ahead log
         result.setUpActions.push_back([](SQLiteConnection& connection) {
             connection.enableWriteAheadLogging();
             connection.expectReservedSpace();
         });
+        if (synchronous == SQLiteStore::Synchronous::full) {
+            result.setUpActions.push_back(
+                [](SQLiteConnection& connection) { connection.useFullSynchronous(); });
+        }
     }
     return result;
 }
@@ -98,7 +103,30 @@ void perform(const SQLiteDelete& delete_, SQLiteConnection& connection) {
     }
 }
 
+bool fits(const SQLiteUpsert& upsert, const SQLiteConnection& connection) {
+    return std::ranges::all_of(upsert.rows, [&](const auto& row) { return connection.fits(row); });
+}
+
+bool fits(const SQLiteDelete& delete_, const SQLiteConnection& connection) {
+    return connection.fits(delete_.ids);
+}
+
+/// Before anything is bound: SQLite would write NULL for a text that is too long.
+void requireToFit(const std::vector<SQLiteOperation>& operations,
+                  const SQLiteConnection& connection) {
+    for (const SQLiteOperation& operation : operations) {
+        std::visit(
+            [&](const auto& chosen) {
+                if (!fits(chosen, connection)) {
+                    connection.failTooBig(chosen.sqlString());
+                }
+            },
+            operation.value);
+    }
+}
+
 void _perform(const std::vector<SQLiteOperation>& operations, SQLiteConnection& connection) {
+    requireToFit(operations, connection);
     for (const SQLiteOperation& operation : operations) {
         std::visit([&connection](const auto& chosen) { perform(chosen, connection); },
                    operation.value);
@@ -268,7 +296,10 @@ class SQLiteStore::Batch final : public Work {
 };
 
 std::shared_ptr<SQLiteStore> SQLiteStore::create(Options options) {
-    return std::shared_ptr<SQLiteStore>(new SQLiteStore(std::move(options)));
+    SQLiteFailureHandler onFailure = std::move(options.onFailure);
+    std::shared_ptr<SQLiteStore> store(new SQLiteStore(std::move(options)));
+    store->connection->setFailureHandler(std::move(onFailure));
+    return store;
 }
 
 bool SQLiteStore::removeHalfMade(Options options) {
@@ -290,6 +321,25 @@ SQLiteStore::SQLiteStore(Options options)
 
 SQLiteStore::~SQLiteStore() {
     SQLiteStoreNotifier::shared().unsubscribeListeners(*this);
+    connection.reset();
+    if (closedCallbacks.empty()) {
+        return;
+    }
+    // Behind the work at hand, which may have let go of the store just now and is answered next,
+    // and behind what is dropped of the queue.
+    connectionQueue->async(
+        [queue = callbackQueue, callbacks = std::move(closedCallbacks)]() mutable {
+            queue->async([callbacks = std::move(callbacks)] {
+                for (const std::function<void()>& callback : callbacks) {
+                    callOut("a callback", callback);
+                }
+            });
+        });
+}
+
+void SQLiteStore::whenClosed(std::function<void()> callback) {
+    const platform::Lock lock(mutex);
+    closedCallbacks.push_back(std::move(callback));
 }
 
 void SQLiteStore::query(std::string sql, std::vector<SQLiteValue> params,

@@ -3,7 +3,9 @@
 // The encrypted key/value store in which the JavaScript runtime keeps its cache and its drafts.
 
 #include <zem/Platform/Bytes.h>
+#include <zem/Platform/Mutex.h>
 #include <zem/Platform/Queue.h>
+#include <zem/SqliteStore/SQLiteFailure.h>
 #include <zem/SqliteStore/SQLiteOperations.h>
 #include <zem/SqliteStore/SQLiteResultSet.h>
 #include <zem/SqliteStore/SQLiteRowSink.h>
@@ -30,8 +32,9 @@ class SQLiteConnection;
 /// same order. One store per database file.
 ///
 /// There is no closing: the database is open until the last reference is dropped, which may be done
-/// anywhere, from a callback or a listener too. Work that has not begun by then is dropped without
-/// any callback. When a caller hears of its work, that work no longer holds the store.
+/// anywhere, from a callback or a listener too; `whenClosed` tells when it is closed. Work that has
+/// not begun by then is dropped without any callback. When a caller hears of its work, that work no
+/// longer holds the store.
 ///
 /// Callbacks may be empty. What they throw is logged and dropped.
 class SQLiteStore final : public tessel::Plugin, public std::enable_shared_from_this<SQLiteStore> {
@@ -71,6 +74,10 @@ class SQLiteStore final : public tessel::Plugin, public std::enable_shared_from_
         std::variant<Key, KeyAndSalt, InternalKeyAndSalt> value;
     };
 
+    /// When what is written is synced to the disk. `normal`: when the write-ahead log is taken into
+    /// the file, now and then. `full`: with every batch, which then takes as long as the disk does.
+    enum class Synchronous { normal, full };
+
     struct Options {
         Options(SQLiteStorage where, EncryptionOption how)
             : storage(std::move(where))
@@ -81,6 +88,11 @@ class SQLiteStore final : public tessel::Plugin, public std::enable_shared_from_
 
         SQLiteStorage storage;
         EncryptionOption encryption;
+        Synchronous synchronous = Synchronous::normal; ///< of no meaning in memory
+        /// Hears SQLite's own words on every statement that fails once the store is open, on the
+        /// connection queue, before the caller hears. For a developer's eyes: they may quote
+        /// values. Without it they go to the log, marked private.
+        SQLiteFailureHandler onFailure = {};
     };
 
     /// Opens the store and brings its schema up to date before returning. Throws what went wrong:
@@ -118,12 +130,26 @@ class SQLiteStore final : public tessel::Plugin, public std::enable_shared_from_
     /// hear of one change per operation, on the connection queue, and then `onCompletion` is called
     /// with nothing; else the database is unchanged, no listener hears anything, and `onCompletion`
     /// gets an opaque text that is not empty. It is called exactly once, on the callback queue.
+    ///
+    /// A batch that was acknowledged, by a completion with nothing, survives the end of the
+    /// process, however it ends. A power cut it survives with Synchronous::full only: with the
+    /// default, the last batches since the log was synced may be gone then. Those that are left are
+    /// whole, and none is gone before one that is left.
+    ///
+    /// A text longer than SQLite takes, a billion bytes, makes the whole batch fail.
     void batchOperations(std::vector<SQLiteOperation> operations,
                          std::function<void(std::optional<std::string>)> onCompletion);
+
+    /// Calls `callback` once, on the callback queue, after the last reference to the store was
+    /// dropped: the work that it was at is done and answered, what waited is dropped, and the file
+    /// is closed. Of several, each is called, in the order of the calls.
+    void whenClosed(std::function<void()> callback);
 
     /// The bridge plugin "ZemSqliteStore": the methods "query", "batchOperations",
     /// "registerOnChangedListener" and "unsubscribeOnChangedListener". The first two return at
     /// once; a query's rows become engine values in chunks while later ones are still being read.
+    /// The connection queue never waits for JavaScript: everything that JavaScript hears, changes
+    /// too, it hears from the callback queue, a batch's changes before its completion.
     std::string_view namespace_() const override { return "ZemSqliteStore"; }
     void bind(tessel::Connection& to) override;
 
@@ -137,6 +163,8 @@ class SQLiteStore final : public tessel::Plugin, public std::enable_shared_from_
     registerOnChangedListener(const tessel::Callback<std::vector<SQLiteStoreChange>>& callback);
     void unsubscribeOnChangedListener(const std::string& uuid);
 
+    friend struct SQLiteStoreInspection;
+
     class Work;
     class Query;
     class Batch;
@@ -148,6 +176,8 @@ class SQLiteStore final : public tessel::Plugin, public std::enable_shared_from_
     std::shared_ptr<platform::SerialQueue> connectionQueue;
     std::shared_ptr<platform::SerialQueue> callbackQueue;
     std::unique_ptr<SQLiteConnection> connection; // used on connectionQueue only
+    platform::Mutex mutex;
+    std::vector<std::function<void()>> closedCallbacks;
 };
 
 } // namespace zem

@@ -5,7 +5,9 @@
 #include <SqliteStore/RawDatabase.h>
 #include <SqliteStore/Store.h>
 #include <Support/TemporaryFolder.h>
+#include <algorithm>
 #include <filesystem>
+#include <stdexcept>
 
 namespace {
 
@@ -147,6 +149,51 @@ TEST(SQLiteStoreLifetime, UnregisteringMayDestroyTheStoreThatTheListenerHeld) {
     EXPECT_FALSE(weak.expired());
     SQLiteStoreNotifier::shared().unregisterListener(uuid);
     EXPECT_TRUE(weak.expired());
+}
+
+TEST(SQLiteStoreLifetime, TellsWhenItIsClosedAfterTheLastWorkWasAnswered) {
+    const test::TemporaryFolder folder;
+    std::shared_ptr<SQLiteStore> store = fileStore(folder);
+    test::Transcript transcript;
+    test::Event closed("the store to be closed");
+    const auto note = [&](const std::string& what) {
+        transcript.add(what + " on " + platform::SerialQueue::currentLabel());
+    };
+    store->whenClosed([&] {
+        note(std::filesystem::exists(folder / "zem.db-wal") ? "open" : "closed");
+        throw std::runtime_error("which is logged and dropped");
+    });
+    store->whenClosed([&] {
+        note("closed, too");
+        closed.signal();
+    });
+    test::Gate gate;
+    gate.enter(*store);
+    // Of what waits, the first is at work when the store is dropped by the listener.
+    const test::Registration listener([&](const auto&) { store.reset(); });
+    store->batchOperations({test::upsert({{"a", "1", nullptr}})},
+                           [&](std::optional<std::string>) { note("answered"); });
+    store->batchOperations({}, [&, end = test::whenDestroyed([&] { note("dropped"); })](
+                                   std::optional<std::string>) { note("never"); });
+    gate.open();
+    closed.wait();
+    const std::string callbacks = " on com.quorvane.zem.SQLiteConnectionCallbacks";
+    Lines lines = transcript.lines();
+    const auto dropped = std::ranges::find(lines, "dropped on com.quorvane.zem.SQLiteConnection");
+    ASSERT_NE(dropped, lines.end());
+    EXPECT_LT(dropped - lines.begin(), 2); // beside the answer, on another queue
+    lines.erase(dropped);
+    EXPECT_EQ(lines,
+              (Lines{"answered" + callbacks, "closed" + callbacks, "closed, too" + callbacks}));
+}
+
+TEST(SQLiteStoreLifetime, TellsWhenItIsClosedThoughNobodyElseHoldsIt) {
+    const test::TemporaryFolder folder;
+    test::Arrival<bool> isOpen("the store to be closed");
+    std::shared_ptr<SQLiteStore> store = fileStore(folder);
+    store->whenClosed([&] { isOpen.put(std::filesystem::exists(folder / "zem.db-wal")); });
+    store.reset();
+    EXPECT_FALSE(isOpen.get());
 }
 
 TEST(SQLiteStoreLifetime, MayBeDroppedWhileRowsAreBeingRead) {

@@ -313,4 +313,20 @@ TEST_F(SQLiteStoreOpening, LeavesNoDescriptorOpenWhenItFails) {
     EXPECT_EQ(descriptors(), before);
 }
 
+TEST(SQLiteStoreSynchronous, SyncsWithEveryBatchOnlyWhereItIsAskedTo) {
+    const test::TemporaryFolder folder;
+    const auto synchronous = [&](std::optional<SQLiteStore::Synchronous> asked) {
+        SQLiteStore::Options options(folder.path(), test::keyAndSalt());
+        if (asked) {
+            options.synchronous = *asked;
+        }
+        const auto store = SQLiteStore::create(std::move(options));
+        EXPECT_EQ(test::query(*store, "PRAGMA journal_mode").rows.at(0).at(0), SQLiteValue("wal"));
+        return test::query(*store, "PRAGMA synchronous").rows.at(0).at(0);
+    };
+    EXPECT_EQ(synchronous(std::nullopt), SQLiteValue(1));
+    EXPECT_EQ(synchronous(SQLiteStore::Synchronous::normal), SQLiteValue(1));
+    EXPECT_EQ(synchronous(SQLiteStore::Synchronous::full), SQLiteValue(2));
+}
+
 } // namespace

@@ -59,7 +59,7 @@ struct RawTexts<zem::SQLiteOperationType> {
     static constexpr auto& table = zem::sqliteOperationTypeTexts;
 };
 
-/// One flat object: "type", and beside it the fields of the record that the type names.
+/// One flat object: "type", and beside it the fields of the record that the type names. Only read.
 template <>
 struct Coding<zem::SQLiteOperation> {
     static constexpr std::string_view expected = "an object";
@@ -78,16 +78,6 @@ struct Coding<zem::SQLiteOperation> {
             return decodeRecord<zem::SQLiteDelete>(value);
         }
         return decodeRecord<zem::SQLiteUpsert>(value);
-    }
-
-    template <class E>
-    static typename E::Output encode(E& encoder, const zem::SQLiteOperation& operation) {
-        auto object = encoder.object();
-        static const FieldName typeName("type");
-        object.set(typeName, tessel::encode(encoder, operation.type()));
-        std::visit([&](const auto& record) { encodeFields(encoder, object, record); },
-                   operation.value);
-        return object.finish();
     }
 
   private:

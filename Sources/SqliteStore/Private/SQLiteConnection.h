@@ -7,6 +7,7 @@
 #include <zem/SqliteStore/Private/SQLiteStatement.h>
 #include <zem/SqliteStore/Private/SQLiteStoreLog.h>
 #include <zem/SqliteStore/SQLiteConnectionError.h>
+#include <zem/SqliteStore/SQLiteFailure.h>
 #include <zem/SqliteStore/SQLiteResultSet.h>
 #include <zem/SqliteStore/SQLiteStorage.h>
 
@@ -20,6 +21,7 @@
 #include <span>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace zem {
@@ -62,11 +64,27 @@ class SQLiteConnection {
     /// With the salt given, the file's first 32 bytes stay plain and do not hold it.
     void useEncryptionKey(platform::BytesView key, platform::BytesView salt);
     void enableWriteAheadLogging();
+    /// Syncs the write-ahead log with every commit.
+    void useFullSynchronous();
     /// Throws SQLITE_CORRUPT when the pages of the file, which has been read, do not keep the space
     /// free that the cipher needs at their end.
     void expectReservedSpace();
 
-    SQLiteStatement prepare(const char* sql) { return SQLiteStatement(sql, connection.get()); }
+    /// Who hears of failing statements from now on. One that only undoes another's failure, the
+    /// rollback of a transaction, is not reported.
+    void setFailureHandler(SQLiteFailureHandler handler) { whenFailing = std::move(handler); }
+
+    /// Lowers how many bytes a text may have; for tests.
+    void limitTextLength(std::int32_t bytes);
+
+    /// Whether no text is longer than SQLite takes: binding it would bind NULL.
+    bool fits(std::span<const SQLiteValue> values) const;
+    /// Fails the statement `sql` for a value that does not fit.
+    [[noreturn]] void failTooBig(const std::string& sql) const;
+
+    SQLiteStatement prepare(const char* sql) {
+        return SQLiteStatement(sql, connection.get(), &whenFailing);
+    }
     SQLiteStatement prepare(const std::string& sql) { return prepare(sql.c_str()); }
 
     SQLiteResultSet query(const std::string& sql, std::span<const SQLiteValue> params);
@@ -110,6 +128,7 @@ class SQLiteConnection {
     void execute(const char* sql);
     void rollBack() noexcept;
 
+    SQLiteFailureHandler whenFailing;
     std::unique_ptr<sqlite3, Close> connection;
 };
 

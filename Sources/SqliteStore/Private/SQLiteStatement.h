@@ -2,6 +2,7 @@
 
 // A prepared statement: binding, stepping and reading rows.
 
+#include <zem/SqliteStore/SQLiteFailure.h>
 #include <zem/SqliteStore/SQLiteResult.h>
 #include <zem/SqliteStore/SQLiteRowSink.h>
 #include <zem/SqliteStore/SQLiteValue.h>
@@ -34,10 +35,17 @@ class SQLiteRow {
     sqlite3_stmt* statement;
 };
 
+/// Tells `handler` what SQLite says of a failure. Where there is none it goes to the log, its texts
+/// marked private.
+void reportSQLiteFailure(const SQLiteFailure& failure, const SQLiteFailureHandler* handler);
+
+/// Every failure of SQLite is reported before it is thrown.
 class SQLiteStatement {
   public:
-    /// Prepares `sql` up to its terminator; throws SQLiteResult when that fails.
-    SQLiteStatement(const char* sql, sqlite3* connection);
+    /// Prepares `sql` up to its terminator; throws SQLiteResult when that fails. `whenFailing`
+    /// hears of failures and outlives the statement.
+    SQLiteStatement(const char* sql, sqlite3* connection,
+                    const SQLiteFailureHandler* whenFailing = nullptr);
     ~SQLiteStatement();
     SQLiteStatement(const SQLiteStatement&) = delete;
     SQLiteStatement& operator=(const SQLiteStatement&) = delete;
@@ -60,7 +68,7 @@ class SQLiteStatement {
     template <class Reader>
     auto fetch(Reader&& reader) {
         if (const std::int32_t result = step(); result != SQLITE_ROW) {
-            throw SQLiteResult(result);
+            fail(result);
         }
         return reader(SQLiteRow(statement));
     }
@@ -73,7 +81,7 @@ class SQLiteStatement {
             reader(SQLiteRow(statement));
         }
         if (result != SQLITE_DONE) {
-            throw SQLiteResult(result);
+            fail(result);
         }
     }
 
@@ -90,7 +98,9 @@ class SQLiteStatement {
 
   private:
     std::int32_t step();
+    [[noreturn]] void fail(std::int32_t result) const;
 
+    const SQLiteFailureHandler* whenFailing;
     sqlite3_stmt* statement = nullptr;
 };
 
