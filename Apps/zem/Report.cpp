@@ -24,6 +24,14 @@ std::string labelled(const std::string& label, const std::string& text) {
 
 } // namespace
 
+void printConsoleError(bool json, const std::string& message) {
+    if (json) {
+        printLine(fmt::format(R"({{"level":"error","message":{}}})", quoted(message)));
+    } else {
+        printErrorLine(message);
+    }
+}
+
 Shown show(const tessel::Any& data) {
     std::string text = tessel::toText(data);
     return {text, std::move(text)};

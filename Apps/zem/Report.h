@@ -26,6 +26,9 @@ struct Shown {
     std::string json;
 };
 
+/// A line as `console.error` writes it.
+void printConsoleError(bool json, const std::string& message);
+
 /// Where people read the JSON, too.
 Shown show(const tessel::Any& data);
 

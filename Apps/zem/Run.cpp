@@ -4,6 +4,7 @@
 #include "Failure.h"
 #include "File.h"
 #include "Output.h"
+#include "Report.h"
 #include "Store.h"
 #include <zem/Platform/ChromeTrace.h>
 #include <zem/Platform/Log.h>
@@ -78,7 +79,10 @@ void Run::start() {
         startEngine(scope);
         return settings.parse(scope);
     });
-    store = openStore(options);
+    store = openStore(options, [json = options.json](const SQLiteFailure& failure) {
+        printConsoleError(json, fmt::format("store: {} (SQLite error {}), to: {}", failure.message,
+                                            failure.code, failure.sql));
+    });
     connection.emplace(context, activity);
     connection->add(*store);
     connection->add(*draftQueuePlugin);
@@ -273,10 +277,10 @@ void Run::finish() {
     }
     if (store != nullptr) {
         const std::future<void> closed = closeStore(std::move(store));
-        if (stopped) {
+        if (threadEnds) {
             closed.wait();
         } else {
-            // A script that nobody can stop may go on giving it work.
+            // A script that nobody can stop may be in a call, and go on giving it work.
             closed.wait_for(stopLimit);
         }
     }

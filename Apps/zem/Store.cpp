@@ -67,41 +67,28 @@ std::shared_ptr<SQLiteStore> openOrRemove(const RunOptions& options,
     return SQLiteStore::create(store);
 }
 
-std::shared_ptr<SQLiteStore> open(const RunOptions& options) {
+SQLiteStore::Options storeOptions(const RunOptions& options) {
     if (options.inMemory) {
-        return SQLiteStore::create({SQLiteStorage::memory(), keyOfThisRun()});
+        return {SQLiteStorage::memory(), keyOfThisRun()};
     }
-    return openOrRemove(
-        options, {options.data, options.keys ? keyInFiles(*options.keys) : keyInSecretService()});
+    return {options.data, options.keys ? keyInFiles(*options.keys) : keyInSecretService()};
 }
 
-/// A query whose end, whichever it comes to, says that the work before it is done with the store.
-class LastQuery final : public SQLiteRowSink {
-  public:
-    explicit LastQuery(std::promise<void> ended)
-        : ended(std::move(ended)) {}
-    ~LastQuery() override { ended.set_value(); }
-    LastQuery(const LastQuery&) = delete;
-    LastQuery& operator=(const LastQuery&) = delete;
-
-    void columns(std::vector<std::string>) override {}
-    void row(std::span<const SQLiteCell>) override {}
-    void finished() override {}
-    void failed(const std::string&) override {}
-
-  private:
-    std::promise<void> ended;
-};
+std::shared_ptr<SQLiteStore> open(const RunOptions& options, SQLiteFailureHandler onFailure) {
+    SQLiteStore::Options opened = storeOptions(options);
+    opened.onFailure = std::move(onFailure);
+    return openOrRemove(options, opened);
+}
 
 } // namespace
 
-std::shared_ptr<SQLiteStore> openStore(const RunOptions& options) {
+std::shared_ptr<SQLiteStore> openStore(const RunOptions& options, SQLiteFailureHandler onFailure) {
     const auto fail = [&](const std::string& reason) {
         return Failure(exitStore,
                        fmt::format("cannot open the store {}: {}", nameOf(options), reason));
     };
     try {
-        return open(options);
+        return open(options, std::move(onFailure));
     } catch (const SQLiteOpeningError& error) {
         throw fail(error.reason());
     } catch (const std::system_error& error) {
@@ -114,8 +101,8 @@ std::shared_ptr<SQLiteStore> openStore(const RunOptions& options) {
 std::future<void> closeStore(std::shared_ptr<SQLiteStore> store) {
     std::promise<void> ended;
     std::future<void> end = ended.get_future();
-    store->queryRows("select 1", {}, std::make_unique<LastQuery>(std::move(ended)));
-    store.reset();
+    store->whenClosed(
+        [ended = std::make_shared<std::promise<void>>(std::move(ended))] { ended->set_value(); });
     return end;
 }
 

@@ -127,10 +127,13 @@ TEST(CommandFailure, AnInvocationThatIsAnsweredWithAnErrorHasFailed) {
 }
 
 TEST(CommandFailure, SQLAndScriptsSayTheirOwn) {
-    expectFailure("sql 'select nothing'",
-                  "The operation couldn't be completed. (SQLiteResult error 1.)");
     expectFailure("eval throw 'up'", "'up'");
     const Host host;
+    const auto sql = host.runCommands(runtimeAtOnce, "\nsql 'select missing'\n");
+    EXPECT_EQ(sql.errors, "store: no such column: missing (SQLite error 1), to: select missing\n"
+                          "zem: commands.txt:2: The operation couldn't be completed. "
+                          "(SQLiteResult error 1.)\n");
+    EXPECT_EQ(sql.code, 4);
     const auto thrown = host.runCommands("", "eval (() => { throw new RangeError('up') })()\n");
     EXPECT_EQ(thrown.errors, "zem: commands.txt:1: RangeError: up\n"
                              "    at commands.txt:1:30\n"

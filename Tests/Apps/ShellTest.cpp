@@ -303,8 +303,10 @@ TEST_F(Shell, ReadsPlainLinesWhereNobodyTypes) {
                              "i1 bad: failed: executeAdapter error - boom\n"
                              "[\"invokeAdapter\",\"later\",\"{}\",\"no context\"]\n"
                              "i2 later: {\"late\":true}\n");
-    EXPECT_EQ(result.errors, "zem: there is no command \"nonsense\"\n"
-                             "zem: The operation couldn't be completed. (SQLiteResult error 1.)\n");
+    EXPECT_EQ(result.errors,
+              "zem: there is no command \"nonsense\"\n"
+              "store: near \"nonsense\": syntax error (SQLite error 1), to: nonsense\n"
+              "zem: The operation couldn't be completed. (SQLiteResult error 1.)\n");
     EXPECT_EQ(result.code, 0);
 }
 

@@ -258,4 +258,24 @@ TEST(StoreKey, HasTwoWaysOutWhileTheKeyringIsLocked) {
     EXPECT_EQ(service.itemCount(keyLabel), 0U);
 }
 
+TEST(Store, SaysInSQLitesWordsWhyAStatementOfTheBundleFailed) {
+    const Host host;
+    const std::string failing = "ZemSqliteStore.query(\"select 'it'\\nfrom nowhere\", [],"
+                                "() => {}, (text) => console.log(text))";
+    const auto result = host.runScript(failing);
+    EXPECT_EQ(result.output, "The operation couldn't be completed. (SQLiteResult error 1.)\n");
+    EXPECT_EQ(result.errors, "store: no such table: nowhere (SQLite error 1), to: select 'it'\n"
+                             "from nowhere\n");
+    EXPECT_EQ(result.code, 0);
+    const auto json = host.runScript(failing, {"--json"});
+    EXPECT_EQ(json.output,
+              R"x({"level":"error","message":"store: no such table: nowhere (SQLite error 1), )x"
+              R"x(to: select 'it'\nfrom nowhere"})x"
+              "\n"
+              R"x({"level":"log","message":"The operation couldn't be completed. )x"
+              R"x((SQLiteResult error 1.)"})x"
+              "\n");
+    EXPECT_EQ(json.errors, "");
+}
+
 } // namespace
