@@ -5,6 +5,7 @@
 #include <zem/Core/Private/CallbackQueue.h>
 #include <zem/Core/Private/EnterRuntime.h>
 #include <zem/Core/Private/Once.h>
+#include <zem/Core/Private/Promise.h>
 #include <zem/Core/Private/SubscriptionList.h>
 #include <zem/Core/SharedPriorityQueue.h>
 #include <zem/JavaScript/Scope.h>
@@ -29,14 +30,6 @@ constexpr double longestTimeout = 1e9;
 
 constexpr double shortestWatchdogInterval = 1.0;
 constexpr double watchdogIntervalShare = 0.25;
-
-bool isThenable(js::Scope& scope, js::Local value) {
-    if (scope.kind(value) != js::Kind::object) {
-        return false;
-    }
-    const auto then = scope.get(value, "then");
-    return then && scope.kind(*then) == js::Kind::function;
-}
 
 /// The handle of the bytes in the binary store.
 std::expected<std::string, DataServiceError> keep(BinaryStore& store, const platform::Bytes& bytes,
@@ -389,24 +382,14 @@ void DataService::setMetadataTTL(std::int64_t ttl, std::function<void()> complet
 
 void DataService::setTTL(const js::Name& method, std::int64_t ttl,
                          std::function<void()> completion) {
-    static const js::Name then("then");
+    const auto self = shared_from_this(); // the runtime may drop the last reference
     const Once<> complete("a completion", std::move(completion));
     bool isPromised = false;
     enterRuntime(zem.context(), [&](js::Scope& scope) {
-        const js::Local function =
-            scope.function("completion", 0, [complete](js::Scope& inner, js::Local, js::Arguments) {
-                complete();
-                return inner.undefined();
-            });
-        auto answer =
+        const auto answer =
             scope.callMethod(scope.local(zem), method, {scope.number(static_cast<double>(ttl))});
-        if (answer && isThenable(scope, *answer)) {
-            isPromised = true;
-            answer = scope.callMethod(*answer, then, {function});
-        }
-        if (!answer) {
-            scope.context().reportUncaught(scope, answer.error());
-        }
+        isPromised =
+            followPromise(scope, answer, [complete](js::Scope&, js::Local) { complete(); });
     });
     if (!isPromised) {
         complete();

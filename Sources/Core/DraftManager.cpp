@@ -42,28 +42,10 @@ std::expected<T, Error> failed(Error error) {
 
 /// `textless` is the text of a reason that has none.
 template <class T>
-SettledFunction reject(Once<std::expected<T, Error>> complete, const char* textless) {
+js::SettledFunction reject(Once<std::expected<T, Error>> complete, const char* textless) {
     return [complete = std::move(complete), textless](js::Scope& scope, js::Local reason) {
         complete(failed<T>(Error::promiseRejection(scope.stringForm(reason).value_or(textless))));
     };
-}
-
-/// Whether what the runtime answered is a promise. One that fails when it is asked may have kept
-/// what it was given, and settle yet.
-bool follow(js::Scope& scope, const js::Result<js::Local>& answer, SettledFunction fulfilled,
-            SettledFunction rejected) {
-    if (!answer) {
-        report(scope, answer.error());
-        return false;
-    }
-    if (!isPromise(scope, *answer)) {
-        return false;
-    }
-    if (const auto asked = whenSettled(scope, *answer, std::move(fulfilled), std::move(rejected));
-        !asked) {
-        report(scope, asked.error());
-    }
-    return true;
 }
 
 } // namespace
@@ -333,7 +315,7 @@ void DraftManager::addExternalAction(std::string targetId, Metadata metadata,
             scope.callMethod(scope.local(draftManager), function,
                              {scope.string(externalActionHandlerId), scope.string(targetId),
                               scope.string({}), tessel::encodeValue(scope, metadata)});
-        isPromised = follow(
+        isPromised = followPromise(
             scope, answer,
             [complete](js::Scope& inner, js::Local value) {
                 tessel::Decoded<DraftQueueItem> item =
@@ -373,7 +355,7 @@ void DraftManager::setExternalActionExecutor(ExternalActionExecutor executor,
         const auto answer = scope.callMethod(scope.local(draftManager), function,
                                              {scope.string(externalActionHandlerId),
                                               externalActionFunction(scope, std::move(executor))});
-        isPromised = follow(
+        isPromised = followPromise(
             scope, answer,
             [weak = weak_from_this(), complete](js::Scope& inner, js::Local value) {
                 const auto manager = weak.lock();

@@ -5,62 +5,47 @@
 
 namespace zem {
 
-namespace {
-
-const js::Name& thenName() {
-    static const js::Name name("then");
-    return name;
-}
-
-js::Local makeFunction(js::Scope& scope, const char* name, SettledFunction settled) {
-    return scope.function(name, 1,
-                          [settled = std::move(settled)](js::Scope& inner, js::Local,
-                                                         js::Arguments arguments) mutable {
-                              settled(inner, arguments.empty() ? inner.undefined() : arguments[0]);
-                              return inner.undefined();
-                          });
-}
-
-} // namespace
-
-bool isPromise(js::Scope& scope, js::Local answer) {
-    return scope.isObject(answer) && scope.has(answer, thenName()).value_or(false);
-}
-
-js::Result<void> whenSettled(js::Scope& scope, js::Local promise, SettledFunction fulfilled,
-                             SettledFunction rejected) {
-    const auto answer = scope.callMethod(promise, thenName(),
-                                         {makeFunction(scope, "fulfilled", std::move(fulfilled)),
-                                          makeFunction(scope, "rejected", std::move(rejected))});
-    if (!answer) {
-        return std::unexpected(answer.error());
+bool followPromise(js::Scope& scope, const js::Result<js::Local>& answer,
+                   js::SettledFunction fulfilled, js::SettledFunction rejected) {
+    const js::Result<bool> isPromise =
+        answer ? js::isPromise(scope, *answer) : std::unexpected(answer.error());
+    if (!isPromise) {
+        scope.context().reportUncaught(scope, isPromise.error());
+        return false;
     }
-    return {};
+    if (!*isPromise) {
+        return false;
+    }
+    const js::Result<bool> hasThen =
+        js::whenSettled(scope, *answer, std::move(fulfilled), std::move(rejected));
+    if (!hasThen) {
+        scope.context().reportUncaught(scope, hasThen.error());
+    }
+    return hasThen.value_or(true);
 }
 
 void callForPromise(js::Scope& scope, js::Local object, const js::Name& function,
-                    js::Arguments arguments, SettledFunction fulfilled, SettledFunction rejected) {
+                    js::Arguments arguments, js::SettledFunction fulfilled,
+                    js::SettledFunction rejected) {
     const auto ask = [&]() -> js::Result<void> {
-        // A promise that is rejected already is heard of before it counts as one that nobody hears.
+        // A promise that was rejected before gets its handler before it counts as unhandled.
         const js::Sequence sequence(scope);
-        const js::Result<js::Local> promise = scope.callMethod(object, function, arguments);
-        if (!promise) {
-            return std::unexpected(promise.error());
+        const js::Result<js::Local> answer = scope.callMethod(object, function, arguments);
+        if (!answer) {
+            return std::unexpected(answer.error());
         }
-        // What has no "then" is given no functions: the engine would keep them, and what they hold,
-        // for long. It is asked for what it answers, not for what it has: a proxy may answer any
-        // name.
-        const js::Result<js::Local> then =
-            scope.isObject(*promise) ? scope.get(*promise, thenName()) : scope.undefined();
-        if (!then) {
-            return std::unexpected(then.error());
+        // Not asked whether it has a "then": a proxy may answer to a name that it hides.
+        const js::Result<bool> hasThen =
+            js::whenSettled(scope, *answer, std::move(fulfilled), std::move(rejected));
+        if (!hasThen) {
+            return std::unexpected(hasThen.error());
         }
-        if (scope.kind(*then) == js::Kind::undefined) {
+        if (!*hasThen) {
             return scope.fail(js::ErrorType::typeError, function.text() +
                                                             ": expected a promise, found " +
-                                                            js::nameOf(scope.kind(*promise)));
+                                                            js::nameOf(scope.kind(*answer)));
         }
-        return whenSettled(scope, *promise, std::move(fulfilled), std::move(rejected));
+        return {};
     };
     if (const auto asked = ask(); !asked) {
         scope.context().reportUncaught(scope, asked.error());

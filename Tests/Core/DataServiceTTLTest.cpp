@@ -61,13 +61,49 @@ TEST_P(DataServiceTTL, GivesThenItsFunctionAndNothingElse) {
 }
 
 TEST_P(DataServiceTTL, CompletesAtOnceForWhatIsNoPromise) {
-    for (const char* answer : {"undefined", "null", "5", "({ then: 1 })", "'text'"}) {
+    for (const char* answer :
+         {"undefined", "null", "5", "'text'", "({})", "({ then: undefined })", "() => {}"}) {
         test::evaluate(runtime.context, "on." + name() + " = () => " + answer + ";");
         const auto service = runtime.service();
         set(*service, 1);
         EXPECT_EQ(transcript.lines(), (Lines{"completed", "returned"})) << answer;
         transcript.clear();
     }
+}
+
+TEST_P(DataServiceTTL, CompletesForWhateverHasAThen) {
+    for (const char* answer :
+         {"Object.assign(() => {}, { then(done) { done(); } })",
+          "Object.assign([], { then(done) { done(); } })", "new (class { then(done) { done(); } })",
+          "({ then(done) { done(); throw 'late'; } })"}) {
+        test::evaluate(runtime.context, "on." + name() + " = () => (" + answer + ");");
+        const auto service = runtime.service();
+        set(*service, 1);
+        EXPECT_EQ(transcript.lines(), (Lines{"completed", "returned"})) << answer;
+        transcript.clear();
+    }
+    EXPECT_EQ(runtime.uncaught.lines(), Lines{"late"});
+}
+
+TEST_P(DataServiceTTL, NeverCompletesForAThenThatCannotBeCalled) {
+    for (const char* answer : {"({ then: 1 })", "({ get then() { throw 'mine'; } })",
+                               "({ then() { throw 'before'; } })"}) {
+        test::evaluate(runtime.context, "on." + name() + " = () => " + answer + ";");
+        const auto service = runtime.service();
+        set(*service, 1);
+    }
+    EXPECT_EQ(transcript.lines(), Lines(3, "returned"));
+    EXPECT_EQ(runtime.uncaught.lines(),
+              (Lines{"TypeError: then: expected a function, found a number", "mine", "before"}));
+}
+
+TEST_P(DataServiceTTL, CompletesAtOnceForAProxyThatThrowsWhenAskedForAThen) {
+    test::evaluate(runtime.context,
+                   "on." + name() + " = () => new Proxy({}, { has() { throw 'mine'; } });");
+    const auto service = runtime.service();
+    set(*service, 1);
+    EXPECT_EQ(transcript.lines(), (Lines{"completed", "returned"}));
+    EXPECT_EQ(runtime.uncaught.lines(), Lines{"mine"});
 }
 
 TEST_P(DataServiceTTL, CompletesAtOnceWhenTheRuntimeThrows) {

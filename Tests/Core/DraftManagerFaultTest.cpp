@@ -6,6 +6,7 @@
 
 #include <Core/DraftRuntime.h>
 #include <Support/LogCapture.h>
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -147,7 +148,7 @@ TEST_P(DraftManagerFault, OfAThenableThatSettlesLaterIsNone) {
     EXPECT_EQ(heard(), once(GetParam().heard));
 }
 
-TEST_P(DraftManagerFault, OfAProxyThatSaysNothingOfItsThenIsNoneWhereItIsNotAsked) {
+TEST_P(DraftManagerFault, OfAProxyThatHidesItsThenIsNoneWhereItIsNotAsked) {
     const bool isAsked = *GetParam().withoutPromise != 0;
     Lines expected;
     for (const char* has : {"return false;", "throw new Error('mine');"}) {
@@ -159,6 +160,16 @@ TEST_P(DraftManagerFault, OfAProxyThatSaysNothingOfItsThenIsNoneWhereItIsNotAske
         expected.emplace_back(isAsked ? GetParam().withoutPromise : GetParam().heard);
         EXPECT_EQ(heard(), expected) << has;
     }
+    EXPECT_EQ(runtime.uncaught.lines(), isAsked ? Lines{"Error: mine"} : Lines{});
+}
+
+TEST_P(DraftManagerFault, OfAThenThatIsAnotherEachTimeIsNoneBecauseItIsReadOnce) {
+    answerWith("{ get then() { heard('read then'); return (fulfilled) => fulfilled(" + answer() +
+               "); } }");
+    ask();
+    EXPECT_EQ(heard(), once(GetParam().heard));
+    Lines calls = runtime.calls.lines();
+    EXPECT_EQ(std::ranges::count(calls, "read then"), 1);
 }
 
 TEST_P(DraftManagerFault, OfAPromiseOfAPromiseIsNone) {
@@ -195,10 +206,17 @@ TEST_P(DraftManagerFault, OfARejectionHasTheTextOfItsReason) {
 
 TEST_P(DraftManagerFault, OfAnAnswerThatIsNoPromiseIsToldOrReported) {
     const std::pair<const char*, const char*> answers[] = {
-        {"undefined", "undefined"}, {"null", "null"},           {"7", "a number"},
-        {"'text'", "a string"},     {"true", "a boolean"},      {"({})", "an object"},
-        {"[]", "an array"},         {"() => {}", "a function"}, {"Symbol()", "a symbol"},
+        {"undefined", "undefined"},
+        {"null", "null"},
+        {"7", "a number"},
+        {"'text'", "a string"},
+        {"true", "a boolean"},
+        {"({})", "an object"},
+        {"[]", "an array"},
+        {"() => {}", "a function"},
+        {"Symbol()", "a symbol"},
         {"7n", "a BigInt"},
+        {"({ then: undefined })", "an object"},
     };
     Lines told;
     Lines reported;

@@ -1,28 +1,22 @@
 #pragma once
 
-// Hearing of what becomes of the runtime's promises.
+// The promises that functions of the runtime's objects return.
 
-#include <zem/JavaScript/Scope.h>
-
-#include <functional>
+#include <zem/JavaScript/Promise.h>
 
 namespace zem {
 
-/// Called with what a promise was settled with, on the thread that runs the JavaScript.
-using SettledFunction = std::move_only_function<void(js::Scope&, js::Local)>;
+/// Has one of the two called when the promise that the runtime answered with is settled. False when
+/// it answered with no promise, or with an exception. Exceptions, of "then" as well, go to the
+/// context's uncaught handler; a "then" that throws counts as a promise: it may settle yet.
+bool followPromise(js::Scope& scope, const js::Result<js::Local>& answer,
+                   js::SettledFunction fulfilled, js::SettledFunction rejected = {});
 
-/// Whether the runtime's answer is meant as a promise: it has something named "then".
-bool isPromise(js::Scope& scope, js::Local answer);
-
-/// Has one of the two called when `promise` is settled, which may be before this returns. Whether
-/// it really is a promise is its own affair: what is no promise may call both, and more than once.
-/// Fails when it could not be asked.
-js::Result<void> whenSettled(js::Scope& scope, js::Local promise, SettledFunction fulfilled,
-                             SettledFunction rejected);
-
-/// The same for the promise that a function of the runtime's object returns. What that throws, or
-/// that it returns no promise, goes to the context's uncaught handler.
+/// Calls `function` of the runtime's `object` and has one of the two called when the promise that
+/// it returns is settled. An answer that has no "then" is reported to the context's uncaught
+/// handler, like an exception.
 void callForPromise(js::Scope& scope, js::Local object, const js::Name& function,
-                    js::Arguments arguments, SettledFunction fulfilled, SettledFunction rejected);
+                    js::Arguments arguments, js::SettledFunction fulfilled,
+                    js::SettledFunction rejected);
 
 } // namespace zem
