@@ -413,6 +413,7 @@ template <class Config>
 void DataService::createContent(const char* adapterId, std::optional<std::string> contentDocumentId,
                                 const Config& config, std::optional<Metadata> metadata,
                                 ResultCallback callback) {
+    const auto self = shared_from_this(); // the store may drop the last reference
     const auto fail = [&](DataServiceError error) {
         callOut("a result callback", callback,
                 DataServiceResult(std::unexpected(std::move(error))));

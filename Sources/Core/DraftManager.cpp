@@ -171,6 +171,7 @@ template <class T, class... Arguments>
 void DraftManager::request(const js::Name& function,
                            std::function<void(std::expected<T, Error>)> completion,
                            const Arguments&... arguments) {
+    const auto self = shared_from_this(); // the runtime may drop the last reference
     using Result = std::expected<T, Error>;
     const Once<Result> complete(completionName, [weak = weak_from_this(),
                                                  completion =
@@ -244,6 +245,7 @@ void DraftManager::stopQueue() {
 }
 
 void DraftManager::setStarted(const js::Name& function, bool started) {
+    const auto self = shared_from_this(); // the runtime may drop the last reference
     enterRuntime(draftManager.context(), [&](js::Scope& scope) {
         const auto answer = scope.callMethod(scope.local(draftManager), function, js::Arguments());
         if (!answer) {
@@ -306,6 +308,7 @@ void DraftManager::queueChanged(js::Scope& scope, js::Arguments arguments) {
 void DraftManager::addExternalAction(std::string targetId, Metadata metadata,
                                      DraftQueueItemCallback completion) {
     static const js::Name function("addCustomAction");
+    const auto self = shared_from_this(); // the runtime may drop the last reference
     using Result = std::expected<DraftQueueItem, Error>;
     const Once<Result> complete(completionName, std::move(completion));
     bool isPromised = false;
@@ -335,6 +338,7 @@ void DraftManager::addExternalAction(std::string targetId, Metadata metadata,
 void DraftManager::setExternalActionExecutor(ExternalActionExecutor executor,
                                              DraftManagerCompletion completion) {
     static const js::Name function("setCustomActionExecutor");
+    const auto self = shared_from_this(); // the runtime may drop the last reference
     const Once<std::expected<void, Error>> complete(completionName, completion);
     std::optional superseded = BatchExternalActionExecutor{executor, std::move(completion)};
     js::Function ended;

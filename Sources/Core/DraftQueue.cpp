@@ -43,11 +43,12 @@ DraftQueue::DraftQueue(js::Value draftQueue)
 
 void DraftQueue::processNextAction(ProcessActionCallback response) {
     const Once<Outcome> answer("the response of processNextAction", std::move(response));
-    enterRuntime(draftQueue.context(), [&](js::Scope& scope) {
+    // A copy: the runtime and the response may drop the last reference to this queue.
+    const js::Value target = draftQueue;
+    enterRuntime(target.context(), [&](js::Scope& scope) {
         static const js::Name method("processNextAction");
-        // The response may let go of this queue: from here on nothing of it is needed.
         callForPromise(
-            scope, scope.local(draftQueue), method, {},
+            scope, scope.local(target), method, {},
             [answer](js::Scope& inner, js::Local value) { answer(fulfilment(inner, value)); },
             [answer](js::Scope& inner, js::Local reason) { answer(rejection(inner, reason)); });
     });
