@@ -147,12 +147,12 @@ void DraftManager::replay(const DraftManagerBatch& batching,
 
 void DraftManager::adopt(const std::string& identifier,
                          std::shared_ptr<Subscription> subscription) {
-    decltype(registry->subscriptions)::node_type ended;
-    DraftManagerUnsubscribe& handle = *subscription->unsubscribable;
+    DraftManagerUnsubscribe::Moved moved; // and `subscription`: dropped after the lock
     const platform::Lock held(lock);
-    registry->subscriptions.emplace(identifier, std::move(subscription));
-    if (!handle.move(removal(identifier))) {
-        ended = registry->subscriptions.extract(identifier);
+    registry->subscriptions.emplace(identifier, subscription);
+    moved = subscription->unsubscribable->move(removal(identifier));
+    if (moved.wasUnsubscribed) {
+        registry->subscriptions.erase(identifier);
     }
 }
 

@@ -12,35 +12,41 @@ constexpr const char* calledName = "a listener's unsubscribe callback";
 } // namespace
 
 DraftManagerUnsubscribe::DraftManagerUnsubscribe(std::function<void()> unsubscribe)
-    : callback(std::move(unsubscribe)) {}
+    : callback(share(std::move(unsubscribe))) {}
+
+DraftManagerUnsubscribe::Callback DraftManagerUnsubscribe::share(std::function<void()> callback) {
+    return std::make_shared<const std::function<void()>>(std::move(callback));
+}
 
 void DraftManagerUnsubscribe::unsubscribe() {
-    std::function<void()> called;
+    Callback called;
     {
         const platform::Lock held(lock);
         wasUnsubscribed = true;
         called = callback;
     }
-    callOut(calledName, called);
+    callOut(calledName, *called);
 }
 
 void DraftManagerUnsubscribe::setUnsubscribe(std::function<void()> value) {
+    Callback replaced = share(std::move(value));
     const platform::Lock held(lock);
-    callback.swap(value);
+    callback.swap(replaced);
 }
 
-bool DraftManagerUnsubscribe::move(std::function<void()> value) {
-    std::function<void()> called;
+DraftManagerUnsubscribe::Moved DraftManagerUnsubscribe::move(std::function<void()> value) {
+    Moved moved;
+    moved.replaced = share(std::move(value));
     {
         const platform::Lock held(lock);
-        called = callback;
+        moved.called = callback;
     }
-    callLogged(calledName, called);
-    // Who unsubscribes from now on does so at the new place; who did before has called what has
-    // just been called.
+    callLogged(calledName, *moved.called);
+    // An unsubscription from now on calls the new callback; an earlier one has called the old.
     const platform::Lock held(lock);
-    callback.swap(value);
-    return !wasUnsubscribed;
+    callback.swap(moved.replaced);
+    moved.wasUnsubscribed = wasUnsubscribed;
+    return moved;
 }
 
 } // namespace zem

@@ -5,10 +5,11 @@
 #include <zem/Platform/Mutex.h>
 
 #include <functional>
+#include <memory>
 
 namespace zem {
 
-/// Thread-safe. Destroying it ends nothing: what it is the handle of keeps it.
+/// Thread-safe. Destroying it ends nothing: the listener keeps its handle.
 class DraftManagerUnsubscribe {
   public:
     explicit DraftManagerUnsubscribe(std::function<void()> unsubscribe);
@@ -27,12 +28,24 @@ class DraftManagerUnsubscribe {
   private:
     friend class DraftManager;
 
+    /// Shared, so that none of the application's code runs where it is copied.
+    using Callback = std::shared_ptr<const std::function<void()>>;
+
+    struct Moved {
+        bool wasUnsubscribed = false; ///< before or meanwhile: the listener has no place any more
+        /// What was called and what was set until now; to be dropped without the manager's lock.
+        Callback called;
+        Callback replaced;
+    };
+
     /// The move from one manager to another: removes the listener there, and has it removed by
-    /// `callback` from now on. False when it was removed before: then it has no place anywhere.
-    [[nodiscard]] bool move(std::function<void()> callback);
+    /// `callback` from now on.
+    [[nodiscard]] Moved move(std::function<void()> callback);
+
+    static Callback share(std::function<void()> callback);
 
     mutable platform::Mutex lock;
-    std::function<void()> callback;
+    Callback callback;
     bool wasUnsubscribed = false;
 };
 

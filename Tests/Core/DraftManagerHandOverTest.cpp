@@ -2,6 +2,7 @@
 
 #include <zem/Core/BatchingDraftManager.h>
 #include <zem/Core/DraftManager.h>
+#include <zem/Platform/Mutex.h>
 #include <zem/Platform/RunLoop.h>
 
 #include <gmock/gmock.h>
@@ -264,6 +265,36 @@ TEST_F(DraftManagerHandOver, CallsWhatTheHandleHoldsOnceAndPutsItsOwnInItsPlace)
     EXPECT_EQ(manager->batching()->subscriptions.size(), 0u);
 }
 
+TEST_F(DraftManagerHandOver, CallsWhatTheHandleHoldsInOneStepWithTakingTheListenerOver) {
+    const auto handle = batching->registerOnChangedListener(results.listener());
+    handle->setUnsubscribe([] {
+        EXPECT_DEATH(platform::Mutex::assertNoneHeld("the listener moves"),
+                     "a lock is held while the listener moves");
+    });
+    const auto manager = handOver();
+    EXPECT_EQ(manager->batching()->subscriptions.size(), 1u);
+}
+
+TEST_F(DraftManagerHandOver, DropsWhatTheHandleHeldWhereItMayReachTheManager) {
+    const auto handle = batching->registerOnChangedListener(results.listener());
+    handle->setUnsubscribe([token = std::shared_ptr<void>(nullptr, [&](void*) {
+                                runtime.run("listener(queue(), 'started')");
+                            })] {});
+    const auto manager = handOver();
+    EXPECT_EQ(results.wait(1), Lines{"event: started [] started -"});
+}
+
+TEST_F(DraftManagerHandOver, DropsWhatIsSetInTheMiddleOfAMoveWhereItMayReachTheManager) {
+    const auto handle = batching->registerOnChangedListener(results.listener());
+    handle->setUnsubscribe([&] {
+        std::shared_ptr<void> token(nullptr,
+                                    [&](void*) { runtime.run("listener(queue(), 'started')"); });
+        handle->setUnsubscribe([token = std::move(token)] {});
+    });
+    const auto manager = handOver();
+    EXPECT_EQ(results.wait(1), Lines{"event: started [] started -"});
+}
+
 TEST_F(DraftManagerHandOver, TakesOverAListenerWhoseHandleHoldsNothing) {
     const auto handle = batching->registerOnChangedListener(results.listener());
     handle->setUnsubscribe(nullptr);
@@ -441,6 +472,7 @@ TEST(BatchingDraftManager, LetsGoOfWhatIsReplacedAtOnceAndMayBeCalledByThat) {
     // What is let go of calls the manager, as any other code of the application may.
     const auto token = [&](std::string name) {
         return std::shared_ptr<void>(nullptr, [&, name = std::move(name)](void*) {
+            platform::Mutex::assertNoneHeld("a callback is let go of");
             batching->startQueue();
             ended.push_back(name);
         });
@@ -517,6 +549,31 @@ TEST(BatchingDraftManager, RecordsWhatManyThreadsAskFor) {
         EXPECT_EQ(count, threads * rounds);
     }
     EXPECT_EQ(batch->started, false);
+}
+
+TEST(BatchingDraftManager, MayBeLookedAtAndEmptiedWhileManyThreadsAsk) {
+    constexpr std::size_t threads = 4;
+    constexpr std::size_t rounds = 250;
+    const auto batching = BatchingDraftManager::create();
+    std::atomic<std::size_t> working = threads;
+    std::array<std::thread, threads> callers;
+    for (std::thread& caller : callers) {
+        caller = std::thread([&] {
+            for (std::size_t round = 0; round < rounds; ++round) {
+                EXPECT_NE(batching->batching(), nullptr);
+                batching->getDraftQueue({});
+            }
+            --working;
+        });
+    }
+    std::size_t taken = 0;
+    while (working > 0) {
+        taken += batching->takeBatching()->queueRequest.size();
+    }
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    EXPECT_EQ(taken + batching->batching()->queueRequest.size(), threads * rounds);
 }
 
 TEST(BatchingDraftManager, LeavesHandlesHarmlessWhenItIsGone) {

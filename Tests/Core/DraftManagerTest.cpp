@@ -8,6 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <Core/DraftRuntime.h>
+#include <Support/EngineEntry.h>
+#include <Support/Wait.h>
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -333,6 +336,37 @@ TEST(DraftManager, DropsCompletionsThatItDoesNotLiveToSee) {
     runtime.runMainQueue();
     EXPECT_EQ(runtime.calls.lines().back(), "unregister()");
     EXPECT_EQ(results.lines().size(), 1u);
+}
+
+TEST(DraftManager, EndsWithoutWaitingForTheEngine) {
+    DraftRuntime runtime;
+    auto manager = runtime.manager();
+    test::Event isBusy("a busy engine");
+    std::atomic<bool> hasEnded = false;
+    test::setFunction(runtime.context, "hasEnded", 0,
+                      [&](js::Scope& scope, js::Local, js::Arguments) {
+                          isBusy.signal();
+                          return scope.boolean(hasEnded);
+                      });
+    // It gives up when it is waited for.
+    std::thread busy([&] {
+        const std::string limit = std::to_string(test::waitLimit.count() * 1000);
+        test::expectEval(runtime.context,
+                         "const limit = Date.now() + " + limit +
+                             "; var ended; while (!(ended = hasEnded()) && Date.now() < limit) {}"
+                             "ended",
+                         "boolean", "true");
+    });
+    isBusy.wait();
+    manager.reset();
+    if (test::engineEntry == test::EngineEntry::bound) {
+        // What remains to be done in the engine's thread is not waited for on the main thread.
+        test::runMainQueue();
+    }
+    hasEnded = true;
+    busy.join();
+    runtime.runMainQueue();
+    EXPECT_EQ(runtime.calls.lines(), (Lines{registration, "unregister()"}));
 }
 
 TEST(DraftManager, StillCallsWhatWasSettledBeforeItWasDestroyed) {

@@ -3,6 +3,7 @@
 #include <zem/Core/DraftQueueProxy.h>
 #include <zem/JavaScript/Context.h>
 #include <zem/JavaScript/Scope.h>
+#include <zem/Platform/Mutex.h>
 #include <zem/Platform/RunLoop.h>
 #include <zem/Tessel/Connection.h>
 #include <zem/TesselPluginZEM/DraftQueue/DraftQueuePlugin.h>
@@ -258,6 +259,17 @@ TEST_F(DraftQueuePluginTest, UsesTheDraftQueueThatIsInstalledWhenACallBegins) {
     EXPECT_EQ(transcript.lines(), (Lines{"first: method([])", "second: within([])",
                                          "result: of the second", "result: of the first"}));
     EXPECT_TRUE(watched.expired()) << "it was kept for as long as it was called";
+}
+
+TEST_F(DraftQueuePluginTest, MayBeCalledByADraftQueueThatIsLetGoOf) {
+    std::shared_ptr<void> token(nullptr, [&](void*) {
+        platform::Mutex::assertNoneHeld("a draft queue is let go of");
+        call(*plugin);
+    });
+    plugin->setDraftQueue(
+        fake([token = std::move(token)](const DraftQueueCallback&, const DraftQueueCallback&) {}));
+    plugin->setDraftQueue(nullptr);
+    EXPECT_EQ(transcript.lines(), Lines{"error: " + noQueue});
 }
 
 TEST_F(DraftQueuePluginTest, IsGoneForJavaScriptWhenItWasDropped) {
