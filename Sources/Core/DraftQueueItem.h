@@ -4,6 +4,7 @@
 
 #include <zem/Core/DataServiceResult.h>
 #include <zem/Tessel/Coding.h>
+#include <zem/Tessel/Packing.h>
 
 #include <boost/describe.hpp>
 
@@ -85,5 +86,8 @@ template <>
 struct RawTexts<zem::DraftActionOperationType> {
     static constexpr auto& table = zem::draftActionOperationTypeTexts;
 };
+
+template <>
+inline constexpr bool isPacked<zem::DraftQueueItem> = true;
 
 } // namespace tessel

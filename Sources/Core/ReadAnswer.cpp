@@ -2,6 +2,7 @@
 #include <zem/Tessel/JSON.h>
 
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -64,9 +65,23 @@ AnswerText readError(js::Scope& scope, js::Local answer, std::string_view name) 
     return scope.kind(*error) == js::Kind::object ? readNetworkError(scope, *error) : unreadable;
 }
 
+/// Absent when a proxy does not tell them.
+std::optional<std::vector<std::string>> namesOf(js::Scope& scope, js::Local answer) {
+    const js::Result<js::Local> names = scope.propertyNames(answer);
+    if (!names) {
+        return std::nullopt;
+    }
+    std::vector<std::string> texts;
+    const unsigned count = scope.length(*names).value_or(0);
+    for (unsigned index = 0; index < count; ++index) {
+        texts.push_back(scope.toText(scope.getAt(*names, index).value()));
+    }
+    return texts;
+}
+
 /// Only what the answer's JSON text would show counts: its own enumerable properties.
 Outcome readMembers(js::Scope& scope, js::Local answer) {
-    const auto names = scope.propertyNames(answer);
+    const auto names = namesOf(scope, answer);
     if (!names) {
         return std::nullopt;
     }

@@ -1,4 +1,5 @@
 #include <zem/JavaScript/Private/ContextState.h>
+#include <zem/JavaScript/Private/PackingScript.h>
 #include <zem/JavaScript/Private/Symbol.h>
 #include <zem/JavaScript/Private/Text.h>
 #include <zem/Platform/Queue.h>
@@ -32,49 +33,6 @@ JSObjectRef functionOf(JSGlobalContextRef global, JSObjectRef holder, const char
     return JSObjectIsFunction(global, object) ? object : nullptr;
 }
 
-// The built-in functions that it uses are those that there are when it is made.
-constexpr const char* isPlainDataSource = R"js(
-(function () {
-    const { getPrototypeOf, is, prototype: ofObjects } = Object;
-    const { isArray, prototype: ofArrays } = Array;
-    const largest = Number.MAX_SAFE_INTEGER;
-    const deepest = 64; // what has a cycle is deeper
-
-    function isPlain(value, depth) {
-        switch (typeof value) {
-        case "string":
-        case "boolean":
-            return true;
-        case "number":
-            // The text of a larger one reads back as another integer.
-            return -largest <= value && value <= largest && !is(value, -0);
-        case "object":
-            return value === null || holdsOnlyPlain(value, depth);
-        default:
-            return false;
-        }
-    }
-
-    function holdsOnlyPlain(value, depth) {
-        if (depth === deepest || value.toJSON !== undefined) return false;
-        const prototype = getPrototypeOf(value);
-        if (prototype === ofArrays && isArray(value)) {
-            for (let index = 0; index < value.length; ++index) {
-                if (!isPlain(value[index], depth + 1)) return false;
-            }
-            return true;
-        }
-        if (prototype !== ofObjects && prototype !== null) return false;
-        for (const name in value) {
-            if (!isPlain(value[name], depth + 1)) return false;
-        }
-        return true;
-    }
-
-    return (value) => isPlain(value, 0);
-})()
-)js";
-
 JSObjectRef evaluateFunction(JSGlobalContextRef global, const char* source) {
     const EngineString text(makeString(source));
     JSValueRef function = JSEvaluateScript(global, text.get(), nullptr, nullptr, 1, nullptr);
@@ -85,7 +43,7 @@ Intrinsics takeIntrinsics(JSGlobalContextRef global) {
     Intrinsics taken;
     taken.functionPrototype = const_cast<JSObjectRef>(
         JSObjectGetPrototype(global, evaluateFunction(global, "(function () {})")));
-    taken.isPlainData = evaluateFunction(global, isPlainDataSource);
+    taken.pack = evaluateFunction(global, packingScript);
     JSObjectRef globals = JSContextGetGlobalObject(global);
     taken.typeError = functionOf(global, globals, "TypeError");
     taken.rangeError = functionOf(global, globals, "RangeError");
@@ -93,8 +51,11 @@ Intrinsics takeIntrinsics(JSGlobalContextRef global) {
     if (JSObjectRef object = functionOf(global, globals, "Object")) {
         taken.objectKeys = functionOf(global, object, "keys");
     }
+    if (JSObjectRef array = functionOf(global, globals, "Array")) {
+        taken.isArray = functionOf(global, array, "isArray");
+    }
     for (JSObjectRef object : {taken.functionPrototype, taken.typeError, taken.rangeError,
-                               taken.string, taken.objectKeys, taken.isPlainData}) {
+                               taken.string, taken.objectKeys, taken.isArray, taken.pack}) {
         if (object != nullptr) {
             JSValueProtect(global, object);
         }
@@ -104,7 +65,7 @@ Intrinsics takeIntrinsics(JSGlobalContextRef global) {
 
 void dropIntrinsics(JSGlobalContextRef global, const Intrinsics& taken) {
     for (JSObjectRef object : {taken.functionPrototype, taken.typeError, taken.rangeError,
-                               taken.string, taken.objectKeys, taken.isPlainData}) {
+                               taken.string, taken.objectKeys, taken.isArray, taken.pack}) {
         if (object != nullptr) {
             JSValueUnprotect(global, object);
         }

@@ -6,8 +6,10 @@
 #include <zem/JavaScript/Scope.h>
 
 #include <cassert>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <new>
 
 namespace zem::js {
@@ -145,6 +147,17 @@ std::optional<std::span<const std::uint8_t>> Scope::bytes(Local value) {
     return std::span(buffer + JSObjectGetTypedArrayByteOffset(context, object, nullptr), length);
 }
 
+bool Scope::isArray(Local value) {
+    if (!isObject(value)) {
+        return false;
+    }
+    if (JSValueIsArray(engineContext(engine), engineValue(value))) {
+        return true;
+    }
+    const Result<Local> answer = call(Local(state.intrinsics.isArray), {value});
+    return answer && toBoolean(*answer);
+}
+
 bool Scope::isSame(Local left, Local right) {
     return JSValueIsStrictEqual(engineContext(engine), engineValue(left), engineValue(right));
 }
@@ -167,6 +180,17 @@ Result<Local> Scope::getNamed(Local object, void* name) {
 Result<Local> Scope::get(Local object, std::string_view name) {
     const EngineString made(makeString(name));
     return getNamed(object, made.get());
+}
+
+Result<Local> Scope::get(Local object, Local name) {
+    assert(isObject(object));
+    JSValueRef thrown = nullptr;
+    JSValueRef value = JSObjectGetPropertyForKey(engineContext(engine), engineObject(object),
+                                                 engineValue(name), &thrown);
+    if (thrown != nullptr) {
+        return std::unexpected(exception(Local(thrown)));
+    }
+    return Local(value);
 }
 
 Result<Local> Scope::getAt(Local object, unsigned index) {
@@ -229,7 +253,12 @@ Result<unsigned> Scope::length(Local array) {
     if (!value) {
         return std::unexpected(value.error());
     }
-    return static_cast<unsigned>(toNumber(*value));
+    const double number = kind(*value) == Kind::number ? toNumber(*value) : -1;
+    constexpr double longest = std::numeric_limits<std::uint32_t>::max();
+    if (!(number >= 0 && number <= longest) || std::trunc(number) != number) {
+        return fail(ErrorType::rangeError, "length: expected that of an array");
+    }
+    return static_cast<unsigned>(number);
 }
 
 Result<void> Scope::define(Local object, const Name& name, Local value) {
@@ -283,24 +312,10 @@ Local ArrayMaker::finish() {
     return made;
 }
 
-Result<std::vector<std::string>> Scope::propertyNames(Local object) {
+Result<Local> Scope::propertyNames(Local object) {
     // Not the C API's own list: it holds inherited names, too, and leaves what a proxy's trap threw
     // pending in the engine.
-    const Result<Local> names = call(Local(state.intrinsics.objectKeys), {object});
-    if (!names) {
-        return std::unexpected(names.error());
-    }
-    const Result<unsigned> count = length(*names);
-    std::vector<std::string> texts;
-    texts.reserve(count.value_or(0));
-    for (unsigned index = 0; index < count.value_or(0); ++index) {
-        const Result<Local> name = getAt(*names, index);
-        if (!name) {
-            return std::unexpected(name.error());
-        }
-        texts.push_back(toText(*name));
-    }
-    return texts;
+    return call(Local(state.intrinsics.objectKeys), {object});
 }
 
 Result<Local> Scope::call(Local function, Arguments arguments, Local self) {
@@ -374,14 +389,6 @@ Result<std::optional<std::string>> Scope::stringify(Local value) {
         return std::nullopt;
     }
     return toUTF8(json.get());
-}
-
-bool Scope::isPlainData(Local value) {
-    if (state.intrinsics.isPlainData == nullptr) {
-        return false;
-    }
-    const Result<Local> answer = call(Local(state.intrinsics.isPlainData), {value});
-    return answer && toBoolean(*answer);
 }
 
 Result<Local> Scope::parseJSON(std::string_view text) {

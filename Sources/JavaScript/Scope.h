@@ -68,15 +68,20 @@ class Scope {
     /// runs; none of a detached one; absent for anything else.
     std::optional<std::span<const std::uint8_t>> bytes(Local value);
     bool isSame(Local left, Local right);
+    /// As `Array.isArray` says it: a proxy of an array is an array here.
+    bool isArray(Local value);
 
     // Properties, of objects only. A getter or a proxy may run JavaScript, and throw.
     Result<Local> get(Local object, const Name& name);
     Result<Local> get(Local object, std::string_view name);
+    /// By a name that is an engine's text, which may hold what UTF-8 cannot.
+    Result<Local> get(Local object, Local name);
     Result<Local> getAt(Local object, unsigned index);
     Result<bool> has(Local object, const Name& name);
     Result<void> set(Local object, const Name& name, Local value);
     Result<void> set(Local object, std::string_view name, Local value);
     Result<void> setAt(Local object, unsigned index, Local value);
+    /// Fails where a proxy claims a length that no array has.
     Result<unsigned> length(Local array);
     /// Gives a plain object that was just made a property of its own. Setting might instead run a
     /// setter that a script has put on a prototype, or fail at a read-only property there, and
@@ -87,8 +92,8 @@ class Scope {
     /// set on an object whose prototype is null becomes its own.
     Local prototype(Local object);
     void setPrototype(Local object, Local prototype);
-    /// The names of the object's own enumerable properties, as `Object.keys` gives them.
-    Result<std::vector<std::string>> propertyNames(Local object);
+    /// The array of the names of the object's own enumerable properties, as `Object.keys` gives it.
+    Result<Local> propertyNames(Local object);
 
     // Running JavaScript. Promise jobs that this makes due run before the step returns, unless it
     // was made from inside a native function: then they run when the outermost step does.
@@ -108,13 +113,6 @@ class Scope {
     /// `JSON.stringify(value)`; absent where that gives undefined.
     Result<std::optional<std::string>> stringify(Local value);
     Result<Local> parseJSON(std::string_view text);
-    /// Whether its JSON text says the same as a walk over its properties would: there is nothing in
-    /// it but null, booleans, numbers that JSON keeps, texts, and arrays and objects that hold
-    /// their properties themselves. Asking costs a small part of what either does, and runs getters
-    /// and proxies. What enumeration does not show goes unseen, and is in a walk but not in the
-    /// text: properties that are not enumerable, or that a proxy answers and does not list, or that
-    /// all objects inherit. A proxy of an array counts as the array, as it does in the text.
-    bool isPlainData(Local value);
 
     // Handles.
     Value keep(Local value);
@@ -127,6 +125,7 @@ class Scope {
 
   private:
     friend class Entry;
+    friend class Packed;
     friend class ContextState;
     friend class Sequence;
     Scope(ContextState& state, const void* engine)

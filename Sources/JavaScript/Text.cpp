@@ -115,11 +115,16 @@ JSStringRef makeString(std::string_view text) {
 
 std::string toUTF8(JSStringRef string) {
     const std::size_t units = JSStringGetLength(string);
+    // The units of an empty string cost a copy of nothing.
+    return units == 0 ? std::string()
+                      : toUTF8({reinterpret_cast<const char16_t*>(JSStringGetCharactersPtr(string)),
+                                units});
+}
+
+std::string toUTF8(std::u16string_view string) {
+    const std::size_t units = string.size();
+    const char16_t* const characters = string.data();
     std::string text;
-    if (units == 0) {
-        return text;
-    }
-    const auto* characters = reinterpret_cast<const char16_t*>(JSStringGetCharactersPtr(string));
     // ASCII needs one byte a unit and is the common case: try that room first. Not the engine's own
     // conversion, which goes byte by byte and cuts text at a lone surrogate.
     bool whole = false;

@@ -3,9 +3,9 @@
 // How values cross the bridge: `Coding<T>` says it once for a type, and the decoders and encoders
 // of engine values and of JSON both follow it.
 //
-// A decoder D is a view of one value: kind(), boolean(), number(), integer(), text(), count(),
-// element(index), field(name), names(). An encoder E makes outputs: null(), boolean(), number(),
-// integer(), text(), and object() and array() builders.
+// A decoder D is a view of one value: kind(), boolean(), number(), integer(), text(), field(name),
+// entries(visit), isArray(), count(), element(index). An encoder E makes outputs: null(),
+// boolean(), number(), integer(), text(), and object() and array() builders.
 //
 // Records are described by one BOOST_DESCRIBE_STRUCT line that names their fields once; a name that
 // had to take a trailing underscore in C++ (`delete_`) crosses without it. Enumerations with raw
@@ -187,15 +187,28 @@ struct Coding<std::vector<T>> {
 
     template <class D>
     static Decoded<std::vector<T>> decode(const D& value) {
-        if (const Kind kind = value.kind(); kind != Kind::array) {
-            return std::unexpected(DecodingError::mismatch(expected, kind));
+        if (!value.isArray()) {
+            return std::unexpected(DecodingError::mismatch(expected, value.kind()));
         }
-        const std::size_t count = value.count();
+        const Decoded<std::size_t> claimed = value.count();
+        if (!claimed) {
+            return std::unexpected(claimed.error());
+        }
+        const std::size_t count = *claimed;
         std::vector<T> elements;
         // An array that is all holes may claim any length.
         constexpr std::size_t trusted = 65536;
         elements.reserve(std::min(count, trusted));
-        for (std::size_t index = 0; index < count; ++index) {
+        while (elements.size() < count) {
+            if constexpr (requires { value.appendPacked(elements); }) {
+                if (Decoded<void> packed = value.appendPacked(elements); !packed) {
+                    return std::unexpected(std::move(packed.error()));
+                }
+                if (elements.size() >= count) {
+                    break;
+                }
+            }
+            const std::size_t index = elements.size();
             Decoded<D> element = value.element(index);
             if (!element) {
                 return std::unexpected(std::move(element.error()).inElement(index));
@@ -228,21 +241,18 @@ struct Coding<std::map<std::string, T>> {
         if (const Kind kind = value.kind(); kind != Kind::object) {
             return std::unexpected(DecodingError::mismatch(expected, kind));
         }
-        Decoded<std::vector<std::string>> names = value.names();
-        if (!names) {
-            return std::unexpected(std::move(names.error()));
-        }
         std::map<std::string, T> entries;
-        for (std::string& name : *names) {
-            Decoded<D> field = value.field(name);
-            if (!field) {
-                return std::unexpected(std::move(field.error()).inField(name));
-            }
-            Decoded<T> decoded = Coding<T>::decode(*field);
+        const auto add = [&](std::string name, const Decoded<D>& field) -> Decoded<void> {
+            Decoded<T> decoded = field ? Coding<T>::decode(*field) : std::unexpected(field.error());
             if (!decoded) {
                 return std::unexpected(std::move(decoded.error()).inField(name));
             }
-            entries.emplace(std::move(name), std::move(*decoded));
+            // Of names that only differ in what UTF-8 cannot hold, the last counts.
+            entries.insert_or_assign(std::move(name), std::move(*decoded));
+            return {};
+        };
+        if (Decoded<void> outcome = value.entries(add); !outcome) {
+            return std::unexpected(std::move(outcome.error()));
         }
         return entries;
     }

@@ -48,14 +48,6 @@ std::optional<std::int64_t> JSONDecoder::integer() const {
     return integral(value->get_double());
 }
 
-Decoded<std::vector<std::string>> JSONDecoder::names() const {
-    std::vector<std::string> texts;
-    for (const auto& entry : value->get_object()) {
-        texts.emplace_back(entry.key());
-    }
-    return texts;
-}
-
 // --- Writing
 
 namespace {
@@ -207,16 +199,13 @@ class Builder {
     using Error = boost::json::error_code;
     using Text = boost::json::string_view;
 
-    explicit Builder(boost::json::storage_ptr storage)
-        : storage(std::move(storage)) {}
-
     static constexpr std::size_t max_object_size = boost::json::object::max_size();
     static constexpr std::size_t max_array_size = boost::json::array::max_size();
     static constexpr std::size_t max_key_size = boost::json::string::max_size();
     static constexpr std::size_t max_string_size = boost::json::string::max_size();
 
     bool on_document_begin(Error&) {
-        values.reset(storage);
+        values.reset();
         return true;
     }
     bool on_document_end(Error&) { return true; }
@@ -296,15 +285,14 @@ class Builder {
     Any release() { return values.release(); }
 
   private:
-    const boost::json::storage_ptr storage;
     boost::json::value_stack values;
     std::string digits;
 };
 
-Decoded<Any> parseStrictly(std::string_view text, const boost::json::storage_ptr& storage) {
+Decoded<Any> parseStrictly(std::string_view text) {
     boost::json::parse_options options;
     options.max_depth = deepestNesting;
-    boost::json::basic_parser<Builder> parser(options, storage);
+    boost::json::basic_parser<Builder> parser(options);
     boost::json::error_code error;
     const std::size_t used = parser.write_some(false, text.data(), text.size(), error);
     if (!error && used < text.size()) {
@@ -364,12 +352,12 @@ std::optional<std::string> replaceLoneSurrogates(std::string_view text) {
 
 } // namespace
 
-Decoded<Any> parse(std::string_view text, const boost::json::storage_ptr& storage) {
-    Decoded<Any> parsed = parseStrictly(text, storage);
+Decoded<Any> parse(std::string_view text) {
+    Decoded<Any> parsed = parseStrictly(text);
     if (!parsed) {
         // The engine escapes lone surrogates, which the parser refuses.
         if (const std::optional<std::string> replaced = replaceLoneSurrogates(text)) {
-            return parseStrictly(*replaced, storage);
+            return parseStrictly(*replaced);
         }
     }
     return parsed;

@@ -29,7 +29,7 @@ class JSONDecoder {
     double number() const;
     std::optional<std::int64_t> integer() const;
     std::string text() const { return std::string(value->get_string()); }
-    std::size_t count() const { return value->get_array().size(); }
+    Decoded<std::size_t> count() const { return value->get_array().size(); }
     Decoded<JSONDecoder> element(std::size_t index) const {
         return JSONDecoder(&value->get_array()[index]);
     }
@@ -37,7 +37,19 @@ class JSONDecoder {
     Decoded<JSONDecoder> field(std::string_view name) const {
         return JSONDecoder(value->get_object().if_contains(name));
     }
-    Decoded<std::vector<std::string>> names() const;
+    bool isArray() const { return kind() == Kind::array; }
+    /// Calls `visit(name, field)` for each entry of an object, up to the first failure.
+    template <class Visit>
+    Decoded<void> entries(const Visit& visit) const {
+        for (const auto& entry : value->get_object()) {
+            if (Decoded<void> visited =
+                    visit(std::string(entry.key()), JSONDecoder(&entry.value()));
+                !visited) {
+                return visited;
+            }
+        }
+        return {};
+    }
     const Any& any() const { return *value; }
 
   private:
@@ -115,7 +127,7 @@ std::string toText(const Any& value);
 /// The value of a JSON text, or what is wrong with it and at which byte. A number without fraction
 /// and exponent that 64 bits hold is an integer, but -0 is a double; one too large for a double is
 /// a mistake. Of equal keys the last value counts, at the first one's place. Escaped surrogates
-/// without a partner become U+FFFD. The value is made in `storage`, which has to outlive it.
-Decoded<Any> parse(std::string_view text, const boost::json::storage_ptr& storage = {});
+/// without a partner become U+FFFD.
+Decoded<Any> parse(std::string_view text);
 
 } // namespace tessel

@@ -7,13 +7,9 @@ namespace tessel {
 using zem::js::Local;
 using zem::js::Result;
 
-namespace {
-
-DecodingError threw() {
+DecodingError JSValueDecoder::threw() {
     return {{}, "reading it threw an exception"};
 }
-
-} // namespace
 
 Decoded<JSValueDecoder> JSValueDecoder::view(const Result<Local>& result) const {
     if (!result) {
@@ -25,8 +21,12 @@ Decoded<JSValueDecoder> JSValueDecoder::view(const Result<Local>& result) const 
     return JSValueDecoder(*this, *result);
 }
 
-std::size_t JSValueDecoder::count() const {
-    return entered->length(value).value_or(0);
+Decoded<std::size_t> JSValueDecoder::count() const {
+    const Result<unsigned> length = entered->length(value);
+    if (!length) {
+        return std::unexpected(threw());
+    }
+    return *length;
 }
 
 Decoded<JSValueDecoder> JSValueDecoder::element(std::size_t index) const {
@@ -39,14 +39,6 @@ Decoded<JSValueDecoder> JSValueDecoder::field(const FieldName& name) const {
 
 Decoded<JSValueDecoder> JSValueDecoder::field(std::string_view name) const {
     return view(entered->get(value, name));
-}
-
-Decoded<std::vector<std::string>> JSValueDecoder::names() const {
-    Result<std::vector<std::string>> names = entered->propertyNames(value);
-    if (!names) {
-        return std::unexpected(threw());
-    }
-    return *std::move(names);
 }
 
 Decoded<Any> JSValueDecoder::any() const {

@@ -8,6 +8,7 @@
 #include <zem/Tessel/Activity.h>
 #include <zem/Tessel/Coding.h>
 #include <zem/Tessel/JSON.h>
+#include <zem/Tessel/Packing.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -30,16 +31,30 @@ class JSValueDecoder {
         , value(value)
         , counted(activity) {}
 
+    /// One for values that may hold long lists of records.
+    static JSValueDecoder large(zem::js::Scope& scope, zem::js::Local value) {
+        JSValueDecoder made(scope, value);
+        made.isLarge = true;
+        return made;
+    }
+
     Kind kind() const { return entered->kind(value); }
     bool boolean() const { return entered->toBoolean(value); }
     double number() const { return entered->toNumber(value); }
     std::optional<std::int64_t> integer() const { return integral(number()); }
     std::string text() const { return entered->toText(value); }
-    std::size_t count() const;
+    Decoded<std::size_t> count() const;
     Decoded<JSValueDecoder> element(std::size_t index) const;
     Decoded<JSValueDecoder> field(const FieldName& name) const;
     Decoded<JSValueDecoder> field(std::string_view name) const;
-    Decoded<std::vector<std::string>> names() const;
+    /// Calls `visit(name, field)` for each entry of an object, up to the first failure.
+    template <class Visit>
+    Decoded<void> entries(const Visit& visit) const;
+    bool isArray() const { return entered->isArray(value); }
+    /// Appends what follows the elements of an array that were decoded before, as far as the packed
+    /// lane takes it; nothing where this view was not made for large values.
+    template <Packed T>
+    Decoded<void> appendPacked(std::vector<T>& elements) const;
     /// The whole value at once, as its JSON text inside the engine: the bulk lane.
     Decoded<Any> any() const;
 
@@ -52,13 +67,54 @@ class JSValueDecoder {
         : entered(holder.entered)
         , value(value)
         , counted(holder.counted)
-        , depth(holder.depth + 1) {}
+        , depth(holder.depth + 1)
+        , isLarge(holder.isLarge) {}
     Decoded<JSValueDecoder> view(const zem::js::Result<zem::js::Local>& result) const;
+    static DecodingError threw();
     zem::js::Scope* entered;
     zem::js::Local value;
     const std::shared_ptr<Activity>* counted;
     std::size_t depth = 0;
+    bool isLarge = false;
 };
+
+template <class Visit>
+Decoded<void> JSValueDecoder::entries(const Visit& visit) const {
+    const zem::js::Result<zem::js::Local> names = entered->propertyNames(value);
+    const zem::js::Result<unsigned> count =
+        names ? entered->length(*names) : std::unexpected(names.error());
+    if (!count) {
+        return std::unexpected(threw());
+    }
+    for (unsigned index = 0; index < *count; ++index) {
+        const zem::js::Result<zem::js::Local> name = entered->getAt(*names, index);
+        if (!name) {
+            return std::unexpected(threw());
+        }
+        if (Decoded<void> visited = visit(entered->toText(*name), view(entered->get(value, *name)));
+            !visited) {
+            return visited;
+        }
+    }
+    return {};
+}
+
+template <Packed T>
+Decoded<void> JSValueDecoder::appendPacked(std::vector<T>& elements) const {
+    if (!isLarge) {
+        return {};
+    }
+    static const zem::js::Name shape(Shape<T>::text());
+    zem::js::Packed packed(*entered, value, elements.size(), shape);
+    for (std::size_t left = packed.count(); left > 0; --left) {
+        Decoded<T> decoded = decode<T>(PackedDecoder(packed));
+        if (!decoded) {
+            return std::unexpected(std::move(decoded.error()).inElement(elements.size()));
+        }
+        elements.push_back(std::move(*decoded));
+    }
+    return {};
+}
 
 /// Makes engine values, on the stack of a thread that is inside the engine. The properties of
 /// objects and arrays are defined, not set: what a script has put on the prototypes is not run.
@@ -155,22 +211,12 @@ Decoded<T> decodeValue(zem::js::Scope& scope, zem::js::Local value) {
     return decode<T>(JSValueDecoder(scope, value));
 }
 
-/// The same, faster where `value` is large: plain data come whole as their JSON text. What that
-/// does not hold, or what is wrong with it, a walk over the properties finds out. A proxy of an
-/// array is read as the array; optional fields that enumeration does not show are absent.
+/// The same, faster where `value` holds long lists of records: of each record a function inside the
+/// engine takes the fields that T has.
 template <class T>
 Decoded<T> decodeLarge(zem::js::Scope& scope, zem::js::Local value) {
-    if (scope.isPlainData(value)) {
-        if (const auto text = scope.stringify(value); text && *text) {
-            boost::json::monotonic_resource memory;
-            if (const Decoded<Any> parsed = tessel::parse(**text, &memory)) {
-                if (Decoded<T> decoded = fromAny<T>(*parsed)) {
-                    return decoded;
-                }
-            }
-        }
-    }
-    return decodeValue<T>(scope, value);
+    const zem::js::Sequence sequence(scope);
+    return decode<T>(JSValueDecoder::large(scope, value));
 }
 
 } // namespace tessel

@@ -102,19 +102,19 @@ TEST_F(DraftManagerListener, CostsNoReadingWhileThereIsNone) {
     test::expectEval(runtime.context, "reads", "number", "0");
 }
 
-// By what it asks of the state: a walk over it looks for what may be absent, too.
-TEST_F(DraftManagerListener, IsToldOfPlainDataByTheirText) {
+TEST_F(DraftManagerListener, ReadsOfAnItemWhatItKnowsAndNothingElse) {
     const auto handle = manager->registerOnChangedListener(heard.listener());
     runtime.run("var asked = new Set();"
                 "var watched = queue();"
-                "watched.items = [new Proxy(item('d1'),"
-                "    { get(target, name) { asked.add(name); return target[name]; } })];"
+                "watched.items = [new Proxy(item('d1', { record: { wide: 1 } }),"
+                "    { get(target, name) { asked.add(name); return target[name]; },"
+                "      ownKeys(target) { asked.add('all'); return Reflect.ownKeys(target); } })];"
                 "on.getQueue = () => Promise.resolve(watched);"
                 "listener(watched, 'started');");
     manager->getDraftQueue(heard.callback());
     EXPECT_EQ(heard.wait(2), (Lines{"event: started [d1] started -", "started [d1]"}));
-    test::expectEval(runtime.context, "[asked.has('id'), asked.has('targetId')]", "array",
-                     "[true,false]");
+    test::expectEval(runtime.context, "[...asked]", "array",
+                     R"(["id","targetId","state","operationType","timestamp","metadata","error"])");
 }
 
 TEST_F(DraftManagerListener, HearsOfAnItemThatCannotBeReadAsOfNone) {

@@ -53,15 +53,41 @@ TEST(Property, NamesAreTheObjectsOwnEnumerableOnes) {
     const Context context = test::makeContext();
     context.perform([](Scope& scope) {
         const auto names = [&](const char* script) {
-            return *scope.propertyNames(*scope.evaluate(script, ""));
+            return scope.stringify(*scope.propertyNames(*scope.evaluate(script, ""))).value();
         };
-        EXPECT_EQ(names("({})"), std::vector<std::string>{});
-        EXPECT_EQ(names("({b: 1, a: 2, [Symbol()]: 3, 1: 4, 0: 5})"),
-                  (std::vector<std::string>{"0", "1", "b", "a"}));
+        EXPECT_EQ(names("({})"), "[]");
+        EXPECT_EQ(names("({b: 1, a: 2, [Symbol()]: 3, 1: 4, 0: 5})"), R"(["0","1","b","a"])");
         EXPECT_EQ(names("Object.create({inherited: 1}, {own: {enumerable: true, value: 2}, "
                         "hidden: {value: 3}})"),
-                  std::vector<std::string>{"own"});
-        EXPECT_EQ(names("Object.keys = null; ({a: 1})"), std::vector<std::string>{"a"});
+                  R"(["own"])");
+        EXPECT_EQ(names("Object.keys = null; ({a: 1})"), R"(["a"])");
+    });
+}
+
+TEST(Property, IsReadByANameThatOnlyTheEngineCanHold) {
+    const Context context = test::makeContext();
+    context.perform([](Scope& scope) {
+        const Local object = *scope.evaluate("({ '\\ud800': 1, '\\ud801': 2, '\\ufffd': 3 })", "");
+        const Local names = *scope.propertyNames(object);
+        for (const unsigned index : {0u, 1u, 2u}) {
+            EXPECT_EQ(scope.toNumber(*scope.get(object, *scope.getAt(names, index))), index + 1);
+        }
+    });
+}
+
+TEST(Property, MayBeAnArrayBehindAProxy) {
+    const Context context = test::makeContext();
+    context.perform([](Scope& scope) {
+        for (const char* script : {"[]", "new Proxy([], {})", "new Proxy(new Proxy([], {}), {})",
+                                   "Array.isArray = null; new Proxy([], {})"}) {
+            EXPECT_TRUE(scope.isArray(*scope.evaluate(script, ""))) << script;
+        }
+        for (const char* script :
+             {"1", "'a'", "({ length: 0 })", "new Proxy({}, {})", "new Uint8Array(1)",
+              "Object.create([])",
+              "const revocable = Proxy.revocable([], {}); revocable.revoke(); revocable.proxy"}) {
+            EXPECT_FALSE(scope.isArray(*scope.evaluate(script, ""))) << script;
+        }
     });
 }
 
@@ -71,8 +97,8 @@ TEST(Property, IsDefinedWhateverItsName) {
         const Local object = scope.object();
         EXPECT_TRUE(scope.define(object, "__proto__", scope.number(1)));
         EXPECT_TRUE(scope.define(object, "toString", scope.number(2)));
-        EXPECT_EQ(*scope.propertyNames(object),
-                  (std::vector<std::string>{"__proto__", "toString"}));
+        EXPECT_EQ(scope.stringify(*scope.propertyNames(object)).value(),
+                  R"(["__proto__","toString"])");
         EXPECT_EQ(*scope.stringify(object).value(), R"({"__proto__":1,"toString":2})");
         (void)scope.set(scope.global(), "object", object);
         EXPECT_TRUE(scope.toBoolean(

@@ -67,9 +67,21 @@ TEST_F(ContainerCoding, AClaimedLengthReservesNothing) {
               "[0]: expected an array, found undefined");
 }
 
-TEST_F(ContainerCoding, ALengthThatLiesIsNoArray) {
-    EXPECT_EQ(failure<Texts>("new Proxy(['a'], {get: (t, k) => k === 'length' ? 1e9 : t[k]})"),
+TEST_F(ContainerCoding, AProxyOfAnArrayIsAnArray) {
+    EXPECT_EQ(decoded<Texts>("new Proxy(['a', 'b'], {})").value(), (Texts{"a", "b"}));
+    EXPECT_EQ(failure<Texts>("new Proxy({ 0: 'a', length: 1 }, {})"),
               "expected an array, found an object");
+}
+
+TEST_F(ContainerCoding, ALengthThatLiesIsAFailure) {
+    const auto lying = [](const std::string& length) {
+        return "new Proxy(['a'], { get: (t, k) => k === 'length' ? " + length + " : t[k] })";
+    };
+    EXPECT_EQ(failure<Texts>(lying("1e9")), "[1]: expected a string, found undefined");
+    for (const char* length : {"-1", "1.5", "NaN", "Infinity", "4294967296", "'one'", "{}"}) {
+        EXPECT_EQ(failure<Texts>(lying(length)), "reading it threw an exception") << length;
+    }
+    EXPECT_EQ(failure<Texts>(lying("(() => { throw 1; })()")), "reading it threw an exception");
 }
 
 TEST_F(ContainerCoding, AnArrayThatShrinksWhileItIsReadLosesItsEnd) {

@@ -26,6 +26,13 @@ struct Part {
 };
 BOOST_DESCRIBE_STRUCT(Part, (), (name, count, share, whole, words))
 
+} // namespace
+
+template <>
+inline constexpr bool tessel::isPacked<Part> = true;
+
+namespace {
+
 struct Whole {
     std::vector<Part> parts;
     bool operator==(const Whole&) const = default;
@@ -79,6 +86,13 @@ const char* const parts[] = {
     "{ name: 'a', words: { a: 1 } }",
     "{ name: 'a', words: [] }",
     "{ name: 'a', words: JSON.parse('{\"__proto__\":\"b\"}') }",
+    "{ name: 'a', words: { '\\ud800': 'b' } }",
+    "{ name: 'a', words: { '\\ufffd': 'a', '\\ud800': 'b', '\\udfff': 'c' } }",
+    "{ name: 'a', words: { '\\ud800': 7 } }",
+    "{ name: 'a', words: Object.defineProperty({}, 'b', { value: 'c' }) }",
+    "{ name: 'a', words: new Proxy({ b: 'c' }, {}) }",
+    "{ name: 'a', words: new Proxy(['c'], {}) }",
+    "{ name: 'a', words: Object.fromEntries([...Array(9000).keys()].map((n) => [n, `${n}`])) }",
     "{ name: 'a', words: { toJSON: 'text' } }",
     "{ name: 'a', words: { toJSON() { return { a: 'b' }; } } }",
     "{ name: new String('a') }",
@@ -89,6 +103,12 @@ const char* const parts[] = {
     "Object.defineProperty({}, 'name', { value: 'a' })",
     "Object.assign(Object.create(null), { name: 'a' })",
     "new Proxy({ name: 'a' }, {})",
+    "new Proxy({}, { get: (part, name) => name === 'name' ? 'a' : undefined })",
+    "new Proxy({ name: 'a', count: 5 }, { ownKeys: () => [] })",
+    "Object.assign(new Proxy([], {}), { name: 'a' })",
+    "Object.defineProperty({ name: 'a' }, 'count', { value: 7 })",
+    "{ name: 'a', record: { wide: [undefined, () => {}, 7n] } }",
+    "{ name: 'a', toJSON() { throw 1; } }",
     "{ get name() { throw 1; } }",
     "{}",
     "null",
@@ -97,7 +117,42 @@ const char* const parts[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Parts, LargeDecoding, testing::ValuesIn(parts));
 
-TEST(LargeDecodingOfText, NamesThePlaceOfAMistake) {
+// The rest of an array in either lane: before, between and after what the other lane reads.
+TEST(LargeDecodingOfLists, KeepsTheOrderWhicheverWayEachElementComes) {
+    const js::Context context = test::makeContext();
+    context.perform([](js::Scope& scope) {
+        for (const char* script :
+             {"[plain('a'), odd('b'), odd('c'), plain('d'), plain('e'), odd('f')]",
+              "[odd('a'), plain('b')]", "[]",
+              "Array.from({ length: 3000 }, (_, n) => plain(`${n}`))",
+              "new Proxy([plain('a'), odd('b'), plain('c')], {})", "[plain('a'), , plain('c')]",
+              "new Array(2 ** 32 - 1)", "({ length: 1, 0: plain('a') })", "'text'", "null"}) {
+            const js::Local value =
+                scope
+                    .evaluate("var plain = (name) => ({ name, count: 1 });"
+                              "var odd = (name) => Object.assign(new Proxy([], {}), { name });"
+                              "({ parts: " +
+                                  std::string(script) + " })",
+                              "test.js")
+                    .value();
+            EXPECT_EQ(tessel::decodeLarge<Whole>(scope, value),
+                      tessel::decodeValue<Whole>(scope, value))
+                << script;
+        }
+    });
+}
+
+TEST(LargeDecodingOfLists, TakesAProxyOfAListForOne) {
+    const js::Context context = test::makeContext();
+    context.perform([](js::Scope& scope) {
+        const js::Local value =
+            scope.evaluate("({ parts: new Proxy([{ name: 'a' }], {}) })", "test.js").value();
+        EXPECT_EQ(tessel::decodeLarge<Whole>(scope, value).value().parts.at(0).name, "a");
+        EXPECT_EQ(tessel::decodeValue<Whole>(scope, value).value().parts.at(0).name, "a");
+    });
+}
+
+TEST(LargeDecodingOfLists, NamesThePlaceOfAMistake) {
     const js::Context context = test::makeContext();
     context.perform([](js::Scope& scope) {
         const js::Local value =
@@ -107,21 +162,37 @@ TEST(LargeDecodingOfText, NamesThePlaceOfAMistake) {
     });
 }
 
-TEST(LargeDecodingOfText, ReadsPlainDataOfTheirTextOnly) {
+TEST(LargeDecodingOfLists, ReadsOfEachRecordItsFieldsOnceAndNothingElse) {
     const js::Context context = test::makeContext();
     context.perform([](js::Scope& scope) {
-        // Once to see whether it is plain, once for the text, and no third time: a walk would look
-        // for the fields that it has not got.
         const js::Local value =
             scope
                 .evaluate("var reads = [];"
-                          "({ parts: [new Proxy({ name: 'a' }, {"
-                          "    get(part, name) { reads.push(name); return part[name]; } })] })",
+                          "({ parts: [new Proxy({ name: 'a', other: 1 }, {"
+                          "    get(part, name) { reads.push(name); return part[name]; },"
+                          "    ownKeys() { reads.push('all'); return []; } })] })",
                           "test.js")
                 .value();
         EXPECT_EQ(tessel::decodeLarge<Whole>(scope, value)->parts.size(), 1u);
         EXPECT_EQ(scope.toText(scope.evaluate("`${reads}`", "test.js").value()),
-                  "toJSON,name,toJSON,name");
+                  "name,count,share,whole,words");
+    });
+}
+
+// By the steps of the engine that a walk takes for each property, and this for none.
+TEST(LargeDecodingOfLists, ReadsAllOfThemInOneStep) {
+    const js::Context context = test::makeContext();
+    context.perform([](js::Scope& scope) {
+        const js::Local value =
+            scope
+                .evaluate("var jobs = 0;"
+                          "var part = { get name() { Promise.resolve().then(() => ++jobs);"
+                          "                          return `${jobs}`; } };"
+                          "({ parts: [part, part] })",
+                          "test.js")
+                .value();
+        const auto decoded = tessel::decodeLarge<Whole>(scope, value);
+        EXPECT_EQ(decoded.value().parts.at(1).name, "0");
     });
 }
 

@@ -34,7 +34,8 @@ struct Intrinsics {
     JSObjectRef rangeError = nullptr;
     JSObjectRef string = nullptr;
     JSObjectRef objectKeys = nullptr;
-    JSObjectRef isPlainData = nullptr;
+    JSObjectRef isArray = nullptr;
+    JSObjectRef pack = nullptr;
 };
 
 class ContextState : public std::enable_shared_from_this<ContextState> {

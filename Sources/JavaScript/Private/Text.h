@@ -35,6 +35,7 @@ JSStringRef makeString(std::string_view text);
 /// The same for text that a NUL byte follows.
 JSStringRef makeStringTerminated(const char* text, std::size_t length);
 
+std::string toUTF8(std::u16string_view units);
 std::string toUTF8(JSStringRef string);
 
 } // namespace zem::js
