@@ -12,7 +12,10 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <memory>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -35,6 +38,23 @@ std::string contents(const fs::path& file) {
 
 void write(const fs::path& file, std::string_view text) {
     std::ofstream(file, std::ios::binary) << text;
+}
+
+/// How the program ended; of its errors, those that it printed itself: where there is no journal,
+/// the log comes with them.
+Result ended(Process& process) {
+    Result result = process.wait();
+    std::istringstream lines(std::exchange(result.errors, ""));
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with("com.quorvane.ZEM/SQLiteStore error: ")) {
+            result.errors += line + "\n";
+        }
+    }
+    return result;
+}
+
+Result ended(Process&& process) {
+    return ended(process);
 }
 
 /// What happens to the changes that a program makes in a folder; see Faults.cpp.
@@ -67,14 +87,13 @@ class Place {
     /// The small program, in data/ and under this fault.
     Result open(const std::string& mode, const Fault& fault = {}) const {
         fs::create_directory(data);
-        return Process({ZEM_FIRST_OPENING, data.string(), mode}, with(fault)).wait();
+        return ended(Process({ZEM_FIRST_OPENING, data.string(), mode}, with(fault)));
     }
 
     /// The host, in data/.
     Result start() const {
-        return Process({ZEM_HOST, "run", "bundle.js", "--data", "data", "--keys", "keys"},
-                       {.folder = folder.path(), .environment = {}})
-            .wait();
+        return ended(Process({ZEM_HOST, "run", "bundle.js", "--data", "data", "--keys", "keys"},
+                             {.folder = folder.path(), .environment = {}}));
     }
 
     /// The changes that were made so far.
@@ -247,9 +266,10 @@ TEST(FirstOpening, WhoseRemovalIsInterruptedIsMendedToo) {
         ASSERT_EQ(place.open("mend").output, "removed\nversion 244000\n");
         changes = place.changes();
     }
-    // What follows is a first opening again.
-    changes.erase(std::find(changes.begin(), changes.end(), "create zem.db"), changes.end());
-    ASSERT_NE(std::find(changes.begin(), changes.end(), "remove zem.db"), changes.end());
+    const auto removal = std::find(changes.begin(), changes.end(), "remove zem.db");
+    ASSERT_NE(removal, changes.end());
+    // What follows the next making of the file is a first opening again.
+    changes.erase(std::find(removal, changes.end(), "create zem.db"), changes.end());
     for (const std::string kind : {"kill", "full"}) {
         for (std::size_t at = 0; at < changes.size() && !HasFailure(); ++at) {
             SCOPED_TRACE(kind + " at change " + std::to_string(at + 1) + ", " + changes[at]);
@@ -284,9 +304,8 @@ TEST(FirstOpening, OfTheHostThatCannotKeepAKeyIsRefused) {
         fs::permissions(place.keys, fs::perms(0700));
         Process::Options options = place.with({"full", at});
         options.environment["ZEM_FAULT_FOLDER"] = place.keys.string();
-        const Result result =
-            Process({ZEM_HOST, "run", "bundle.js", "--data", "data", "--keys", "keys"}, options)
-                .wait();
+        const Result result = ended(
+            Process({ZEM_HOST, "run", "bundle.js", "--data", "data", "--keys", "keys"}, options));
         EXPECT_EQ(result.errors, "zem: cannot open the store data/zem.db: the new secret "
                                  "com.quorvane.ZEM.SQLiteStoreKey could not be kept by the key "
                                  "store\n");
@@ -314,8 +333,8 @@ Ends race(const Place& place, const std::string& first, const std::string& secon
     const auto other = start(second);
     one->write("x");
     other->write("x");
-    Result end = one->wait();
-    return {std::move(end), other->wait()};
+    Result end = ended(*one);
+    return {std::move(end), ended(*other)};
 }
 
 /// One that opens the file while the other closes it may find it locked; nothing else goes wrong.
