@@ -62,6 +62,32 @@ void measureReading(const std::vector<bench::Row>& rows) {
         }));
 }
 
+/// Each batch is one row, and is synced to the disk before the next one begins. All are asked for
+/// at once: waiting for each answer would measure the machine's threads instead of the store.
+bench::Result measureDurableBatches() {
+    static constexpr int batches = 200;
+    const std::vector<bench::Row> rows = bench::makeRows(batches);
+    const auto work = [] {
+        const bench::Folder folder;
+        bench::Runtime runtime(bench::openStore(folder.path, zem::SQLiteStore::Synchronous::full));
+        runtime.evaluate(bench::script);
+        runtime.evaluate(fmt::format("make(0, {})", batches));
+        return runtime.milliseconds("upsertOneByOne()");
+    };
+    const auto floor = [&] {
+        const bench::Folder folder;
+        bench::RawDatabase database(folder.path / "zem.db");
+        database.migrate();
+        database.run("PRAGMA synchronous = FULL");
+        return bench::milliseconds([&] {
+            for (const bench::Row& row : rows) {
+                database.upsert({row});
+            }
+        });
+    };
+    return bench::measure({"store.batch.durable", "ms", 1.3}, work, floor);
+}
+
 bench::Result measureOpening() {
     const bench::Folder folder;
     {
@@ -80,5 +106,6 @@ int main() {
     const std::vector<bench::Row> rows = bench::makeRows(rowCount);
     bench::report(measureUpsert(rows));
     measureReading(rows);
+    bench::report(measureDurableBatches());
     bench::report(measureOpening());
 }

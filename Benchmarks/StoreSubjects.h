@@ -182,15 +182,18 @@ class RawDatabase {
     sqlite3* database = nullptr;
 };
 
-inline std::shared_ptr<zem::SQLiteStore> openStore(const std::filesystem::path& folder) {
+inline std::shared_ptr<zem::SQLiteStore>
+openStore(const std::filesystem::path& folder,
+          zem::SQLiteStore::Synchronous synchronous = zem::SQLiteStore::Synchronous::normal) {
     using Store = zem::SQLiteStore;
     const auto give = [](const zem::platform::Bytes& bytes) {
         return [&bytes] {
             return zem::platform::SecretBytes(bytes);
         };
     };
-    return Store::create(
-        Store::Options(folder, Store::EncryptionOption::keyAndSalt(give(key()), give(salt()))));
+    Store::Options options(folder, Store::EncryptionOption::keyAndSalt(give(key()), give(salt())));
+    options.synchronous = synchronous;
+    return Store::create(std::move(options));
 }
 
 /// A JavaScript context on a thread of its own, as the host has it, with the store's plugin.
@@ -279,6 +282,18 @@ inline constexpr std::string_view script = R"(
                 columns: ["key", "data", "metadata"], rows, context: {},
             }],
             done);
+    }
+    function upsertOneByOne() {
+        let left = rows.length;
+        rows.forEach((row) => ZemSqliteStore.batchOperations(
+            [{
+                type: "upsert", table: "zem_data", keyColumn: "key", conflictColumns: ["key"],
+                columns: ["key", "data", "metadata"], rows: [row], context: {},
+            }],
+            (failure) => {
+                if (failure !== null) done(failure);
+                else if (--left === 0) done();
+            }));
     }
     function query(expected) {
         ZemSqliteStore.query("select key, data, metadata from zem_data", [],
