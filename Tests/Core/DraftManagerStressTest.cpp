@@ -10,6 +10,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -119,6 +120,50 @@ TEST_F(DraftManagerStress, AnswersEachRequestOnce) {
     EXPECT_EQ(answers.most(), 1);
     EXPECT_EQ(manager->batching()->subscriptions.size(), 1u);
     EXPECT_EQ(runtime.uncaught.lines(), std::vector<std::string>{});
+}
+
+TEST_F(DraftManagerStress, TellsOfChangesInTheRuntimesOrderWhicheverThreadsMakeThem) {
+    const auto manager = runtime.manager();
+    std::vector<std::string> heard; // written on the notification queue
+    std::atomic<std::size_t> count = 0;
+    manager->registerOnChangedListener(
+        [&](const DraftManagerState&, auto, const std::optional<DraftQueueItem>& item) {
+            heard.push_back(item->id);
+            ++count;
+        });
+    // Another thread gets its chance between the number of a change and its end.
+    test::setFunction(runtime.context, "giveWay", 0,
+                      [](js::Scope& scope, js::Local, js::Arguments) {
+                          std::this_thread::yield();
+                          return scope.undefined();
+                      });
+    runtime.run(R"js(
+        let number = 0;
+        var change = () => {
+            const changed = item(`${number++}`);
+            listener({ get queueState() { giveWay(); return "started"; }, items: [] }, "updated",
+                     changed);
+        };
+    )js");
+    constexpr std::size_t changesOfAThread = 1000;
+    std::array<std::thread, 4> changing;
+    for (std::thread& thread : changing) {
+        thread = std::thread([&] {
+            for (std::size_t change = 0; change < changesOfAThread; ++change) {
+                runtime.run("change()");
+            }
+        });
+    }
+    for (std::thread& thread : changing) {
+        thread.join();
+    }
+    const std::size_t all = changing.size() * changesOfAThread;
+    test::waitUntil("all changes", [&] { return count == all; });
+    std::vector<std::string> expected;
+    for (std::size_t number = 0; number < all; ++number) {
+        expected.push_back(std::to_string(number));
+    }
+    EXPECT_EQ(heard, expected);
 }
 
 TEST_F(DraftManagerStress, MayBeLetGoOfMeanwhile) {
