@@ -57,6 +57,35 @@ TEST(DataServiceQueues, DeliverOnTheCallbackQueue) {
     silent();
 }
 
+/// What a service hands over that delivers on `queue`.
+DataServiceState stateOf(const std::shared_ptr<SerialQueue>& queue,
+                         platform::RunLoop::TimePoint now) {
+    DataServiceState state;
+    state.subscriptions.push_back(
+        std::make_shared<BatchingSubscription<ResultCallback, WireSubscription>>(
+            [](const DataServiceResult&) {}, now,
+            WireSubscription::create("known", "{}", std::nullopt,
+                                     platform::OperationQueue::create(), queue)));
+    return state;
+}
+
+TEST(DataServiceQueues, DeliverEverythingOnTheQueueOfWhatWasHandedOver) {
+    ServiceRuntime runtime;
+    test::Journal queues("a result");
+    const auto service =
+        runtime.service(stateOf(SerialQueue::create("handed over"), runtime.clock->now()));
+    const ResultCallback callback = [&](const DataServiceResult&) {
+        queues.add(SerialQueue::currentLabel());
+    };
+    service->invokeAdapter("one", "{}", callback);
+    const Unsubscribe end = service->subscribeToAdapter("two", "{}", callback);
+    runtime.calls.wait(3);
+    runtime.emit("one", "{ data: {} }");
+    runtime.emit("two", "{ data: {} }");
+    EXPECT_EQ(queues.wait(2), Lines(2, "handed over"));
+    end();
+}
+
 /// Writes down on which queue a service hands its state over.
 class HandOverSink final : public platform::SignpostSink {
   public:
@@ -133,6 +162,7 @@ TEST(DataServiceQueues, SweepOnTheGlobalQueueWithTheDefaultQuality) {
     platform::setLogWriter([&](const platform::LogLine&) {
         transcript.add("sweep, on serial queue: " + currentQueue());
     });
+    const std::shared_ptr<void> restored(nullptr, [](void*) { platform::setLogWriter(nullptr); });
     {
         // One thread runs what waits, the best first and then first come, first served.
         HeldThreads held;
@@ -145,7 +175,6 @@ TEST(DataServiceQueues, SweepOnTheGlobalQueueWithTheDefaultQuality) {
         held.releaseOne();
         last.wait();
     }
-    platform::setLogWriter(nullptr);
     EXPECT_EQ(transcript.lines(), (Lines{"user initiated", "before", "sweep, on serial queue: none",
                                          "after", "utility"}));
     EXPECT_EQ(results.wait(1), Lines{"executeAdapter error - .executeAdapterTimeout"});
@@ -195,13 +224,7 @@ class DataServicePlace : public testing::Test {
   protected:
     DataServicePlace() {
         held.releaseOne();
-        DataServiceState state;
-        state.subscriptions.push_back(
-            std::make_shared<BatchingSubscription<ResultCallback, WireSubscription>>(
-                [](const DataServiceResult&) {}, runtime.clock->now(),
-                WireSubscription::create("known", "{}", std::nullopt,
-                                         platform::OperationQueue::create(), callbackQueue)));
-        service = runtime.service(std::move(state));
+        service = runtime.service(stateOf(callbackQueue, runtime.clock->now()));
         runtime.emit("known", "{ data: {} }");
     }
 

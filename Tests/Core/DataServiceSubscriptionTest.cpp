@@ -165,6 +165,31 @@ TEST(DataServiceSubscription, MayEndItselfFromItsCallback) {
     EXPECT_EQ(results.lines(), Lines{R"({"n":1})"});
 }
 
+TEST(DataServiceSubscription, ThatHasEndedInItsCallbackIsNotReadAnyMore) {
+    ServiceRuntime runtime;
+    Results results;
+    const auto service = runtime.service();
+    test::Arrival<Unsubscribe> returned("the unsubscribe callback");
+    test::Event ended("the end of the subscription");
+    test::Event answered("the late answer");
+    returned.put(service->subscribeToAdapter("list", "{}", [&](const DataServiceResult& result) {
+        returned.get()();
+        ended.signal();
+        answered.wait();
+        results.add(test::textOf(result));
+    }));
+    runtime.calls.wait(1);
+    runtime.answer(0, "{ data: {} }");
+    ended.wait();
+    runtime.answer(0, "{ get data() { heard('read'); return {}; } }");
+    answered.signal();
+    EXPECT_EQ(results.wait(1), Lines{"{}"});
+    EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
+    runtime.expectAllPlacesFree();
+    EXPECT_EQ(std::ranges::count(runtime.calls.lines(), "read"), 0);
+    EXPECT_EQ(results.lines().size(), 1u);
+}
+
 TEST(DataServiceSubscription, CanBeEndedWhenItsServiceIsGone) {
     ServiceRuntime runtime;
     Results results;
