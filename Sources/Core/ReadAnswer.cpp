@@ -71,8 +71,9 @@ std::optional<std::vector<std::string>> namesOf(js::Scope& scope, js::Local answ
     if (!names) {
         return std::nullopt;
     }
-    std::vector<std::string> texts;
     const unsigned count = scope.length(*names).value_or(0);
+    std::vector<std::string> texts;
+    texts.reserve(count);
     for (unsigned index = 0; index < count; ++index) {
         texts.push_back(scope.toText(scope.getAt(*names, index).value()));
     }

@@ -307,7 +307,7 @@ bool SQLiteStore::removeHalfMade(Options options) {
 }
 
 SQLiteStore::EncryptionOption
-SQLiteStore::EncryptionOption::kept(std::shared_ptr<KeyStoring> keyStore) {
+SQLiteStore::EncryptionOption::kept(const std::shared_ptr<KeyStoring>& keyStore) {
     const auto handler = std::make_shared<KeyHandler>(KeyHandler::storeKeyLabel,
                                                       KeyHandler::storeSaltLabel, keyStore);
     return keyAndSalt([handler] { return handler->keptKey(); },

@@ -65,7 +65,7 @@ class SQLiteStore final : public tessel::Plugin, public std::enable_shared_from_
         /// A key and a salt that are kept in `keyStore`, made on first use; in the platform's key
         /// store when it is null. Opening fails with SQLiteSecretError when a new one could not be
         /// kept, and with what the key store throws. The choice of most applications.
-        static EncryptionOption kept(std::shared_ptr<KeyStoring> keyStore = nullptr);
+        static EncryptionOption kept(const std::shared_ptr<KeyStoring>& keyStore = nullptr);
         /// The same with the platform's key store, but a new key or salt that could not be kept is
         /// used for this session: what is written then can never be read again. The log gets an
         /// error.

@@ -39,7 +39,7 @@ std::string SQLiteStore::registerOnChangedListener(
     return SQLiteStoreNotifier::shared().registerListener(
         weak_from_this(), [queue = callbackQueue, listener = callback.asListener()](
                               const std::vector<SQLiteStoreChange>& changes) {
-            queue->async([listener, changes]() mutable {
+            queue->async([listener, changes = changes]() mutable {
                 callOut("a change listener", std::move(listener), std::move(changes));
             });
         });
