@@ -179,7 +179,7 @@ TEST_F(PackedTest, IsMadeWhateverBecameOfTheGlobals) {
 }
 
 TEST_F(PackedTest, MayBeMadeWhileAnotherIs) {
-    test::setFunction(context, "again", 0, [this](Scope& scope, Local, Arguments) {
+    test::setFunction(context, "again", 0, [](Scope& scope, Local, Arguments) {
         Packed row(scope, *scope.evaluate("['inner', 'other']", ""), 0, valueShape());
         return scope.string(std::to_string(row.count()) + value(row, unread));
     });
