@@ -560,19 +560,24 @@ TEST(BatchingDraftManager, MayBeLookedAtAndEmptiedWhileManyThreadsAsk) {
     for (std::thread& caller : callers) {
         caller = std::thread([&] {
             for (std::size_t round = 0; round < rounds; ++round) {
-                EXPECT_NE(batching->batching(), nullptr);
                 batching->getDraftQueue({});
             }
             --working;
         });
     }
+    std::thread looking([&] {
+        do {
+            EXPECT_NE(batching->batching(), nullptr);
+        } while (working > 0);
+    });
     std::size_t taken = 0;
-    while (working > 0) {
+    do {
         taken += batching->takeBatching()->queueRequest.size();
-    }
+    } while (working > 0);
     for (std::thread& caller : callers) {
         caller.join();
     }
+    looking.join();
     EXPECT_EQ(taken + batching->batching()->queueRequest.size(), threads * rounds);
 }
 
