@@ -232,6 +232,7 @@ TEST(OperationLane, IsAskedAgainWhenWhatItHadToPassFinishesAfterItsTurn) {
     left->runAll(); // its turn passes
     urgent->finish();
     left->runAll();
+    EXPECT_EQ(right->runAll(), 1); // the turn that was asked for finds nothing
     EXPECT_THAT(transcript.lines(), ElementsAre("background"));
 }
 
