@@ -47,8 +47,8 @@ class Entry {
 ///
 /// Either way a thread inside is alone in the context's group, also while JavaScript calls native
 /// functions. So a native function never waits for another thread: that thread may want in. In
-/// debug builds, one that keeps a thread waiting at the door for 10 s ends the process and is
-/// named.
+/// debug builds, one that does nothing for 10 s while a thread waits at the door ends the process
+/// and is named.
 ///
 /// A thread that enters has at least 1 MiB of stack. SIGUSR1 belongs to the engine's collector.
 class Context {

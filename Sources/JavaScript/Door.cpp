@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <pthread.h>
 
 namespace zem::js {
 
@@ -13,6 +14,13 @@ constexpr bool watchesNativeCalls = false;
 #else
 constexpr bool watchesNativeCalls = true;
 #endif
+
+/// In nanoseconds.
+std::int64_t timeOf(clockid_t clock) {
+    timespec time{};
+    clock_gettime(clock, &time);
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
 
 } // namespace
 
@@ -61,6 +69,7 @@ Door::NativeCall::NativeCall(Door& given, const std::string& function) {
             const std::scoped_lock lock(door->callsMutex);
             door->calls.push_back(function);
             ++door->changesOfCalls;
+            pthread_getcpuclockid(pthread_self(), &door->callersTime);
         }
     }
 }
@@ -75,8 +84,10 @@ Door::NativeCall::~NativeCall() {
 
 void Door::Watch::waitedOneSlice() {
     const std::scoped_lock lock(door.callsMutex);
-    if (door.calls.empty() || seen != door.changesOfCalls) {
+    const std::int64_t work = door.calls.empty() ? 0 : timeOf(door.callersTime);
+    if (door.calls.empty() || seen != door.changesOfCalls || worked != work) {
         seen = door.changesOfCalls;
+        worked = work;
         slices = 0;
     } else if (++slices == limitInSlices) {
         std::fprintf(stderr,

@@ -9,6 +9,7 @@
 #include <Support/EngineEntry.h>
 #include <Support/Wait.h>
 #include <atomic>
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
@@ -135,6 +136,21 @@ TEST(ThreadsDeathTest, ANativeFunctionThatWaitsForAThreadAtTheDoorIsNamed) {
         test::evaluate(context, "waiter()"),
         "zem: the native function \"waiter\" keeps the engine while another thread waits to "
         "enter it: a native function must not wait for another thread");
+}
+
+// However long it takes: on a busy machine that may be any time.
+TEST(Threads, ANativeFunctionThatWorksWhileAThreadIsAtTheDoorIsLeftAlone) {
+    const Context context = test::makeContext();
+    std::thread other;
+    test::setFunction(context, "worker", 0, [&](Scope& scope, Local, Arguments) -> Result<Local> {
+        other = std::thread([&] { context.perform([](Scope&) {}); });
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(11);
+        while (std::chrono::steady_clock::now() < end) {
+        }
+        return scope.undefined();
+    });
+    test::evaluate(context, "worker()");
+    other.join();
 }
 
 // Not looked at in builds without assertions, which run no tests.

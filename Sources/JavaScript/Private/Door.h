@@ -7,6 +7,8 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <ctime>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -42,6 +44,7 @@ class Door {
     std::mutex callsMutex;
     std::vector<std::string> calls;
     std::size_t changesOfCalls = 0;
+    clockid_t callersTime{}; // the processor time of the thread that runs them
 };
 
 /// Notes, for as long as it lives, that a native function runs. Does nothing in release builds, and
@@ -58,7 +61,8 @@ class Door::NativeCall {
 };
 
 /// The patience of a thread that waits to get in. Debug builds end the process when one native
-/// function has run through all of it: most likely it waits for that thread.
+/// function has done nothing through all of it: most likely it waits for that thread. A function
+/// that uses the processor is at work, however slow the machine is.
 class Door::Watch {
   public:
     static constexpr std::chrono::milliseconds slice{100};
@@ -74,6 +78,7 @@ class Door::Watch {
   private:
     Door& door;
     std::size_t seen = 0;
+    std::int64_t worked = 0;
     int slices = 0;
 };
 
