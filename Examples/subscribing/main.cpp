@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-// What the runtime would be: it answers for accounts at once, and for contacts never.
+// Stands for the runtime: answers for accounts at once, and for contacts never.
 constexpr const char* runtime = R"js(({
     subscribeToAdapter(adapterId, config, callback, requestContext) {
         if (adapterId === "getAccounts") callback({ data: { adapterId, ...JSON.parse(config) } });

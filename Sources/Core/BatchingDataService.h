@@ -67,7 +67,7 @@ class BatchingDataService final : public DataServiceProtocolDeprecated,
     void remove(const WireSubscription& unsubscribable);
 
     const std::shared_ptr<platform::RunLoop> runLoop = platform::RunLoop::current();
-    /// Of the service that is made of the state.
+    /// The service that is made of the state calls back on it.
     const std::shared_ptr<platform::SerialQueue> callbackQueue;
     mutable platform::Mutex lock;
     std::unique_ptr<SubscriptionList> subscriptions;

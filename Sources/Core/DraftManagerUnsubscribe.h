@@ -33,7 +33,8 @@ class DraftManagerUnsubscribe {
 
     struct Moved {
         bool wasUnsubscribed = false; ///< before or meanwhile: the listener has no place any more
-        /// What was called and what was set until now; to be dropped without the manager's lock.
+        /// The callback that was called, and the one that was set until now. Both are dropped
+        /// without the manager's lock.
         Callback called;
         Callback replaced;
     };

@@ -30,8 +30,8 @@ std::string uriOf(const fs::path& file) {
     return platform::URL::file(file).absoluteString();
 }
 
-/// What SQLite says of a file that it cannot decrypt: that it is no database or, where the file's
-/// header is plain and the first page fails its check, that memory has run out.
+/// True for the answers that SQLite gives for a file which it cannot decrypt: no database or, where
+/// the file's header is plain and the first page fails its check, out of memory.
 bool isNotDecrypted(const SQLiteResult& result) {
     return result.rawValue == SQLITE_NOTADB || result.rawValue == SQLITE_NOMEM;
 }

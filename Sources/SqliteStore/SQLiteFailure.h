@@ -1,6 +1,6 @@
 #pragma once
 
-// What SQLite itself says of a call that fails. Callers of the store are told an opaque text.
+// SQLite's own message for a call that fails. Callers of the store get an opaque text.
 
 #include <cstdint>
 #include <functional>

@@ -247,7 +247,7 @@ struct Coding<std::map<std::string, T>> {
             if (!decoded) {
                 return std::unexpected(std::move(decoded.error()).inField(name));
             }
-            // Of names that only differ in what UTF-8 cannot hold, the last counts.
+            // The last one counts where two names differ only in what UTF-8 cannot hold.
             entries.insert_or_assign(std::move(name), std::move(*decoded));
             return {};
         };

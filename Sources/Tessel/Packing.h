@@ -23,7 +23,7 @@ inline constexpr bool isPacked = false;
 template <class T>
 concept Packed = isPacked<T>;
 
-/// What is read of a value that is decoded as a T: see zem::js::Packed.
+/// The shape, as zem::js::Packed takes it, of a value that is decoded as a T.
 template <class T>
 struct Shape {
     static std::string text() { return "0"; }

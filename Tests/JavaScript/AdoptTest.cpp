@@ -23,27 +23,13 @@ extern "C" JSObjectRef JSGetMemoryUsageStatistics(JSContextRef context);
 
 namespace {
 
+using test::onEngineThread;
 using zem::js::Arguments;
 using zem::js::Context;
 using zem::js::Local;
 using zem::js::Result;
 using zem::js::Scope;
 using zem::js::Value;
-
-/// Work of the application on the thread that uses the engine.
-void onEngineThread(const std::function<void()>& work) {
-    const auto loop = test::engineRunLoop();
-    if (loop == nullptr) {
-        work();
-        return;
-    }
-    test::Event done("the application's work");
-    loop->perform([&] {
-        work();
-        done.signal();
-    });
-    done.wait();
-}
 
 class AdoptedContext : public testing::Test {
   protected:

@@ -18,6 +18,7 @@
 
 namespace {
 
+using test::onEngineThread;
 using zem::js::Arguments;
 using zem::js::Context;
 using zem::js::Local;
@@ -25,19 +26,6 @@ using zem::js::Result;
 using zem::js::Scope;
 
 constexpr int rounds = 50;
-
-void onEngineThread(const std::function<void()>& work) {
-    if (const auto loop = test::engineRunLoop()) {
-        test::Event done("the application's work");
-        loop->perform([&] {
-            work();
-            done.signal();
-        });
-        done.wait();
-    } else {
-        work();
-    }
-}
 
 void inParallel(const std::vector<std::function<void()>>& works) {
     std::vector<std::thread> threads;

@@ -109,6 +109,20 @@ std::shared_ptr<zem::platform::RunLoop> engineRunLoop() {
     return engineEntry == EngineEntry::bound ? ContextCheck::installed().runLoop() : nullptr;
 }
 
+void onEngineThread(const std::function<void()>& work) {
+    const auto loop = engineRunLoop();
+    if (loop == nullptr) {
+        work();
+        return;
+    }
+    Event done("the application's work");
+    loop->perform([&] {
+        work();
+        done.signal();
+    });
+    done.wait();
+}
+
 void expectEval(const Context& context, std::string_view script, std::string_view type,
                 std::string_view value, std::source_location where) {
     const auto [foundType, foundValue] = context.perform([&](Scope& scope) {

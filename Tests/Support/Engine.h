@@ -24,6 +24,10 @@ zem::js::Context makeUncheckedContext();
 /// this run enters inline.
 std::shared_ptr<zem::platform::RunLoop> engineRunLoop();
 
+/// Runs `work`, which uses the engine without ZEM as an application does, on the thread that uses
+/// the engine, and returns when it has run.
+void onEngineThread(const std::function<void()>& work);
+
 /// Evaluates `script` and compares what came out. `type` is the value's kind as the error texts
 /// name it, without the article ("string", "array"), or "exception" for what was thrown. `value` is
 /// the text that `describe` makes of it, or the JSON text of an object or array.

@@ -15,7 +15,7 @@ namespace zem {
 /// read.
 using AnswerText = std::optional<std::string>;
 
-/// What the runtime answered, or why there is no answer that could be handed on.
+/// The runtime's answer, or the reason why there is none to hand on.
 using Outcome = std::expected<AnswerText, DataServiceError>;
 
 /// The `errorType` of an error that is told by its message.

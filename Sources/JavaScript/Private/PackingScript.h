@@ -61,7 +61,7 @@ inline constexpr const char* packingScript = R"js(
 
     return (array, first, shapeText) => {
         const shape = shapes[shapeText] ??= parse(shapeText);
-        // What reads a property may come back here.
+        // A getter may call this function again, which then needs an array of its own.
         const numbers = spare ?? new Numbers(capacity);
         spare = undefined;
         const out = { numbers, at: 1, text: "" };

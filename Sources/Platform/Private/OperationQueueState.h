@@ -89,7 +89,7 @@ class OperationQueueState : public std::enable_shared_from_this<OperationQueueSt
     mutable Mutex mutex;
     // By their queues; those that nothing waits in go. Few: an application has an engine or two.
     std::map<const Queue*, Lane> lanes;
-    // Those that hold a place.
+    // The operations that hold a place.
     Operations inProgress;
     std::size_t unfinished = 0;
     std::uint64_t arrivals = 0;

@@ -70,8 +70,8 @@ class SQLiteConnection {
     /// free that the cipher needs at their end.
     void expectReservedSpace();
 
-    /// Who hears of failing statements from now on. One that only undoes another's failure, the
-    /// rollback of a transaction, is not reported.
+    /// Reports failing statements to `handler` from now on. A failing rollback, which only undoes
+    /// another failure, is not reported.
     void setFailureHandler(SQLiteFailureHandler handler) { whenFailing = std::move(handler); }
 
     /// Lowers how many bytes a text may have; for tests.

@@ -4,7 +4,7 @@
 
 namespace zem {
 
-/// What tests reach of a store's inside, while it is idle.
+/// Gives tests the connection of a store that is idle.
 struct SQLiteStoreInspection {
     static SQLiteConnection& connection(SQLiteStore& store) { return *store.connection; }
 };
