@@ -103,6 +103,7 @@ std::future<void> closeStore(std::shared_ptr<SQLiteStore> store) {
     std::future<void> end = ended.get_future();
     store->whenClosed(
         [ended = std::make_shared<std::promise<void>>(std::move(ended))] { ended->set_value(); });
+    store.reset();
     return end;
 }
 
