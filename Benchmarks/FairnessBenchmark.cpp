@@ -1,6 +1,10 @@
 // How long others wait for the engine while the data service has much to do there: a thread that
 // enters it, and a timer of JavaScript. The floor is one turn of the service's lane: sixteen calls.
 // Both ways of entering a context: bound to a thread, as the host's is, and inline.
+//
+// A wait is told by the calls of the service that pass it, and given as the time that these take.
+// By the clock, the longest of some hundred waits is a time slice of the machine's scheduler or a
+// collection of the engine's, whichever way the engine is shared.
 
 #include "Baton.h"
 #include "Measure.h"
@@ -22,7 +26,10 @@ namespace {
 
 constexpr const char* runtimeScript = R"js(
     globalThis.zem = {
-        invokeAdapter(adapterId, config, callback, context) { callback({ data: { n: 1 } }); },
+        invokeAdapter(adapterId, config, callback, context) {
+            callStarted();
+            callback({ data: { n: 1 } });
+        },
     };
     globalThis.ticks = 0;
     globalThis.tick = () => { ++ticks; };
@@ -43,7 +50,16 @@ class Subject {
     explicit Subject(zem::js::Context entered)
         : context(std::move(entered)) {
         tick = context
-                   .perform([](zem::js::Scope& scope) {
+                   .perform([this](zem::js::Scope& scope) {
+                       (void)scope.set(
+                           scope.global(), "callStarted",
+                           scope.function(
+                               "callStarted", 0,
+                               [this](zem::js::Scope& inside, zem::js::Local,
+                                      zem::js::Arguments) -> zem::js::Result<zem::js::Local> {
+                                   ++callsStarted;
+                                   return inside.undefined();
+                               }));
                        (void)scope.evaluate(runtimeScript, "runtime.js").value();
                        return zem::js::Function::from(scope,
                                                       scope.evaluate("tick", "runtime.js").value());
@@ -90,8 +106,14 @@ class Subject {
 
     bool isDrained() const { return ended; }
 
-    void callTick() const {
-        context.perform([&](zem::js::Scope& scope) { (void)tick.call(scope).value(); });
+    int started() const { return callsStarted; }
+
+    /// Enters the engine. Gives the calls that had been started when JavaScript ran.
+    int tickAndCount() const {
+        return context.perform([&](zem::js::Scope& scope) {
+            (void)tick.call(scope).value();
+            return started();
+        });
     }
 
   private:
@@ -101,10 +123,14 @@ class Subject {
     bench::Baton allAnswered;
     int answered = 0;
     std::atomic<bool> ended = false;
+    std::atomic<int> callsStarted = 0;
 };
 
-/// A timer of JavaScript, due again a little after each tick; keeps the longest time that one came
-/// late.
+/// Between two waits. A thread that entered without a pause would take the processor from those
+/// whose fairness is measured.
+constexpr std::chrono::milliseconds pause{1};
+
+/// A timer of JavaScript, due at once; keeps the most calls that passed one.
 class Ticking {
   public:
     Ticking(const Subject& subject, zem::platform::RunLoop& loop)
@@ -116,40 +142,39 @@ class Ticking {
     }
 
     /// Returns when no more ticks are to come.
-    double longestWait() {
+    int mostPassed() {
         stopped.take();
-        return longest;
+        return most;
     }
 
   private:
-    static constexpr std::chrono::milliseconds interval{2};
-
     void schedule() {
         if (subject.isDrained()) {
             stopped.give();
             return;
         }
-        const auto due = Clock::now() + interval;
-        timer = loop.scheduleTimer(interval, false, [this, due] {
-            subject.callTick();
-            longest = std::max(longest, millisecondsSince(due));
-            loop.perform([this] { schedule(); });
+        const int before = subject.started();
+        timer = loop.scheduleTimer(std::chrono::milliseconds(0), false, [this, before] {
+            most = std::max(most, subject.tickAndCount() - before);
+            timer = loop.scheduleTimer(pause, false, [this] { schedule(); });
         });
     }
 
     const Subject& subject;
     zem::platform::RunLoop& loop;
     std::unique_ptr<zem::platform::Timer> timer;
-    double longest = 0;
+    int most = 0;
     bench::Baton stopped;
 };
 
-double longestEntry(const Subject& subject) {
-    double longest = 0;
+int mostPassedEntries(const Subject& subject) {
+    int most = 0;
     while (!subject.isDrained()) {
-        longest = std::max(longest, bench::milliseconds([&] { subject.callTick(); }));
+        const int before = subject.started();
+        most = std::max(most, subject.tickAndCount() - before);
+        std::this_thread::sleep_for(pause);
     }
-    return longest;
+    return most;
 }
 
 void measure(const std::string& name, zem::js::Context context, zem::platform::RunLoop& timers) {
@@ -158,13 +183,12 @@ void measure(const std::string& name, zem::js::Context context, zem::platform::R
         {name, "ms", 20},
         [&] {
             Ticking ticking(subject, timers);
-            double entry = 0;
-            subject.drain([&] {
+            int entry = 0;
+            const double taken = subject.drain([&] {
                 ticking.start();
-                entry = longestEntry(subject);
+                entry = mostPassedEntries(subject);
             });
-            const double tick = ticking.longestWait();
-            return std::max(entry, tick);
+            return std::max(entry, ticking.mostPassed()) * taken / outstanding;
         },
         [&] { return subject.drain([] {}) * startsInATurn / outstanding; }));
 }

@@ -38,28 +38,49 @@ std::shared_ptr<Door> Door::of(JSContextGroupRef group) {
 }
 
 void Door::lock() {
-    if constexpr (watchesNativeCalls) {
-        if (!mutex.try_lock()) {
-            Watch watch(*this);
-            while (!mutex.try_lock_for(Watch::slice)) {
-                watch.waitedOneSlice();
-            }
-        }
-        if (depth++ == 0) {
-            owner = std::this_thread::get_id();
+    const auto self = std::this_thread::get_id();
+    if (owner.load(std::memory_order_relaxed) == self) {
+        ++depth;
+        return;
+    }
+    const bool mayOvertake = overtook.load(std::memory_order_relaxed) < mostOvertaking;
+    if (mayOvertake && mutex.try_lock()) {
+        if (waiting.load(std::memory_order_relaxed) > 0) {
+            overtook.fetch_add(1, std::memory_order_relaxed);
         }
     } else {
-        mutex.lock();
+        waitInLine();
     }
+    owner.store(self, std::memory_order_relaxed);
+    depth = 1;
+}
+
+void Door::waitInLine() {
+    Watch watch(*this);
+    const auto wait = [&](std::timed_mutex& awaited) {
+        if constexpr (watchesNativeCalls) {
+            while (!awaited.try_lock_for(Watch::slice)) {
+                watch.waitedOneSlice();
+            }
+        } else {
+            awaited.lock();
+        }
+    };
+    waiting.fetch_add(1, std::memory_order_relaxed);
+    wait(line);
+    awaited = true;
+    wait(mutex);
+    awaited = false;
+    overtook.store(0, std::memory_order_relaxed);
+    waiting.fetch_sub(1, std::memory_order_relaxed);
+    line.unlock();
 }
 
 void Door::unlock() {
-    if constexpr (watchesNativeCalls) {
-        if (--depth == 0) {
-            owner = std::thread::id();
-        }
+    if (--depth == 0) {
+        owner.store(std::thread::id(), std::memory_order_relaxed);
+        mutex.unlock();
     }
-    mutex.unlock();
 }
 
 Door::NativeCall::NativeCall(Door& given, const std::string& function) {

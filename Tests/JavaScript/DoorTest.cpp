@@ -2,6 +2,7 @@
 // in.
 
 #include <zem/JavaScript/Context.h>
+#include <zem/JavaScript/Private/Door.h>
 #include <zem/Platform/RunLoop.h>
 
 #include <JavaScriptCore/JavaScript.h>
@@ -12,6 +13,7 @@
 #include <Support/Wait.h>
 #include <atomic>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -214,6 +216,27 @@ TEST_F(Door, LetsAThreadInAgain) {
         return context.perform([](Scope& again) { return again.evaluate("6 * 7", ""); });
     });
     test::expectEval(context, "native()", "number", "42");
+}
+
+TEST_F(Door, IsLeftToAThreadThatWaitsAfterSixteenEntries) {
+    const auto door = zem::js::Door::of(group);
+    std::atomic<bool> wasIn = false;
+    door->lock();
+    std::thread waiting([&] {
+        const std::scoped_lock entry(*door);
+        wasIn = true;
+    });
+    test::waitUntil("a thread at the head of the line", [&] { return door->isAwaited(); });
+    door->unlock();
+    const auto enterAgain = [&] {
+        const std::scoped_lock entry(*door);
+    };
+    for (int overtaking = 0; overtaking < 16; ++overtaking) {
+        enterAgain();
+    }
+    enterAgain();
+    EXPECT_TRUE(wasIn);
+    waiting.join();
 }
 
 } // namespace
