@@ -150,23 +150,28 @@ js::Local DataService::serializedAdapterRequestContext(
 void DataService::invokeAdapter(std::string adapterId, std::string config,
                                 std::optional<AdapterRequestContext> requestContext,
                                 ResultCallback callback) {
-    static const js::Name method("invokeAdapter");
     const auto operation = AdapterInvokeOperation::create(priorityOf(requestContext));
-    auto call = std::make_shared<OneShot>(weakSelf(), std::move(callback), operation);
-    operation->setWorkBlock([weak = weakSelf(), weakOperation = std::weak_ptr(operation),
-                             call = std::move(call), adapterId = std::move(adapterId),
-                             config = std::move(config),
-                             requestContext = std::move(requestContext)]() mutable {
-        if (const auto service = weak.lock()) {
-            service->addUnanswered(std::move(weakOperation));
-        }
-        callRuntime(runtimeOf(weak), method, call, [&](js::Scope& scope, js::Local result) {
-            return std::array{scope.string(adapterId), scope.string(config), result,
-                              serializedAdapterRequestContext(requestContext, scope)};
-        });
-    });
+    operation->setWorkBlock(
+        [call = std::make_shared<Invocation>(
+             weakSelf(), std::move(callback), std::weak_ptr(operation), std::move(adapterId),
+             std::move(config), std::move(requestContext))] { call->start(); });
     operation->setLane(zem.context().lane());
     adapterCallQueue->addOperation(operation);
+}
+
+void DataService::Invocation::start() {
+    static const js::Name method("invokeAdapter");
+    if (const auto alive = service.lock()) {
+        alive->addUnanswered(place.operation);
+    }
+    const std::string adapter = std::move(adapterId);
+    const std::string text = std::move(config);
+    const auto context = std::exchange(requestContext, std::nullopt);
+    callRuntime(runtimeOf(service), method, shared_from_this(),
+                [&](js::Scope& scope, js::Local result) {
+                    return std::array{scope.string(adapter), scope.string(text), result,
+                                      serializedAdapterRequestContext(context, scope)};
+                });
 }
 
 void DataService::addUnanswered(std::weak_ptr<AdapterInvokeOperation> operation) {

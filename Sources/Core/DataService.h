@@ -97,6 +97,7 @@ class DataService final : public DataServiceProtocolDeprecated, public DataServi
     }
     using Subscription = BatchingSubscription<ResultCallback, WireSubscription>;
     class OneShot;
+    class Invocation;
     class Emissions;
 
     DataService(js::Value zem, std::shared_ptr<BinaryStore> binaryStore,

@@ -10,6 +10,9 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
+#include <string>
+#include <utility>
 
 namespace zem {
 
@@ -29,7 +32,6 @@ class AdapterCallPlace {
         }
     }
 
-  private:
     const std::weak_ptr<AdapterInvokeOperation> operation;
 };
 
@@ -39,8 +41,8 @@ class DataService::OneShot : public std::enable_shared_from_this<OneShot> {
     OneShot(std::weak_ptr<DataService> service, ResultCallback callback,
             std::weak_ptr<AdapterInvokeOperation> operation = {})
         : service(std::move(service))
-        , callback(std::move(callback))
-        , place(std::move(operation)) {}
+        , place(std::move(operation))
+        , callback(std::move(callback)) {}
 
     /// The function that the runtime calls.
     js::Local function(js::Scope& scope);
@@ -49,15 +51,39 @@ class DataService::OneShot : public std::enable_shared_from_this<OneShot> {
     /// The runtime has called the function.
     void answer(js::Scope& scope, js::Arguments arguments);
 
+  protected:
+    const std::weak_ptr<DataService> service;
+    AdapterCallPlace place;
+
   private:
     void arrived(Outcome arrival);
     void deliver();
 
-    const std::weak_ptr<DataService> service;
     ResultCallback callback;
     std::atomic<bool> answered = false;
     Outcome outcome; ///< from when it has been answered
-    AdapterCallPlace place;
+};
+
+/// A call of "invokeAdapter": its arguments beside its answer, in one allocation. Many calls may
+/// wait, and they are made on one thread and destroyed on another.
+class DataService::Invocation : public OneShot {
+  public:
+    Invocation(std::weak_ptr<DataService> service, ResultCallback callback,
+               std::weak_ptr<AdapterInvokeOperation> operation, std::string adapterId,
+               std::string config, std::optional<AdapterRequestContext> requestContext)
+        : OneShot(std::move(service), std::move(callback), std::move(operation))
+        , adapterId(std::move(adapterId))
+        , config(std::move(config))
+        , requestContext(std::move(requestContext)) {}
+
+    /// Calls the runtime. The arguments are dropped then: the runtime may keep the function, and
+    /// with it this object, for long.
+    void start();
+
+  private:
+    std::string adapterId;
+    std::string config;
+    std::optional<AdapterRequestContext> requestContext;
 };
 
 /// The answers of a subscription, for as long as somebody owns that. It is held weakly: it holds
