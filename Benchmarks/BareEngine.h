@@ -63,7 +63,9 @@ class BareEngine {
         JSStringRelease(text);
     }
 
-  private:
+    JSContextRef context() const { return global; }
+
+    /// The object that a script gives, for as long as the engine lives.
     JSObjectRef keep(const char* script) {
         JSObjectRef object = JSValueToObject(global, evaluate(script), nullptr);
         if (object == nullptr) {
@@ -80,6 +82,7 @@ class BareEngine {
         return value;
     }
 
+  private:
     static JSValueRef read(JSContextRef context, JSObjectRef, JSObjectRef, std::size_t,
                            const JSValueRef arguments[], JSValueRef*) {
         JSStringRef text = JSValueCreateJSONString(context, arguments[0], 0, nullptr);

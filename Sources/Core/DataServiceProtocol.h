@@ -3,7 +3,7 @@
 // What the application asks of the runtime's adapters, whether there is a runtime yet or not.
 
 #include <zem/Core/AdapterRequestContext.h>
-#include <zem/Core/ContentVersionOperation.h>
+#include <zem/Core/ContentAdapterConfigs.h>
 #include <zem/Core/DataServiceResult.h>
 #include <zem/Platform/Future.h>
 #include <zem/Platform/Publisher.h>

@@ -3,7 +3,7 @@
 // What one service hands over to the next.
 
 #include <zem/Core/BatchingSubscription.h>
-#include <zem/Core/ContentVersionOperation.h>
+#include <zem/Core/ContentAdapterConfigs.h>
 #include <zem/Core/DataServiceResult.h>
 #include <zem/Core/MutatingWireSubscription.h>
 #include <zem/Core/WireSubscription.h>

@@ -42,7 +42,20 @@ class Callback {
     /// thread wake twice. The copy holds nothing afterwards.
     void operator()(Arguments... arguments) && { std::move(*this).callLast(arguments...); }
 
-    /// The same with arguments that are made inside the engine: `make(Scope&)` gives an array of
+    /// Calls the function before returning. Only on a thread that is inside the engine, as that of
+    /// a bound method is: any other would wait for running JavaScript.
+    void callNow(const Arguments&... arguments) const {
+        if (!function) {
+            throw std::bad_function_call();
+        }
+        function.context().perform([&](zem::js::Scope& scope) {
+            call(
+                scope, function,
+                std::array<zem::js::Local, sizeof...(Arguments)>{encodeValue(scope, arguments)...});
+        });
+    }
+
+    /// A last call with arguments that are made inside the engine: `make(Scope&)` gives an array of
     /// engine values. What `make` holds is let go of there, too.
     template <class Make>
     void callWith(Make make) && {

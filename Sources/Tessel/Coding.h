@@ -100,9 +100,12 @@ struct Coding<double> {
     }
 };
 
-template <std::signed_integral Integer>
+/// Unsigned ones are read only: no record has one.
+template <std::integral Integer>
+    requires(!std::same_as<Integer, bool>)
 struct Coding<Integer> {
-    static constexpr std::string_view expected = "an integer";
+    static constexpr std::string_view expected =
+        std::is_signed_v<Integer> ? "an integer" : "an unsigned integer";
 
     template <class D>
     static Decoded<Integer> decode(const D& value) {
@@ -111,11 +114,12 @@ struct Coding<Integer> {
         }
         const std::optional<std::int64_t> integer = value.integer();
         if (!integer) {
-            return std::unexpected(DecodingError{{}, "expected an integer, found another number"});
+            return std::unexpected(
+                DecodingError{{}, "expected " + std::string(expected) + ", found another number"});
         }
         if (!std::in_range<Integer>(*integer)) {
             return std::unexpected(DecodingError{{},
-                                                 "expected an integer of " +
+                                                 "expected " + std::string(expected) + " of " +
                                                      std::to_string(sizeof(Integer) * 8) +
                                                      " bits, found one out of range"});
         }
@@ -123,7 +127,9 @@ struct Coding<Integer> {
     }
 
     template <class E>
-    static typename E::Output encode(E& encoder, Integer value) {
+    static typename E::Output encode(E& encoder, Integer value)
+        requires std::is_signed_v<Integer>
+    {
         return encoder.integer(value);
     }
 };

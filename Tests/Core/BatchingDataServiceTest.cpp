@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <Core/BinaryStore.h>
 #include <Core/ServiceRuntime.h>
+#include <Support/BinaryStore.h>
 #include <memory>
 #include <optional>
 #include <string>

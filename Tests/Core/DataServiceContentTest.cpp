@@ -2,12 +2,13 @@
 
 #include <zem/Core/BatchingDataService.h>
 #include <zem/Core/DataService.h>
+#include <zem/Tessel/JSON.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <Core/BinaryStore.h>
 #include <Core/ServiceRuntime.h>
+#include <Support/BinaryStore.h>
 #include <Support/LogCapture.h>
 #include <memory>
 #include <optional>
@@ -113,6 +114,46 @@ TEST_F(DataServiceContent, RemovesTheFileAgainWhenItCannotBeDescribed) {
     EXPECT_EQ(store->transcript.lines(), (Lines{"store application/pdf 3", "remove blob-1"}));
     EXPECT_EQ(store->cachedData("blob-1"), std::nullopt);
     EXPECT_EQ(runtime.calls.lines(), Lines{});
+}
+
+TEST_F(DataServiceContent, KeepsTheFileOfACallThatFailsInTheRuntime) {
+    const auto uploading = service();
+    uploading->createContentVersion(version(), std::nullopt, results.callback());
+    runtime.calls.wait(1);
+    runtime.answer(0, "{ error: 'refused by the server' }");
+    EXPECT_EQ(results.wait(1), Lines{"executeAdapter error - refused by the server"});
+    EXPECT_EQ(store->transcript.lines(), Lines{"store application/pdf 3"});
+    EXPECT_EQ(store->cachedData("blob-1"), (platform::Bytes{1, 2, 3}));
+}
+
+TEST(ContentAdapterConfigs, ReadBackWhatIsWritten) {
+    const ZEMContentVersionConfig full{"t", "d", "069",
+                                       FileData{"h", "n", true, 9007199254740993, "a/b"}};
+    const ZEMContentVersionConfig least{"", "", std::nullopt,
+                                        FileData{std::nullopt, "", false, -1, ""}};
+    const std::string fullText =
+        R"({"title":"t","description":"d","contentDocumentId":"069","fileData":)"
+        R"({"handle":"h","name":"n","isFileReference":true,"size":9007199254740993,"type":"a/b"}})";
+    const std::string leastText = R"({"title":"","description":"","fileData":)"
+                                  R"({"name":"","isFileReference":false,"size":-1,"type":""}})";
+    for (const auto& [config, text] : {std::pair(full, fullText), std::pair(least, leastText)}) {
+        EXPECT_EQ(tessel::toText(tessel::toAny(config)), text);
+        EXPECT_EQ(tessel::fromAny<ZEMContentVersionConfig>(tessel::parse(text).value()), config);
+    }
+}
+
+TEST(ContentAdapterConfigs, NameTheFieldThatIsMissing) {
+    const auto failure = [](const char* json) {
+        return tessel::fromAny<ZEMContentVersionConfig>(tessel::parse(json).value())
+            .error()
+            .description();
+    };
+    EXPECT_EQ(failure(R"({"description":"","fileData":{}})"),
+              "title: expected a string, found undefined");
+    EXPECT_EQ(failure(R"({"title":"","description":""})"),
+              "fileData: expected an object, found undefined");
+    EXPECT_EQ(failure(R"({"title":"","description":"","fileData":{"name":"","size":1,"type":""}})"),
+              "fileData.isFileReference: expected a boolean, found undefined");
 }
 
 TEST_F(DataServiceContent, FailsWithWhatTheBinaryStoreThrows) {

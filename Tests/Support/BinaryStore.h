@@ -10,13 +10,20 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace test {
 
 class BinaryStore final : public zem::BinaryStore {
   public:
+    using Completion = std::function<void(std::expected<std::string, std::string>)>;
+
     /// Called, where there is one, before bytes are kept or removed.
     std::function<void()> failing;
+    /// What becomes of a fetch.
+    std::function<void(Completion)> fetch = [](const Completion& completion) {
+        completion(std::unexpected("nothing is fetched here"));
+    };
 
     std::string store(const zem::platform::Bytes& data, const std::string& type,
                       std::uint64_t size) override {
@@ -28,12 +35,16 @@ class BinaryStore final : public zem::BinaryStore {
         return handle;
     }
 
-    void cache(const zem::platform::URL& url, std::int64_t,
-               std::function<void(std::expected<std::string, std::string>)> completion) override {
-        completion(std::unexpected("nothing is fetched here: " + url.absoluteString()));
+    void cache(const zem::platform::URL& url, std::int64_t ttlSeconds,
+               Completion completion) override {
+        transcript.add("cache " + url.absoluteString() + " " + std::to_string(ttlSeconds));
+        fetch(std::move(completion));
     }
 
-    void setCanonicalUrl(const std::string&, const std::string&, std::int64_t) override {}
+    void setCanonicalUrl(const std::string& uri, const std::string& canonicalUrl,
+                         std::int64_t ttlSeconds) override {
+        transcript.add("canonical " + uri + " " + canonicalUrl + " " + std::to_string(ttlSeconds));
+    }
 
     std::optional<zem::platform::Bytes> cachedData(const std::string& handle) override {
         const std::scoped_lock lock(mutex);
