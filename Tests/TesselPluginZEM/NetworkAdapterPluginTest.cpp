@@ -165,6 +165,18 @@ TEST_F(NetworkAdapterPluginTest, RebuildsPostsOnly) {
     }
 }
 
+TEST_F(NetworkAdapterPluginTest, TakesThePlainTextForAListOfFields) {
+    const auto isTaken = [](HTTPMethod method, std::optional<std::string> body) {
+        return NetworkAdapterPlugin::shouldBuildFormDataRequest(
+            asReceived(method, std::move(body)));
+    };
+    EXPECT_TRUE(isTaken(HTTPMethod::POST, "{\"namedEntries\" : []}"));
+    EXPECT_TRUE(isTaken(HTTPMethod::POST, "not JSON, but namedEntries in it"));
+    EXPECT_FALSE(isTaken(HTTPMethod::POST, "{\"namedentries\": []}"));
+    EXPECT_FALSE(isTaken(HTTPMethod::POST, std::nullopt));
+    EXPECT_FALSE(isTaken(HTTPMethod::PUT, "namedEntries"));
+}
+
 TEST_F(NetworkAdapterPluginTest, BuildsTheFormWithAFreshBoundary) {
     const std::string handle = store->store({'x', 'y'}, "text/plain", 2);
     const Request first = sent("send({ host: 'other.example', headers: { X: 'y' }, "
@@ -243,6 +255,13 @@ TEST_F(NetworkAdapterPluginTest, PassesResultsThroughUnchanged) {
                                       R"(error {"type":"timeout","message":"too late"})"}));
 }
 
+TEST_F(NetworkAdapterPluginTest, OrdersResultsByEightForEachPriority) {
+    EXPECT_EQ(queuePriority(RequestPriority::high), platform::QueuePriority{8});
+    EXPECT_EQ(queuePriority(RequestPriority::normal), platform::QueuePriority{0});
+    EXPECT_EQ(queuePriority(RequestPriority::background), platform::QueuePriority{-8});
+    EXPECT_EQ(queuePriority(std::nullopt), platform::QueuePriority{0});
+}
+
 TEST_F(NetworkAdapterPluginTest, DeliversTheHighestPriorityFirst) {
     evaluate(R"js(
         for (const priority of ["high", "background", "normal", undefined, "high", "background", "normal"]) {
@@ -250,16 +269,25 @@ TEST_F(NetworkAdapterPluginTest, DeliversTheHighestPriorityFirst) {
         }
     )js");
     // While this thread is inside, results can only wait. The first may have been taken already.
-    context.perform([&](js::Scope&) {
+    context.perform([&](js::Scope& scope) {
         int number = 0;
         for (const auto& exchange : adapter->exchanges) {
-            exchange.onResponse(Response{number++, {}, std::nullopt});
+            if (number % 2 == 0) {
+                exchange.onResponse(Response{number, {}, std::nullopt});
+            } else {
+                exchange.onError(NetworkError{NetworkErrorType::timeout, std::to_string(number)});
+            }
+            ++number;
+            test::letOthersIn(scope);
         }
         EXPECT_EQ(transcript.lines(), Lines{});
     });
     Lines expected;
     for (const int number : {0, 4, 2, 3, 6, 1, 5}) {
-        expected.push_back("response {\"status\":" + std::to_string(number) + ",\"headers\":{}}");
+        expected.push_back(
+            number % 2 == 0
+                ? "response {\"status\":" + std::to_string(number) + ",\"headers\":{}}"
+                : "error {\"type\":\"timeout\",\"message\":\"" + std::to_string(number) + "\"}");
     }
     EXPECT_EQ(waitForHeard(7), expected);
 }

@@ -5,19 +5,12 @@
 #include <zem/TesselPluginZEM/NetworkAdapter/MultipartForm.h>
 #include <zem/TesselPluginZEM/NetworkAdapter/NetworkAdapterPlugin.h>
 
-#include <optional>
 #include <stdexcept>
 #include <utility>
 
 namespace zem {
 
 namespace {
-
-/// 8 for the first priority, 8 less for each one after it.
-platform::QueuePriority queuePriority(std::optional<RequestPriority> priority) {
-    const int position = static_cast<int>(priority.value_or(RequestPriority::normal));
-    return static_cast<platform::QueuePriority>(8 - 8 * position);
-}
 
 /// What the network adapter calls: hands its argument to JavaScript by the queue.
 template <class Outcome>
@@ -33,6 +26,11 @@ auto deliver(const std::shared_ptr<platform::OperationQueue>& queue,
 }
 
 } // namespace
+
+platform::QueuePriority queuePriority(std::optional<RequestPriority> priority) {
+    const int position = static_cast<int>(priority.value_or(RequestPriority::normal));
+    return static_cast<platform::QueuePriority>(8 - 8 * position);
+}
 
 std::shared_ptr<NetworkAdapterPlugin>
 NetworkAdapterPlugin::create(std::shared_ptr<NetworkAdapter> networkAdapter,

@@ -9,10 +9,15 @@
 #include <zem/TesselPluginZEM/NetworkAdapter/NetworkAdapter.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace zem {
+
+/// The priority at which an exchange's result waits for the engine: 8 less 8 for each case before
+/// its own, and that of `normal` where there is none.
+platform::QueuePriority queuePriority(std::optional<RequestPriority> priority);
 
 /// Offers `sendRequest(request, onResponse, onError)`, which returns the network adapter's token,
 /// and `cancelRequest(token)`. An upload that names files in the binary store is sent as a
