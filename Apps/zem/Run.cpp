@@ -1,11 +1,11 @@
 #include "Run.h"
 
-#include "CommandInput.h"
-#include "Failure.h"
-#include "File.h"
-#include "Output.h"
-#include "Report.h"
-#include "Store.h"
+#include "Commands/Report.h"
+#include "Process/Failure.h"
+#include "Process/File.h"
+#include "Process/Output.h"
+#include "Runtime/Store.h"
+#include "Shell/CommandInput.h"
 #include <zem/Platform/ChromeTrace.h>
 #include <zem/Platform/Log.h>
 

@@ -2,16 +2,16 @@
 
 // One run of a bundle, from its first line to the clean end.
 
-#include "ClosableRunLoop.h"
-#include "CommandLine.h"
-#include "Commands.h"
-#include "Ending.h"
-#include "Globals.h"
-#include "Interruption.h"
-#include "Runtime.h"
-#include "Settings.h"
-#include "Signal.h"
-#include "Timers.h"
+#include "Commands/Commands.h"
+#include "Globals/ClosableRunLoop.h"
+#include "Globals/Globals.h"
+#include "Globals/Settings.h"
+#include "Globals/Timers.h"
+#include "Process/CommandLine.h"
+#include "Process/Ending.h"
+#include "Process/Interruption.h"
+#include "Process/Signal.h"
+#include "Runtime/Runtime.h"
 #include <zem/JavaScript/Context.h>
 #include <zem/SqliteStore/SQLiteStore.h>
 #include <zem/Tessel/Activity.h>

@@ -1,11 +1,11 @@
 // The headless host: runs a JavaScript data runtime without the application around it.
 
-#include "CommandLine.h"
-#include "Failure.h"
-#include "Interruption.h"
-#include "Output.h"
+#include "Process/CommandLine.h"
+#include "Process/Failure.h"
+#include "Process/Interruption.h"
+#include "Process/Output.h"
+#include "Process/Signals.h"
 #include "Run.h"
-#include "Signals.h"
 
 #include <fmt/format.h>
 

@@ -1,0 +1,74 @@
+#pragma once
+
+// The globals that a bundle finds beside the language's own. The script in script/ makes them.
+// This class gives the script the functions that the engine does not have.
+
+#include "Evaluated.h"
+#include "Runtime/RuntimeParts.h"
+#include <zem/JavaScript/Context.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zem::host {
+
+class Globals {
+  public:
+    /// What the globals ask of the run; called inside the engine.
+    struct Run {
+        bool json = false;
+        std::vector<std::string> arguments;
+        std::function<void(std::uint64_t id, double milliseconds)> startTimer;
+        std::function<void(std::uint64_t id)> stopTimer;
+        /// Between the two, each as often as the other, the run does not end by itself.
+        std::function<void()> hold;
+        std::function<void()> release;
+        /// Milliseconds since the run began.
+        std::function<double()> now;
+        /// End the run, and do not return.
+        std::function<void(int code)> exit;
+        std::function<void(js::Scope&, const js::Exception&)> fail;
+        /// What the bundle does with `globalThis.runtime`: it has set one, which may be a promise;
+        /// its parts are there; it cannot be used, and why. The last answers false where nobody has
+        /// use for a runtime.
+        std::function<void()> runtimePromised;
+        std::function<void(RuntimeParts parts)> runtimeArrived;
+        std::function<bool(std::string why)> runtimeFailed;
+    };
+
+    /// Defines the globals. Throws std::runtime_error when the engine refuses the script.
+    Globals(js::Scope& scope, Run run);
+
+    /// Makes one more global; false when there is one of that name already.
+    bool add(js::Scope& scope, const std::string& name, js::Local value) const;
+
+    /// Calls what was given to setTimeout or setInterval.
+    js::Result<js::Local> fireTimer(js::Scope& scope, std::uint64_t id) const;
+
+    /// Begins to watch `globalThis.runtime`. To be called before the bundle runs.
+    void watchRuntime(js::Scope& scope) const;
+    /// Looks at it once more, for a bundle that has replaced what watches it.
+    void lookAtRuntime(js::Scope& scope) const;
+
+    /// Evaluates a script and, when it gives a promise, waits for that. `done` is called once, on
+    /// the context's thread, or never when the promise is not settled.
+    void evaluate(js::Scope& scope, std::string_view script, std::string_view source, int line,
+                  std::function<void(Evaluated)> done) const;
+
+    /// The report on an exception that nobody caught: its place, message and stack.
+    std::string describeUncaught(js::Scope& scope, const js::Exception& exception,
+                                 bool wasRejection) const;
+
+  private:
+    js::Function addFunction;
+    js::Function watchRuntimeFunction;
+    js::Function lookAtRuntimeFunction;
+    js::Function showResultFunction;
+    js::Function fireTimerFunction;
+    js::Function describeUncaughtFunction;
+};
+
+} // namespace zem::host

@@ -1,0 +1,33 @@
+#pragma once
+
+// The globals that the command line sets.
+
+#include "Process/CommandLine.h"
+#include <zem/JavaScript/Context.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zem::host {
+
+class Settings {
+  public:
+    /// Reads the files. Throws a Failure when one cannot be read.
+    explicit Settings(const std::vector<Setting>& given);
+
+    /// A setting's name and what it is set to.
+    using Value = std::pair<std::string, js::Value>;
+
+    /// Throws a Failure when a file's text is not JSON, with the place.
+    std::vector<Value> parse(js::Scope& scope) const;
+
+  private:
+    struct Loaded {
+        Setting setting;
+        std::string text;
+    };
+    std::vector<Loaded> loaded;
+};
+
+} // namespace zem::host

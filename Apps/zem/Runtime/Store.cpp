@@ -1,0 +1,110 @@
+#include "Store.h"
+
+#include "Process/Failure.h"
+#include "Process/Output.h"
+#include <zem/Adapters/FileKeyStore.h>
+#include <zem/Platform/Random.h>
+#include <zem/Platform/SecretServiceKeychain.h>
+#include <zem/SqliteStore/SQLiteOpeningError.h>
+
+#include <fmt/format.h>
+
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace zem::host {
+
+namespace {
+
+using Encryption = SQLiteStore::EncryptionOption;
+
+constexpr std::size_t keyLength = 32;
+constexpr std::size_t saltLength = 16;
+
+Encryption keyOfThisRun() {
+    return Encryption::keyAndSalt([] { return platform::randomKey(keyLength); },
+                                  [] { return platform::randomKey(saltLength); });
+}
+
+Encryption keyInFiles(const std::filesystem::path& folder) {
+    auto keyStore = FileKeyStore::create(folder);
+    if (!keyStore) {
+        throw std::runtime_error(keyStore.error());
+    }
+    return Encryption::kept(*keyStore);
+}
+
+Encryption keyInSecretService() {
+    const platform::SecretServiceAvailability service = platform::secretServiceAvailability();
+    if (!service.available) {
+        throw std::runtime_error(fmt::format(
+            "the Secret Service, which is to keep its key, cannot be used: {}\n"
+            "There are two ways out:\n"
+            "  --keys DIR        keeps the key as a file in DIR\n"
+            "  --secret-service  with a Secret Service running on the session bus, unlocked",
+            service.reason));
+    }
+    return Encryption::kept();
+}
+
+std::string nameOf(const RunOptions& options) {
+    return options.inMemory ? "in memory" : (options.data / "zem.db").string();
+}
+
+std::shared_ptr<SQLiteStore> openOrRemove(const RunOptions& options,
+                                          const SQLiteStore::Options& store) {
+    try {
+        return SQLiteStore::create(store);
+    } catch (const SQLiteOpeningError& error) {
+        if (error.value != SQLiteOpeningError::halfMade || !SQLiteStore::removeHalfMade(store)) {
+            throw;
+        }
+    }
+    printErrorLine(fmt::format("zem: removed the store {}: its first opening was interrupted, and "
+                               "it held no row",
+                               nameOf(options)));
+    return SQLiteStore::create(store);
+}
+
+SQLiteStore::Options storeOptions(const RunOptions& options) {
+    if (options.inMemory) {
+        return {SQLiteStorage::memory(), keyOfThisRun()};
+    }
+    return {options.data, options.keys ? keyInFiles(*options.keys) : keyInSecretService()};
+}
+
+std::shared_ptr<SQLiteStore> open(const RunOptions& options, SQLiteFailureHandler onFailure) {
+    SQLiteStore::Options opened = storeOptions(options);
+    opened.onFailure = std::move(onFailure);
+    return openOrRemove(options, opened);
+}
+
+} // namespace
+
+std::shared_ptr<SQLiteStore> openStore(const RunOptions& options, SQLiteFailureHandler onFailure) {
+    const auto fail = [&](const std::string& reason) {
+        return Failure(exitStore,
+                       fmt::format("cannot open the store {}: {}", nameOf(options), reason));
+    };
+    try {
+        return open(options, std::move(onFailure));
+    } catch (const SQLiteOpeningError& error) {
+        throw fail(error.reason());
+    } catch (const std::system_error& error) {
+        throw fail(error.code().message());
+    } catch (const std::exception& error) {
+        throw fail(error.what());
+    }
+}
+
+std::future<void> closeStore(std::shared_ptr<SQLiteStore> store) {
+    std::promise<void> ended;
+    std::future<void> end = ended.get_future();
+    store->whenClosed(
+        [ended = std::make_shared<std::promise<void>>(std::move(ended))] { ended->set_value(); });
+    store.reset();
+    return end;
+}
+
+} // namespace zem::host
