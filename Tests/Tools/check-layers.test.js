@@ -129,6 +129,47 @@ test('no include reaches around the rooms', () => {
     'Apps/zem/A.cpp:1: includes ../../Tests/Support/Wait.h: it lies outside Apps');
 });
 
+const quote = (header) => `#include "${header}"\n`;
+const wings = ['Process', 'Runtime', 'Globals', 'Commands', 'Shell'];
+
+test('a wing of the host includes the wings below it, and main and Run all of them', () => {
+    const all = wings.map((wing) => quote(`${wing}/A.h`)).join('');
+    accepts({
+        ...Object.fromEntries(wings.map((wing) => [`Apps/zem/${wing}/A.h`, include('vector')])),
+        ...Object.fromEntries(wings.map((wing, index) => [
+            `Apps/zem/${wing}/A.cpp`, wings.slice(0, index).map((below) => quote(`${below}/A.h`)).join('') + quote('A.h')])),
+        'Apps/zem/Run.h': all,
+        'Apps/zem/main.cpp': quote('Run.h') + all,
+    });
+});
+
+test('a wing of the host does not include a wing above it, nor Run', () => {
+    for (const [index, wing] of wings.entries()) {
+        const below = wings.slice(0, index + 1).join(', ');
+        for (const above of wings.slice(index + 1)) {
+            refuses({
+                [`Apps/zem/${above}/A.h`]: '',
+                [`Apps/zem/${wing}/A.cpp`]: quote(`${above}/A.h`) + quote(`../${above}/A.h`),
+            },
+            `Apps/zem/${wing}/A.cpp:1: includes ${above}/A.h: ${wing} includes only ${below}`,
+            `Apps/zem/${wing}/A.cpp:2: includes ../${above}/A.h: ${wing} includes only ${below}`);
+        }
+        refuses({ 'Apps/zem/Run.h': '', [`Apps/zem/${wing}/A.cpp`]: quote('Run.h') + quote('../Run.h') },
+            `Apps/zem/${wing}/A.cpp:1: includes Run.h: ${wing} includes only ${below}`,
+            `Apps/zem/${wing}/A.cpp:2: includes ../Run.h: ${wing} includes only ${below}`);
+    }
+});
+
+test('the host has no other wings, and quotes its own headers', () => {
+    refuses({
+        'Apps/zem/Commands/A.h': '',
+        'Apps/zem/Extra/A.cpp': include('vector'),
+        'Apps/zem/Process/A.cpp': include('Commands/A.h'),
+    },
+    'Apps/zem/Extra/A.cpp: lies in no wing',
+    'Apps/zem/Process/A.cpp:1: includes Commands/A.h: the host quotes its own headers');
+});
+
 test('a tree without includes is no tree that was checked', () => {
     const { status, output } = check({ 'README.md': 'nothing\n' });
     assert.strictEqual(status, 1);
