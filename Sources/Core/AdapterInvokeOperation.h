@@ -12,7 +12,7 @@
 
 namespace zem {
 
-/// Asynchronous: once started it executes, and holds its place on the queue, until whoever receives
+/// Asynchronous: once started it executes, and holds its slot on the queue, until whoever receives
 /// the adapter's answer finishes it. Thread-safe.
 class AdapterInvokeOperation final : public platform::Operation {
     struct Made {}; // what only `create` has

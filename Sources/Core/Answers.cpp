@@ -46,7 +46,7 @@ void DataService::OneShot::arrived(Outcome arrival) {
         outcome = std::move(arrival);
         alive->callbackQueue->async([self = shared_from_this()] { self->deliver(); });
     }
-    place.giveBack();
+    slot.giveBack();
 }
 
 void DataService::OneShot::deliver() {
@@ -73,10 +73,10 @@ void DataService::Emissions::arrived(Outcome outcome) {
         if (!listening->hasEmitted.exchange(true)) {
             alive->settle(*listening);
         }
-        place.giveBack();
+        slot.giveBack();
         deliver(listening, std::move(outcome));
     } else {
-        place.giveBack();
+        slot.giveBack();
     }
 }
 

@@ -23,7 +23,7 @@ struct BatchingSubscription {
         , adapterOperation(std::move(adapterOperation))
         , unsubscribable(std::move(unsubscribable)) {}
 
-    /// Nobody is left to hear an answer, and what waits for one gives its place on the shared queue
+    /// Nobody is left to hear an answer, and what waits for one gives its slot on the shared queue
     /// back.
     ~BatchingSubscription() {
         if (const auto operation = adapterOperation.lock()) {
@@ -37,7 +37,7 @@ struct BatchingSubscription {
     /// When it was asked for, and stays so when it moves from one service to another.
     const platform::RunLoop::TimePoint preparedDate;
     std::atomic<bool> hasEmitted = false;
-    /// What holds a place on the shared queue until the first emission. Weak: until it starts it
+    /// What holds a slot on the shared queue until the first emission. Weak: until it starts it
     /// holds this.
     const std::weak_ptr<AdapterInvokeOperation> adapterOperation;
     const std::shared_ptr<Unsubscribable> unsubscribable;

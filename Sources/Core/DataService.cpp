@@ -162,7 +162,7 @@ void DataService::invokeAdapter(std::string adapterId, std::string config,
 void DataService::Invocation::start() {
     static const js::Name method("invokeAdapter");
     if (const auto alive = service.lock()) {
-        alive->addUnanswered(place.operation);
+        alive->addUnanswered(slot.operation);
     }
     const std::string adapter = std::move(adapterId);
     const std::string text = std::move(config);
@@ -176,7 +176,7 @@ void DataService::Invocation::start() {
 
 void DataService::addUnanswered(std::weak_ptr<AdapterInvokeOperation> operation) {
     const platform::Lock held(lock);
-    // No more than have a place on the shared queue are alive.
+    // No more than have a slot on the shared queue are alive.
     std::erase_if(unanswered, [](const auto& answered) { return answered.expired(); });
     unanswered.push_back(std::move(operation));
 }

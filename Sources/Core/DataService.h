@@ -37,7 +37,7 @@ class DataService final : public DataServiceProtocolDeprecated, public DataServi
     /// The service of the runtime's object `zem`. `binaryStore` may be null: uploads then fail.
     ///
     /// THE CALLING THREAD HAS TO RUN ITS RUN LOOP: the watchdog is a timer there. Without it no
-    /// subscription ever times out, and a silent one keeps its place on the shared queue. Call this
+    /// subscription ever times out, and a silent one keeps its slot on the shared queue. Call this
     /// on a thread that runs one, or run `platform::RunLoop::current()` there afterwards.
     ///
     /// The watchdog looks every quarter of the timeout, but not more often than every second, and
@@ -136,7 +136,7 @@ class DataService final : public DataServiceProtocolDeprecated, public DataServi
 
     mutable platform::Mutex lock;
     const std::unique_ptr<SubscriptionList> subscriptions;
-    /// The one-shot calls that hold a place on the shared queue, given back when nobody is left to
+    /// The one-shot calls that hold a slot on the shared queue, given back when nobody is left to
     /// hear the answer.
     std::vector<std::weak_ptr<AdapterInvokeOperation>> unanswered;
     const std::shared_ptr<platform::SerialQueue> lockQueue;

@@ -118,8 +118,8 @@ class BlockOperation final : public Operation {
 
 /// Starts what is added to it on the threads of a queue, or of the operation's lane: a higher
 /// priority first, first come first served within one, never more than
-/// `maxConcurrentOperationCount` unfinished at once. Which operation takes a place is decided when
-/// a thread is there for it. An operation holds its place from `start` until it has reported
+/// `maxConcurrentOperationCount` unfinished at once. Which operation takes a slot is decided when
+/// a thread is there for it. An operation holds its slot from `start` until it has reported
 /// "isFinished" and `start` has returned, and is kept alive that long; one that reports it while it
 /// waits leaves the queue without being started. Operations already added run even when the last
 /// reference to the queue is dropped.

@@ -94,7 +94,7 @@ void OperationQueueState::finish(Operation& operation) {
     case Phase::executing:
         removed.splice(removed.end(), inProgress, operation.position);
         break;
-    default: // starting: its place is given back when its start has returned
+    default: // starting: its slot is given back when its start has returned
         return;
     }
     askForTurns(lock);
@@ -129,7 +129,7 @@ void OperationQueueState::takeTurn(Lane& lane) {
         lane.turnAsked = false;
         dropped = dropIfIdle(lane);
     }
-    // The last place that was given back here may be wanted elsewhere, or here again.
+    // The last slot that was given back here may be wanted elsewhere, or here again.
     askForTurns(lock);
 }
 
@@ -146,7 +146,7 @@ void OperationQueueState::askForTurns(UniqueLock& lock) {
 }
 
 OperationQueueState::Lane* OperationQueueState::laneToAsk() {
-    if (!hasPlace()) {
+    if (!hasSlot()) {
         return nullptr;
     }
     for (auto& [queue, lane] : lanes) {
@@ -159,7 +159,7 @@ OperationQueueState::Lane* OperationQueueState::laneToAsk() {
 }
 
 Operation* OperationQueueState::takeBest(Lane& lane) {
-    if (!hasPlace() || lane.waiting.empty() || mustPass(lane)) {
+    if (!hasSlot() || lane.waiting.empty() || mustPass(lane)) {
         return nullptr;
     }
     Operation& best = *lane.waiting.begin()->second.front();
@@ -173,14 +173,14 @@ bool OperationQueueState::mustPass(const Lane& lane) const {
         return false;
     }
     const Operation& own = *lane.waiting.begin()->second.front();
-    const std::size_t places = width - inProgress.size();
+    const std::size_t slots = width - inProgress.size();
     std::size_t before = 0;
     for (const auto& [queue, other] : lanes) {
-        if (&other != &lane && before < places) {
-            before += countBefore(own, other, places - before);
+        if (&other != &lane && before < slots) {
+            before += countBefore(own, other, slots - before);
         }
     }
-    return before >= places;
+    return before >= slots;
 }
 
 std::size_t OperationQueueState::countBefore(const Operation& operation, const Lane& lane,

@@ -139,7 +139,7 @@ TEST(AdapterInvokeOperation, LetsGoOfItsBlockWhenThatHasRun) {
     EXPECT_TRUE(weak.expired());
 }
 
-TEST(SharedPriorityQueue, IsOneQueueOfFivePlaces) {
+TEST(SharedPriorityQueue, IsOneQueueOfFiveSlots) {
     EXPECT_EQ(SharedPriorityQueue::priority(), SharedPriorityQueue::priority());
     EXPECT_EQ(SharedPriorityQueue::priority()->maxConcurrentOperationCount(), 5u);
 }

@@ -157,7 +157,7 @@ TEST(BatchingDataService, ReplaysEverythingInTheGivenOrder) {
                    "setMetadataTTL 2",          "metadata TTL completed",
                    "subscribeToAdapter list 1", "subscribeToAdapter list 2"};
     EXPECT_EQ(runtime.calls.lines(), expected);
-    // The others through the shared queue, of which one place is free: mutating calls before plain
+    // The others through the shared queue, of which one slot is free: mutating calls before plain
     // ones, and both in the order of the replay.
     held.releaseOne();
     expected.insert(expected.end(),
@@ -253,7 +253,7 @@ TEST(BatchingDataService, RecordsASelfEndingSubscription) {
     runtime.answer(0, "{ data: {} }");
     EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
     runtime.answer(0, "{ data: { late: true } }");
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), Lines{"{}"});
 }
 

@@ -46,7 +46,7 @@ class DataServiceAnswer : public test::ServiceCallTest {
         runtime.answer(0, answer);
         const Lines lines = heard.wait(1);
         end();
-        runtime.expectAllPlacesFree();
+        runtime.expectAllSlotsFree();
         EXPECT_EQ(heard.lines(), lines);
         return lines.front();
     }
@@ -164,7 +164,7 @@ TEST_P(DataServiceAnswer, IsIgnoredByACallThatHasOne) {
                                : Lines{R"({"n":1})"};
     EXPECT_EQ(results.wait(static_cast<int>(expected.size())), expected);
     end();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), expected);
 }
 
@@ -181,7 +181,7 @@ TEST_P(DataServiceAnswer, FromWithinAnAnswerIsOneOfTwo) {
         GetParam().isSubscription ? Lines{R"({"n":1})", R"({"n":2})"} : Lines{R"({"n":1})"};
     EXPECT_EQ(results.wait(static_cast<int>(expected.size())), expected);
     end();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), expected);
 }
 
@@ -196,7 +196,7 @@ TEST_P(DataServiceAnswer, AfterTheEndIsSilence) {
         service.reset();
     }
     test::evaluate(runtime.context, "kept({ data: { late: true } }); kept(5); kept();");
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), Lines{"{}"});
     EXPECT_EQ(ends(), GetParam().isSubscription ? 1 : 0);
 }
@@ -220,7 +220,7 @@ TEST_P(DataServiceAnswer, IsNotReadWhenNobodyWillHearIt) {
     test::destroy(service);
     runtime.run("callbacks[1](watched('of a service that is gone'))");
     other();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(count("read"), 1);
     EXPECT_EQ(results.lines(), Lines{R"({"n":"first"})"});
 }

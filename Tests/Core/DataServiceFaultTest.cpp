@@ -52,9 +52,9 @@ TEST_P(DataServiceFault, OfTheRuntimesObjectIsToldToTheCaller) {
         const Unsubscribe end = ask(*service, heard.callback());
         EXPECT_EQ(heard.wait(1),
                   Lines{"executeAdapter error - " + replaced(text, "METHOD", GetParam().method)});
-        runtime.expectAllPlacesFree();
+        runtime.expectAllSlotsFree();
         end();
-        runtime.expectAllPlacesFree();
+        runtime.expectAllSlotsFree();
         EXPECT_EQ(heard.lines().size(), 1u);
         EXPECT_EQ(service->subscriptionCount(), 0u);
     }
@@ -70,7 +70,7 @@ TEST_P(DataServiceFault, OfTheRuntimeAfterItsAnswerDoesNotTakeThatBack) {
     }
     EXPECT_EQ(results.wait(static_cast<int>(expected.size())), expected);
     end();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), expected);
 }
 
@@ -83,7 +83,7 @@ TEST_P(DataServiceFault, OfOneCallIsNoFaultOfTheNext) {
     EXPECT_EQ(results.wait(2), (Lines{"first: executeAdapter error - Error: no", "second: {}"}));
     first();
     second();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
 }
 
 TEST_P(DataServiceFault, OfAFunctionThatIsNoneIsNoneOfTheSubscriptions) {
@@ -103,7 +103,7 @@ TEST_P(DataServiceFault, OfAFunctionThatIsNoneIsNoneOfTheSubscriptions) {
         end();
         end();
         EXPECT_EQ(service->subscriptionCount(), 0u);
-        runtime.expectAllPlacesFree();
+        runtime.expectAllSlotsFree();
     }
 }
 
@@ -126,12 +126,12 @@ TEST_P(DataServiceFault, OfARuntimeThatForgetsTheCallbackIsSilence) {
         test::collectGarbage(runtime.context);
         return dropped.signalled() != 0;
     });
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), Lines{});
 }
 
 TEST_P(DataServiceFault, OfARuntimeThatNeverAnswersEndsWithTheService) {
-    // A one-shot call that is never answered keeps its place as long as its service lives.
+    // A one-shot call that is never answered keeps its slot as long as its service lives.
     std::vector<Unsubscribe> ends;
     auto service = runtime.service();
     for (int call = 0; call < 5; ++call) {
@@ -139,7 +139,7 @@ TEST_P(DataServiceFault, OfARuntimeThatNeverAnswersEndsWithTheService) {
     }
     runtime.calls.wait(5);
     service.reset();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     for (int call = 0; call < 5; ++call) {
         ends[static_cast<std::size_t>(call)]();
     }
@@ -157,14 +157,14 @@ TEST_P(DataServiceFault, OfARuntimeThatNeverAnswersIsATimeoutForASubscriptionOnl
         test::waitForSubscriptions(*service, 5);
         runtime.clock->advance(Seconds(180));
         EXPECT_EQ(results.wait(5), Lines(5, "executeAdapter error - .executeAdapterTimeout"));
-        runtime.expectAllPlacesFree();
+        runtime.expectAllSlotsFree();
         for (const Unsubscribe& end : ends) {
             end();
         }
     } else {
         runtime.clock->advance(Seconds(1000));
         service.reset();
-        runtime.expectAllPlacesFree();
+        runtime.expectAllSlotsFree();
         EXPECT_EQ(results.lines(), Lines{});
     }
 }
@@ -190,7 +190,7 @@ TEST_P(DataServiceFault, OfAConfigIsNoneOfTheServices) {
         runtime.answer(0, "{ data: {} }");
         EXPECT_EQ(heard.wait(1), Lines{"{}"});
         end();
-        runtime.expectAllPlacesFree();
+        runtime.expectAllSlotsFree();
     }
 }
 
@@ -204,9 +204,9 @@ TEST_P(DataServiceFault, OfAServiceThatGoesWithCallsQueuedIsSilence) {
         end = ask(*service, results.callback());
         service.reset();
     }
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     end();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(std::ranges::count(runtime.calls.lines(),
                                  R"js(invokeAdapter("probe", "{}", callback, undefined))js"),
               static_cast<long>(runtime.calls.lines().size()));
@@ -222,7 +222,7 @@ TEST_P(DataServiceFault, OfAServiceThatGoesWhileTheRuntimeIsCalledIsSilence) {
     onCall("letGo(); callback({ data: { late: true } }); heard('answered');");
     const Unsubscribe end = ask(*service, results.callback());
     EXPECT_EQ(runtime.calls.wait(2)[1], "answered");
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     end();
     if (GetParam().isSubscription) {
         runtime.calls.wait(8);
@@ -255,7 +255,7 @@ TEST_P(DataServiceFault, OfAServiceThatGoesWithAnAnswerOnItsWayIsNone) {
     first();
     second();
     third();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), (Lines{"first: {}", "second: {}"}));
 }
 
@@ -272,7 +272,7 @@ TEST_P(DataServiceFault, OfAServiceThatGoesInACallbackIsNone) {
     runtime.answer(0, "{ data: {} }");
     gone.wait();
     end();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_TRUE(watched.expired());
     EXPECT_EQ(results.lines(), Lines{"{}"});
 }
@@ -297,7 +297,7 @@ TEST_P(DataServiceFault, OfAnApplicationThatLetsGoOfItsContextIsNone) {
     EXPECT_EQ(results.wait(1), Lines{R"({"alone":true})"});
     service.reset();
     end();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
 }
 
 TEST_P(DataServiceFault, OfAContextWhoseThreadHasEndedIsLogged) {
@@ -312,7 +312,7 @@ TEST_P(DataServiceFault, OfAContextWhoseThreadHasEndedIsLogged) {
     for (int call = 0; call < 7; ++call) {
         ends.push_back(ask(*service, results.callback()));
     }
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     const std::string line =
         "the runtime was not called: the thread that the context is bound to has ended";
     test::waitUntil("the calls", [&] { return std::ranges::count(log.lines(), line) == 7; });
@@ -334,7 +334,7 @@ TEST_P(DataServiceFault, OfAContextWhoseThreadHasEndedIsLogged) {
         end();
     }
     service.reset();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
 }
 
 TEST_P(DataServiceFault, OfAContextWhoseThreadEndsWithCallsUnansweredIsSilence) {
@@ -363,7 +363,7 @@ TEST_P(DataServiceFault, OfAContextWhoseThreadEndsWithCallsUnansweredIsSilence) 
     for (const Unsubscribe& end : ends) {
         end();
     }
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), Lines{});
 }
 
@@ -388,7 +388,7 @@ TEST_P(DataServiceFault, OfACallbackThatThrowsIsLoggedAndNobodyElses) {
     }
     test::evaluate(runtime.context, "callbacks.forEach((callback) => callback({ data: {} }))");
     EXPECT_EQ(results.wait(3), Lines(3, "{}"));
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     test::waitUntil("two lines", [&] { return log.lines().size() == 2; });
     EXPECT_EQ(log.lines(), (Lines{"a result callback threw: <private>",
                                   "a result callback threw something that is no std::exception"}));
@@ -409,7 +409,7 @@ TEST_P(DataServiceFault, OfACallerWithoutACallbackIsNone) {
     EXPECT_EQ(results.wait(1), Lines{"{}"});
     end();
     other();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(log.lines(), Lines{});
 }
 
@@ -481,7 +481,7 @@ TEST(DataServiceFaultClock, ThatDoesNotMoveFailsNothing) {
     runtime.clock->advance(Seconds(1));
     EXPECT_EQ(results.wait(1), Lines{"executeAdapter error - .executeAdapterTimeout"});
     end();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
 }
 
 TEST(DataServiceFaultClock, ThatStoodLaterWhenASubscriptionWasMadeOnlyMakesItWait) {
@@ -512,7 +512,7 @@ TEST(DataServiceFaultClock, ThatStoodLaterWhenASubscriptionWasMadeOnlyMakesItWai
     runtime.clock->advance(Seconds(44));
     EXPECT_EQ(results.wait(2)[1], "executeAdapter error - .executeAdapterTimeout");
     end();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
 }
 
 } // namespace

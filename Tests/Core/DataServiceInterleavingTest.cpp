@@ -173,7 +173,7 @@ class Order {
             service.reset();
         }
         test::waitUntil("the end of the subscription", [&] { return life.expired(); });
-        runtime.expectAllPlacesFree();
+        runtime.expectAllSlotsFree();
         Lines heard = runtime.calls.lines();
         heard.erase(heard.begin(), heard.begin() + static_cast<std::ptrdiff_t>(callsBefore));
         std::erase(heard, R"js(invokeAdapter("probe", "{}", callback, undefined))js");

@@ -181,18 +181,18 @@ TEST(DataServiceQueues, SweepOnTheGlobalQueueWithTheDefaultQuality) {
     silent();
 }
 
-/// A lane that writes down, on the callback queue of a service, when a place has become free for an
+/// A lane that writes down, on the callback queue of a service, when a slot has become free for an
 /// operation that waits in it.
-class PlaceWatch {
+class SlotWatch {
   public:
-    PlaceWatch(Results& results, std::shared_ptr<SerialQueue> callbackQueue)
+    SlotWatch(Results& results, std::shared_ptr<SerialQueue> callbackQueue)
         : lane(std::make_shared<Lane>(results, std::move(callbackQueue))) {
         operation->setLane(lane);
         SharedPriorityQueue::priority()->addOperation(operation);
     }
-    ~PlaceWatch() { operation->finish(); }
-    PlaceWatch(const PlaceWatch&) = delete;
-    PlaceWatch& operator=(const PlaceWatch&) = delete;
+    ~SlotWatch() { operation->finish(); }
+    SlotWatch(const SlotWatch&) = delete;
+    SlotWatch& operator=(const SlotWatch&) = delete;
 
   private:
     class Lane final : public platform::Queue {
@@ -203,7 +203,7 @@ class PlaceWatch {
 
         void async(platform::Task task) override {
             if (!wasAsked.exchange(true)) {
-                callbackQueue->async([this] { results.add("the place is free"); });
+                callbackQueue->async([this] { results.add("the slot is free"); });
             }
             platform::globalQueue().async(std::move(task));
         }
@@ -219,16 +219,16 @@ class PlaceWatch {
         AdapterInvokeOperation::create(AdapterRequestPriority::high);
 };
 
-/// A service whose callback queue is known, and that has the only free place of the shared queue.
-class DataServicePlace : public testing::Test {
+/// A service whose callback queue is known, and that has the only free slot of the shared queue.
+class DataServiceSlot : public testing::Test {
   protected:
-    DataServicePlace() {
+    DataServiceSlot() {
         held.releaseOne();
         service = runtime.service(stateOf(callbackQueue, runtime.clock->now()));
         runtime.emit("known", "{ data: {} }");
     }
 
-    /// The call that was started last is over, and holds its place until it is answered.
+    /// The call that was started last is over, and holds its slot until it is answered.
     void finishStarting() {
         test::Event over("the end of the lane's turn");
         runtime.context.lane()->async([&] { over.signal(); });
@@ -242,33 +242,33 @@ class DataServicePlace : public testing::Test {
     std::shared_ptr<DataService> service;
 };
 
-TEST_F(DataServicePlace, OfACallIsGivenBackWhenItsResultIsOnItsWay) {
+TEST_F(DataServiceSlot, OfACallIsGivenBackWhenItsResultIsOnItsWay) {
     service->invokeAdapter("call", "{}", results.callback());
     runtime.calls.wait(2);
     finishStarting();
-    const PlaceWatch watch(results, callbackQueue);
+    const SlotWatch watch(results, callbackQueue);
     runtime.answer(1, "{ data: {} }");
-    EXPECT_EQ(results.wait(2), (Lines{"{}", "the place is free"}));
+    EXPECT_EQ(results.wait(2), (Lines{"{}", "the slot is free"}));
 }
 
-TEST_F(DataServicePlace, OfASubscriptionIsGivenBackBeforeItsFirstResultIsOnItsWay) {
+TEST_F(DataServiceSlot, OfASubscriptionIsGivenBackBeforeItsFirstResultIsOnItsWay) {
     const Unsubscribe end = service->subscribeToAdapter("list", "{}", results.callback());
     runtime.calls.wait(2);
     finishStarting();
-    const PlaceWatch watch(results, callbackQueue);
+    const SlotWatch watch(results, callbackQueue);
     runtime.answer(1, "{ data: {} }");
-    EXPECT_EQ(results.wait(2), (Lines{"the place is free", "{}"}));
+    EXPECT_EQ(results.wait(2), (Lines{"the slot is free", "{}"}));
     end();
 }
 
-TEST_F(DataServicePlace, OfASilentSubscriptionIsGivenBackWhenItsTimeoutIsOnItsWay) {
+TEST_F(DataServiceSlot, OfASilentSubscriptionIsGivenBackWhenItsTimeoutIsOnItsWay) {
     const Unsubscribe end = service->subscribeToAdapter("list", "{}", results.callback());
     test::waitForSubscriptions(*service, 2);
     finishStarting();
-    const PlaceWatch watch(results, callbackQueue);
+    const SlotWatch watch(results, callbackQueue);
     runtime.clock->advance(Seconds(180));
     EXPECT_EQ(results.wait(2),
-              (Lines{"executeAdapter error - .executeAdapterTimeout", "the place is free"}));
+              (Lines{"executeAdapter error - .executeAdapterTimeout", "the slot is free"}));
     end();
 }
 

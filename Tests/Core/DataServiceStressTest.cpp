@@ -40,7 +40,7 @@ constexpr const char* script = R"js(
     var listeners = [];
     var count = 0;
     var flush = () => waiting.splice(0).forEach((answer) => answer({ data: {} }));
-    // No more than two calls wait, so that there are always places left.
+    // No more than two calls wait, so that there are always slots left.
     var once = (answer) => {
         if (++count % 8 !== 0) {
             answer({ data: {} });
@@ -305,7 +305,7 @@ TEST(DataServiceStress, AnswersEachOnceAndNobodyAfterTheEnd) {
         std::printf("%d operations: %s\n", stress.done(), stress.counts().c_str());
     }
     test::ServiceRuntime probe;
-    probe.expectAllPlacesFree();
+    probe.expectAllSlotsFree();
 }
 
 } // namespace

@@ -56,7 +56,7 @@ TEST(DataServiceSubscription, HandsOverAnAbsentContextAsUndefined) {
     runtime.calls.wait(2);
 }
 
-TEST(DataServiceSubscription, GivesItsPlaceBackAtTheFirstAnswer) {
+TEST(DataServiceSubscription, GivesItsSlotBackAtTheFirstAnswer) {
     ServiceRuntime runtime;
     Results results;
     const auto service = runtime.service();
@@ -108,7 +108,7 @@ TEST(DataServiceSubscription, ThatEndsBeforeItsTurnNeverReachesTheRuntime) {
             service->subscribeToAdapter("list", "{}", results.callback());
         unsubscribe();
     }
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     for (const std::string& call : runtime.calls.lines()) {
         EXPECT_THAT(call, testing::StartsWith("invokeAdapter(\"probe\""));
     }
@@ -128,7 +128,7 @@ TEST(DataServiceSubscription, ThatEndsWhileTheRuntimeIsAskedIsUnsubscribedWhenTh
     returned.put(service->subscribeToAdapter("list", "{}", results.callback()));
     EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
     runtime.answer(0, "{ data: {} }");
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), Lines{});
     EXPECT_TRUE(service->takeState().subscriptions.empty());
 }
@@ -144,7 +144,7 @@ TEST(DataServiceSubscription, HearsNothingAfterItsEnd) {
     unsubscribe();
     runtime.calls.wait(2);
     runtime.answer(0, "{ data: { late: true } }");
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), Lines{"{}"});
 }
 
@@ -161,7 +161,7 @@ TEST(DataServiceSubscription, MayEndItselfFromItsCallback) {
     test::evaluate(runtime.context,
                    "callbacks[0]({ data: { n: 1 } }); callbacks[0]({ data: { n: 2 } });");
     EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), Lines{R"({"n":1})"});
 }
 
@@ -185,7 +185,7 @@ TEST(DataServiceSubscription, ThatHasEndedInItsCallbackIsNotReadAnyMore) {
     answered.signal();
     EXPECT_EQ(results.wait(1), Lines{"{}"});
     EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(std::ranges::count(runtime.calls.lines(), "read"), 0);
     EXPECT_EQ(results.lines().size(), 1u);
 }
@@ -237,7 +237,7 @@ TEST(DataServiceSubscription, IsAskedForAgainByTheServiceThatTakesItOver) {
     unsubscribe();
     EXPECT_EQ(second->subscriptionCount(), 0u);
     runtime.answer(1, "{ data: { n: 3 } }");
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(std::ranges::count(runtime.calls.lines(), "unsubscribe(list)"), 1);
     EXPECT_EQ(results.lines().size(), 2u);
 }
@@ -325,7 +325,7 @@ TEST(DataServiceSubscription, IsSelfEndingWhenTheCallerSaysSo) {
         for (const n of [1, 2, 3]) callbacks[0]({ data: { n } });
     )js");
     EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), (Lines{R"({"n":1})", R"({"n":2})"}));
 }
 
@@ -412,7 +412,7 @@ TEST(DataServiceSubscription, ThatIsSelfEndingHearsNothingOfWhatIsOnItsWay) {
     runtime.run("callbacks[0]({ data: { n: 2 } }); callbacks[0]({ data: { n: 3 } });");
     ended.signal();
     EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), Lines{R"({"n":1})"});
 }
 

@@ -132,7 +132,7 @@ TEST(DataService, HasAtMostFiveCallsUnansweredAcrossServices) {
         second->invokeAdapter("second", "{}", results.callback());
     }
     runtime.calls.wait(5);
-    // A mutating call takes a place only while it calls, and has none to wait for here.
+    // A mutating call takes a slot only while it calls, and has none to wait for here.
     Results mutating;
     first->invokeAdapterWithMetadata("mutating", "{}", {}, mutating.callback());
     EXPECT_EQ(runtime.calls.lines().size(), 5u);
@@ -150,7 +150,7 @@ TEST(DataService, StartsByPriorityWithMutatingCallsFirst) {
     ServiceRuntime runtime;
     Results results;
     const auto service = runtime.service();
-    // Each answers at once, so that the one place that is let go of is passed on.
+    // Each answers at once, so that the one slot that is let go of is passed on.
     test::evaluate(runtime.context, R"js(
         on.invokeAdapter = (id, config, callback) => callback({});
         on.subscribeToAdapter = (id, config, callback) => callback({});
@@ -188,7 +188,7 @@ TEST(DataService, NeverCallsTheRuntimeWhenItIsGoneBeforeItsTurn) {
         const Unsubscribe unsubscribe = service->subscribeToAdapter("c", "{}", results.callback());
         service.reset();
     }
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), Lines{});
     for (const std::string& call : runtime.calls.lines()) {
         EXPECT_THAT(call, testing::StartsWith("invokeAdapter(\"probe\""));
@@ -203,11 +203,11 @@ TEST(DataService, DropsAnswersThatComeWhenItIsGone) {
     runtime.calls.wait(1);
     test::destroy(service);
     runtime.answer(0, "{ data: {} }");
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(results.lines(), Lines{});
 }
 
-TEST(DataService, LeavesThePlacesOfItsUnansweredCallsToOthersWhenItGoes) {
+TEST(DataService, LeavesTheSlotsOfItsUnansweredCallsToOthersWhenItGoes) {
     ServiceRuntime runtime;
     Results results;
     auto silent = runtime.service();

@@ -148,14 +148,14 @@ TEST(DataServiceWatchdog, FailsOnceAndDeliversWhatComesLate) {
               (Lines{std::string("late: ") + timeout, R"(late: {"late":true})"}));
 }
 
-TEST(DataServiceWatchdog, GivesThePlacesOfTheSilentBack) {
+TEST(DataServiceWatchdog, GivesTheSlotsOfTheSilentBack) {
     Watched watched;
     for (int index = 0; index < 5; ++index) {
         watched.subscribe("silent");
     }
     watched.runtime.clock->advance(Seconds(180));
     watched.results.wait(5);
-    watched.runtime.expectAllPlacesFree();
+    watched.runtime.expectAllSlotsFree();
 }
 
 TEST(DataServiceWatchdog, WritesOneLineForEach) {

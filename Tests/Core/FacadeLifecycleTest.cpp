@@ -39,7 +39,7 @@ class FacadeLifecycle : public testing::Test {
     static void expectNothingMore() {
         test::runMainQueue();
         ServiceRuntime probe;
-        probe.expectAllPlacesFree();
+        probe.expectAllSlotsFree();
     }
 
     /// Of these calls of the runtime, those that this facade makes.

@@ -44,33 +44,33 @@ class Results : public Journal {
     }
 };
 
-/// Takes all places of the shared queue, so that nothing else starts until they are given back.
+/// Takes all slots of the shared queue, so that nothing else starts until they are given back.
 class HeldQueue {
   public:
     HeldQueue() {
-        for (auto& place : places) {
-            place = zem::AdapterInvokeOperation::create(zem::AdapterRequestPriority::high);
-            place->setWorkBlock([this] { taken.signal(); });
-            zem::SharedPriorityQueue::priority()->addOperation(place);
+        for (auto& slot : slots) {
+            slot = zem::AdapterInvokeOperation::create(zem::AdapterRequestPriority::high);
+            slot->setWorkBlock([this] { taken.signal(); });
+            zem::SharedPriorityQueue::priority()->addOperation(slot);
         }
-        taken.wait(static_cast<int>(places.size()));
+        taken.wait(static_cast<int>(slots.size()));
     }
     ~HeldQueue() { release(); }
     HeldQueue(const HeldQueue&) = delete;
     HeldQueue& operator=(const HeldQueue&) = delete;
 
-    void releaseOne() { places[released++]->finish(); }
+    void releaseOne() { slots[released++]->finish(); }
     void release() {
-        while (released < places.size()) {
+        while (released < slots.size()) {
             releaseOne();
         }
     }
 
   private:
-    Event taken{"a place on the shared queue"};
+    Event taken{"a slot on the shared queue"};
     std::array<std::shared_ptr<zem::AdapterInvokeOperation>,
                zem::SharedPriorityQueue::maxConcurrentOperationCount>
-        places;
+        slots;
     std::size_t released = 0;
 };
 
@@ -125,7 +125,7 @@ class ServiceRuntime : public RecordingRuntime {
     }
 
     /// What is on its way to the runtime arrives first: a call that has no answer by now would hold
-    /// its place for ever, and fails the test.
+    /// its slot for ever, and fails the test.
     ~ServiceRuntime() {
         try {
             waitUntil("the end of all adapter calls",
@@ -153,8 +153,8 @@ class ServiceRuntime : public RecordingRuntime {
                  "callbackOf[\"" + std::string(adapterId) + "\"](" + std::string(script) + ")");
     }
 
-    /// Whether every place on the shared queue is free: as many calls as it has places run at once.
-    void expectAllPlacesFree() {
+    /// Whether every slot on the shared queue is free: as many calls as it has slots run at once.
+    void expectAllSlotsFree() {
         // What is still on its way from before is not counted.
         Journal probes("a call of the probe");
         setFunction(context, "probed", 0,
@@ -165,16 +165,16 @@ class ServiceRuntime : public RecordingRuntime {
                     });
         evaluate(context, "callbacks = []; on = { invokeAdapter: () => probed() };");
         const auto probing = service();
-        constexpr int places = zem::SharedPriorityQueue::maxConcurrentOperationCount;
+        constexpr int slots = zem::SharedPriorityQueue::maxConcurrentOperationCount;
         Results results;
-        for (int index = 0; index < places; ++index) {
+        for (int index = 0; index < slots; ++index) {
             probing->invokeAdapter("probe", "{}", results.callback());
         }
-        probes.wait(places);
-        for (int index = 0; index < places; ++index) {
+        probes.wait(slots);
+        for (int index = 0; index < slots; ++index) {
             answer(index, "{ data: {} }");
         }
-        EXPECT_EQ(results.wait(places), std::vector<std::string>(places, "{}"));
+        EXPECT_EQ(results.wait(slots), std::vector<std::string>(slots, "{}"));
         evaluate(context, "on = {};");
     }
 

@@ -96,7 +96,7 @@ TEST(WirePublisher, EndsWithTheFirstFailure) {
     EXPECT_EQ(runtime.calls.lines().size(), 1u);
     subscriber->subscription->cancel();
     EXPECT_EQ(runtime.calls.wait(2)[1], "unsubscribe(list)");
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_EQ(subscriber->journal.lines(),
               (Lines{"subscription", "{}", "executeAdapter error - gone"}));
 }
@@ -135,7 +135,7 @@ TEST(WirePublisher, CallsTheRuntimesFunctionOnceHoweverOftenItIsCancelled) {
     runtime.calls.wait(1);
     subscriber->subscription->cancel();
     subscriber->subscription->cancel();
-    runtime.expectAllPlacesFree();
+    runtime.expectAllSlotsFree();
     EXPECT_THAT(runtime.calls.lines(), testing::Contains("unsubscribe(list)").Times(1));
 }
 

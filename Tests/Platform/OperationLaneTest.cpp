@@ -35,7 +35,7 @@ TEST(OperationLane, StartsTheOperationsOfALaneThereOneAfterTheOther) {
     EXPECT_EQ(queue->operationCount(), 0u);
 }
 
-TEST(OperationLane, SharesItsPlacesAmongLanes) {
+TEST(OperationLane, SharesItsSlotsAmongLanes) {
     Transcript transcript;
     const auto left = std::make_shared<ManualQueue>();
     const auto right = std::make_shared<ManualQueue>();
@@ -51,7 +51,7 @@ TEST(OperationLane, SharesItsPlacesAmongLanes) {
     EXPECT_THAT(transcript.lines(), ElementsAre("left call started", "right"));
 }
 
-TEST(OperationLane, LeavesTheLastPlaceToTheMoreUrgentLane) {
+TEST(OperationLane, LeavesTheLastSlotToTheMoreUrgentLane) {
     Transcript transcript;
     const auto left = std::make_shared<ManualQueue>();
     const auto right = std::make_shared<ManualQueue>();
@@ -126,7 +126,7 @@ TEST(OperationLane, AsksForNoTurnWhenItsLastTurnTookAll) {
     EXPECT_EQ(queue->operationCount(), 0u);
 }
 
-TEST(OperationLane, AsksForTheNextTurnWhenAPlaceIsFreeNotBefore) {
+TEST(OperationLane, AsksForTheNextTurnWhenASlotIsFreeNotBefore) {
     Transcript transcript;
     const auto lane = std::make_shared<ManualQueue>();
     const auto queue = OperationQueue::create(16);
@@ -171,7 +171,7 @@ TEST(OperationLane, FirstComeFirstServedHoldsAcrossLanes) {
     EXPECT_EQ(queue->operationCount(), 0u);
 }
 
-TEST(OperationLane, StartsWhatHasAPlaceBesidesAllThatCameBeforeIt) {
+TEST(OperationLane, StartsWhatHasASlotBesidesAllThatCameBeforeIt) {
     Transcript transcript;
     const auto left = std::make_shared<ManualQueue>();
     const auto right = std::make_shared<ManualQueue>();

@@ -118,7 +118,7 @@ TEST(OperationQueue, AHighCallIsStartedBeforeTheBackgroundOnesThatWaitedLonger) 
     EXPECT_EQ(queue->operationCount(), 0u);
 }
 
-TEST(OperationQueue, TakesTheBestThatWaitsWhenAThreadComesNotWhenAPlaceWasFree) {
+TEST(OperationQueue, TakesTheBestThatWaitsWhenAThreadComesNotWhenASlotWasFree) {
     ManualQueue threads;
     Transcript transcript;
     const auto queue = OperationQueue::create(5, &threads);
@@ -129,14 +129,14 @@ TEST(OperationQueue, TakesTheBestThatWaitsWhenAThreadComesNotWhenAPlaceWasFree) 
     EXPECT_THAT(transcript.lines(), ElementsAre("high", "background"));
 }
 
-TEST(OperationQueue, AsksForOneThreadAtATimeAndOnlyWhileThereAreAPlaceAndAnOperation) {
+TEST(OperationQueue, AsksForOneThreadAtATimeAndOnlyWhileThereAreASlotAndAnOperation) {
     ManualQueue threads;
     Transcript transcript;
     const auto queue = OperationQueue::create(3, &threads);
     std::vector<std::shared_ptr<Call>> calls;
     for (int number = 1; number <= 4; ++number) {
         calls.push_back(Call::create(transcript, name("call ", number)));
-        // Asked for before a start, which may take its time: never for the last place.
+        // Asked for before a start, which may take its time: never for the last slot.
         calls.back()->work = [&] {
             transcript.add(name("asked for ", static_cast<int>(threads.waiting())));
         };
@@ -172,7 +172,7 @@ TEST(OperationQueue, StartsTheNextOnAnotherThreadWhileOneIsStarting) {
     EXPECT_THAT(transcript.lines(), ElementsAre("first begins", "second", "first ends"));
 }
 
-TEST(OperationQueue, KeepsThePlaceOfACallThatFinishedUntilItsStartHasReturned) {
+TEST(OperationQueue, KeepsTheSlotOfACallThatFinishedUntilItsStartHasReturned) {
     ManualQueue threads;
     Transcript transcript;
     const auto queue = OperationQueue::create(1, &threads);
@@ -238,7 +238,7 @@ TEST(OperationQueue, StartsACancelledBlockInItsTurnWhichFinishesItself) {
     EXPECT_EQ(queue->operationCount(), 0u);
 }
 
-TEST(OperationQueue, ACallWithoutWorkKeepsItsPlace) {
+TEST(OperationQueue, ACallWithoutWorkKeepsItsSlot) {
     ManualQueue threads;
     Transcript transcript;
     const auto queue = OperationQueue::create(1, &threads);
@@ -253,7 +253,7 @@ TEST(OperationQueue, ACallWithoutWorkKeepsItsPlace) {
     EXPECT_THAT(transcript.lines(), ElementsAre("idle started", "block"));
 }
 
-TEST(OperationQueue, GivesThePlaceAwayOnceWhenTheEndIsReportedTwice) {
+TEST(OperationQueue, GivesTheSlotAwayOnceWhenTheEndIsReportedTwice) {
     ManualQueue threads;
     Transcript transcript;
     const auto queue = OperationQueue::create(1, &threads);

@@ -16,15 +16,15 @@
 
 namespace zem {
 
-/// A place on the shared queue. Given back when the call was answered, and when it no longer can
+/// A slot on the shared queue. Given back when the call was answered, and when it no longer can
 /// be: the call was dropped, or the runtime let go of the function without calling it.
-class AdapterCallPlace {
+class AdapterCallSlot {
   public:
-    explicit AdapterCallPlace(std::weak_ptr<AdapterInvokeOperation> operation)
+    explicit AdapterCallSlot(std::weak_ptr<AdapterInvokeOperation> operation)
         : operation(std::move(operation)) {}
-    ~AdapterCallPlace() { giveBack(); }
-    AdapterCallPlace(const AdapterCallPlace&) = delete;
-    AdapterCallPlace& operator=(const AdapterCallPlace&) = delete;
+    ~AdapterCallSlot() { giveBack(); }
+    AdapterCallSlot(const AdapterCallSlot&) = delete;
+    AdapterCallSlot& operator=(const AdapterCallSlot&) = delete;
 
     void giveBack() {
         if (const auto held = operation.lock()) {
@@ -41,7 +41,7 @@ class DataService::OneShot : public std::enable_shared_from_this<OneShot> {
     OneShot(std::weak_ptr<DataService> service, ResultCallback callback,
             std::weak_ptr<AdapterInvokeOperation> operation = {})
         : service(std::move(service))
-        , place(std::move(operation))
+        , slot(std::move(operation))
         , callback(std::move(callback)) {}
 
     /// The function that the runtime calls.
@@ -53,7 +53,7 @@ class DataService::OneShot : public std::enable_shared_from_this<OneShot> {
 
   protected:
     const std::weak_ptr<DataService> service;
-    AdapterCallPlace place;
+    AdapterCallSlot slot;
 
   private:
     void arrived(Outcome arrival);
@@ -93,7 +93,7 @@ class DataService::Emissions : public std::enable_shared_from_this<Emissions> {
     Emissions(std::weak_ptr<DataService> service, const std::shared_ptr<Subscription>& subscription)
         : service(std::move(service))
         , subscription(subscription)
-        , place(subscription->adapterOperation) {}
+        , slot(subscription->adapterOperation) {}
 
     js::Local function(js::Scope& scope);
     void fail(DataServiceError error) { arrived(std::unexpected(std::move(error))); }
@@ -106,7 +106,7 @@ class DataService::Emissions : public std::enable_shared_from_this<Emissions> {
 
     const std::weak_ptr<DataService> service;
     const std::weak_ptr<Subscription> subscription;
-    AdapterCallPlace place;
+    AdapterCallSlot slot;
 };
 
 } // namespace zem

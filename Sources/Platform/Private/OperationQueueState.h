@@ -53,13 +53,13 @@ class OperationQueueState : public std::enable_shared_from_this<OperationQueueSt
     class Turn;
 
     /// On the lane's thread: starts the best of what waits there, again and again while there are
-    /// places, up to the most that one turn starts. Before each start, which may take its time,
+    /// slots, up to the most that one turn starts. Before each start, which may take its time,
     /// other threads are asked for if there is more to do.
     void takeTurn(Lane& lane);
 
     // The rest runs under the lock.
 
-    /// Asks each lane for a turn that has something to start, when there is a place and no turn on
+    /// Asks each lane for a turn that has something to start, when there is a slot and no turn on
     /// its way. Gives the lock back while it asks.
     void askForTurns(UniqueLock& lock);
     Lane* laneToAsk();
@@ -67,7 +67,7 @@ class OperationQueueState : public std::enable_shared_from_this<OperationQueueSt
     /// Null when nothing that waits in the lane may start now.
     Operation* takeBest(Lane& lane);
 
-    /// The places that are free belong to others, which wait in other lanes and come first.
+    /// The slots that are free belong to others, which wait in other lanes and come first.
     bool mustPass(const Lane& lane) const;
     /// How many of those that wait in the lane come before `operation`; it stops counting at
     /// `enough`.
@@ -79,9 +79,7 @@ class OperationQueueState : public std::enable_shared_from_this<OperationQueueSt
     /// Forgets a lane where nothing waits and no turn is to come; returns its queue.
     std::shared_ptr<Queue> dropIfIdle(Lane& lane);
 
-    bool hasPlace() const {
-        return width == OperationQueue::unbounded || inProgress.size() < width;
-    }
+    bool hasSlot() const { return width == OperationQueue::unbounded || inProgress.size() < width; }
 
     Queue& threads;
     const bool usesLanes;
@@ -89,7 +87,7 @@ class OperationQueueState : public std::enable_shared_from_this<OperationQueueSt
     mutable Mutex mutex;
     // By their queues; those that nothing waits in go. Few: an application has an engine or two.
     std::map<const Queue*, Lane> lanes;
-    // The operations that hold a place.
+    // The operations that hold a slot.
     Operations inProgress;
     std::size_t unfinished = 0;
     std::uint64_t arrivals = 0;
