@@ -40,8 +40,7 @@ void startTrace(const std::filesystem::path& file) {
 
 } // namespace
 
-Run::Run(RunOptions given, std::shared_ptr<Ending> ending,
-         std::shared_ptr<Interruption> interruption)
+Run::Run(Options given, std::shared_ptr<Ending> ending, std::shared_ptr<Interruption> interruption)
     : options(std::move(given))
     , bundle(readFile(options.bundle))
     , settings(options.settings)
@@ -106,26 +105,26 @@ void Run::makeRuntime() {
 }
 
 std::shared_ptr<Commands> Run::makeCommands() {
-    Commands::Surroundings around;
-    around.endsWithLines = isTyped(options);
-    around.endsWithFailure = !options.shell;
-    around.source = commandSource(options);
-    around.json = options.json;
-    around.ending = ending;
-    around.activity = activity;
-    around.evaluate = [this](std::string script, std::string source, int line,
-                             std::function<void(Evaluated)> done) {
+    Commands::Options commandOptions;
+    commandOptions.endsWithLines = isTyped(options);
+    commandOptions.endsWithFailure = !options.shell;
+    commandOptions.source = commandSource(options);
+    commandOptions.json = options.json;
+    commandOptions.ending = ending;
+    commandOptions.activity = activity;
+    commandOptions.evaluate = [this](std::string script, std::string source, int line,
+                                     std::function<void(EvalResult)> done) {
         context.async([this, script = std::move(script), source = std::move(source), line,
                        done = std::move(done)](js::Scope& scope) mutable {
             globals->evaluate(scope, script, source, line, std::move(done));
         });
     };
-    around.interruptScript = [context = context, isInterrupted = isScriptInterrupted] {
+    commandOptions.interruptScript = [context = context, isInterrupted = isScriptInterrupted] {
         *isInterrupted = true;
         // Once the script is over, or at once where there is none.
         context.async([isInterrupted](js::Scope&) { *isInterrupted = false; });
     };
-    return Commands::create(std::move(around));
+    return Commands::create(std::move(commandOptions));
 }
 
 void Run::listenToIdleness() {

@@ -7,10 +7,10 @@
 #include "Globals/Globals.h"
 #include "Globals/Settings.h"
 #include "Globals/Timers.h"
-#include "Process/CommandLine.h"
 #include "Process/Ending.h"
 #include "Process/Interruption.h"
-#include "Process/Signal.h"
+#include "Process/OneShotEvent.h"
+#include "Process/Options.h"
 #include "Runtime/Runtime.h"
 #include <zem/JavaScript/Context.h>
 #include <zem/SqliteStore/SQLiteStore.h>
@@ -31,7 +31,7 @@ namespace zem::host {
 class Run {
   public:
     /// Reads the files that the options name. Throws a Failure when one cannot be read.
-    Run(RunOptions options, std::shared_ptr<Ending> ending,
+    Run(Options options, std::shared_ptr<Ending> ending,
         std::shared_ptr<Interruption> interruption);
 
     /// Runs the bundle until nothing is left to do, or until the end is asked for, closes the store
@@ -50,13 +50,13 @@ class Run {
     void startCommands();
     void fail(js::Scope& scope, const js::Exception& exception, bool wasRejection);
 
-    /// Keeps the JavaScript thread where it is until the process ends: nothing more of a script is
-    /// executed, no `finally` and no promise job.
+    /// Blocks the JavaScript thread until the process ends. The script executes nothing more, no
+    /// `finally` and no promise job.
     [[noreturn]] void standStill();
 
     void finish();
 
-    RunOptions options;
+    Options options;
     std::string bundle;
     Settings settings;
     std::string commandText;
@@ -66,17 +66,17 @@ class Run {
     std::shared_ptr<Interruption> interruption;
     std::shared_ptr<tessel::Activity> activity = std::make_shared<tessel::Activity>();
     platform::RunLoopThread thread;
-    /// What the context and the timers know of the thread.
+    /// The thread's run loop as the context and the timers use it.
     std::shared_ptr<ClosableRunLoop> scriptLoop;
     /// True when the JavaScript thread has let go of everything, false when it stands still.
     std::promise<bool> scriptStopped;
-    /// The services wait for no JavaScript, or for one that stands still.
-    Signal runtimeQuiet;
+    /// Set when the services wait for no JavaScript, or the JavaScript thread stands still.
+    OneShotEvent runtimeQuiet;
 
     std::shared_ptr<SQLiteStore> store;
-    /// What the bundle finds has no draft queue behind it until the runtime has set one.
+    /// Has no draft queue behind it until the bundle has set a runtime.
     std::shared_ptr<DraftQueuePlugin> draftQueuePlugin = DraftQueuePlugin::create(nullptr);
-    /// Ends the script at hand, and only that.
+    /// Ends the running script, and no later one.
     std::shared_ptr<std::atomic<bool>> isScriptInterrupted =
         std::make_shared<std::atomic<bool>>(false);
 

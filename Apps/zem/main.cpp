@@ -1,10 +1,10 @@
 // The headless host: runs a JavaScript data runtime without the application around it.
 
-#include "Process/CommandLine.h"
 #include "Process/Failure.h"
 #include "Process/Interruption.h"
+#include "Process/Options.h"
 #include "Process/Output.h"
-#include "Process/Signals.h"
+#include "Process/SignalHandler.h"
 #include "Run.h"
 
 #include <fmt/format.h>
@@ -17,13 +17,13 @@ using namespace zem::host;
 
 int main(int count, char** words) {
     try {
-        const auto options = parseCommandLine(count, words);
+        const auto options = parseOptions(count, words);
         if (!options) {
             return exitDone;
         }
         const auto ending = std::make_shared<Ending>(zem::platform::RunLoop::main());
         const auto interruption = std::make_shared<Interruption>();
-        const Signals signals([ending, interruption](int signal) {
+        const SignalHandler signalHandler([ending, interruption](int signal) {
             if (signal == SIGINT && interruption->isTaken()) {
                 return false;
             }

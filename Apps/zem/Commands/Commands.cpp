@@ -25,8 +25,8 @@ CallResult resultOf(const DataServiceResult& result) {
 
 } // namespace
 
-std::shared_ptr<Commands> Commands::create(Surroundings surroundings) {
-    std::shared_ptr<Commands> commands(new Commands(std::move(surroundings)));
+std::shared_ptr<Commands> Commands::create(Options options) {
+    std::shared_ptr<Commands> commands(new Commands(std::move(options)));
     commands->calls->setChangeHandler([weak = commands->weak_from_this()] {
         if (const auto alive = weak.lock()) {
             alive->changed();
@@ -35,10 +35,10 @@ std::shared_ptr<Commands> Commands::create(Surroundings surroundings) {
     return commands;
 }
 
-Commands::Commands(Surroundings surroundings)
-    : around(std::move(surroundings))
-    , report(around.json, around.source)
-    , calls(std::make_shared<Calls>(report, around.ending, around.activity))
+Commands::Commands(Options given)
+    : options(std::move(given))
+    , report(options.json, options.source)
+    , calls(std::make_shared<Calls>(report, options.ending, options.activity))
     , drafts(calls, [this](auto question) { ask(std::move(question)); }) {}
 
 Commands::~Commands() = default;
@@ -58,7 +58,7 @@ void Commands::start(std::unique_ptr<LineSource> fromLines, Runtime& withRuntime
     }
     runtime = &withRuntime;
     store = std::move(withStore);
-    working = std::make_unique<tessel::ActivityToken>(around.activity);
+    working = std::make_unique<tessel::ActivityToken>(options.activity);
     thread = std::thread([this] { run(); });
 }
 
@@ -88,7 +88,7 @@ void Commands::idle() {
         }
     }
     calls->runtimeIsMissing(runtime->missing());
-    around.ending->request(exitDone);
+    options.ending->request(exitDone);
 }
 
 bool Commands::abandon() {
@@ -111,7 +111,7 @@ bool Commands::abandon() {
         isAbandoned = true;
     }
     condition.notify_all();
-    around.interruptScript();
+    options.interruptScript();
     return true;
 }
 
@@ -122,7 +122,7 @@ void Commands::changed() {
 
 void Commands::run() {
     std::size_t line = 0;
-    while (!around.ending->requested()) {
+    while (!options.ending->requested()) {
         {
             // Whoever interrupts from now on means the line, or the command that it becomes.
             const platform::Lock lock(mutex);
@@ -137,8 +137,8 @@ void Commands::run() {
             perform(*command, line);
         }
     }
-    if (around.endsWithLines) {
-        around.ending->request(exitDone);
+    if (options.endsWithLines) {
+        options.ending->request(exitDone);
     }
     {
         const platform::Lock lock(mutex);
@@ -150,7 +150,7 @@ void Commands::run() {
 
 void Commands::perform(const CommandText& text, std::size_t line) {
     const CommandOrigin origin{text.name(), line, std::nullopt,
-                               text.mayFail || !around.endsWithFailure};
+                               text.mayFail || !options.endsWithFailure};
     try {
         std::visit([&](const auto& command) { perform(command, origin); }, parseCommand(text.text));
     } catch (const CommandFailure& failure) {
@@ -230,7 +230,7 @@ void Commands::perform(const WaitCommand& command, const CommandOrigin&) {
     // Where nobody else does anything either, what is waited for may never come.
     working.reset();
     const auto why = waitForCalls(awaited, command.limit);
-    working = std::make_unique<tessel::ActivityToken>(around.activity);
+    working = std::make_unique<tessel::ActivityToken>(options.activity);
     if (why) {
         throw CommandFailure(*why);
     }
@@ -244,7 +244,7 @@ std::optional<std::string> Commands::waitForCalls(const std::vector<std::shared_
     platform::UniqueLock lock(mutex);
     for (;;) {
         // Asked first: when nothing goes on any more, what is missing now stays so.
-        const bool isIdle = around.activity->outstanding() == 0;
+        const bool isIdle = options.activity->outstanding() == 0;
         const Calls::Silence silence = calls->silent(awaited, runtime->missing());
         if (silence.labels.empty()) {
             return std::nullopt;
@@ -286,13 +286,13 @@ void Commands::perform(const SQLCommand& command, const CommandOrigin& origin) {
 }
 
 void Commands::perform(const EvalCommand& command, const CommandOrigin& origin) {
-    const auto evaluated = std::make_shared<std::optional<Evaluated>>();
-    around.evaluate(command.script, around.source.empty() ? "shell" : around.source,
-                    static_cast<int>(origin.line),
-                    [weak = weak_from_this(), evaluated](Evaluated value) {
-                        answer(weak, evaluated, std::move(value));
-                    });
-    const Evaluated value = waitFor(evaluated);
+    const auto evaluated = std::make_shared<std::optional<EvalResult>>();
+    options.evaluate(command.script, options.source.empty() ? "shell" : options.source,
+                     static_cast<int>(origin.line),
+                     [weak = weak_from_this(), evaluated](EvalResult value) {
+                         answer(weak, evaluated, std::move(value));
+                     });
+    const EvalResult value = waitFor(evaluated);
     if (value.failed) {
         throw CommandFailure(value.text);
     }
@@ -300,7 +300,7 @@ void Commands::perform(const EvalCommand& command, const CommandOrigin& origin) 
 }
 
 void Commands::perform(const QuitCommand&, const CommandOrigin&) {
-    around.ending->request(exitDone);
+    options.ending->request(exitDone);
 }
 
 /// Has it asked before the next command, so that they reach the runtime in their order.

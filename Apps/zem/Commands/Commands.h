@@ -5,7 +5,7 @@
 #include "Calls.h"
 #include "CommandParser.h"
 #include "Drafts.h"
-#include "Globals/Evaluated.h"
+#include "Globals/EvalResult.h"
 #include "LineSource.h"
 #include "Process/Ending.h"
 #include "Report.h"
@@ -29,7 +29,7 @@ namespace zem::host {
 
 class Commands : public std::enable_shared_from_this<Commands> {
   public:
-    struct Surroundings {
+    struct Options {
         /// Where the lines come from, as scripts' places and failures name it.
         std::string source;
         bool json = false;
@@ -42,13 +42,13 @@ class Commands : public std::enable_shared_from_this<Commands> {
         /// Evaluates a script that stands at a line of a source, waits for its promise where it is
         /// one, and tells what it came to. Returns at once.
         std::function<void(std::string script, std::string source, int line,
-                           std::function<void(Evaluated)>)>
+                           std::function<void(EvalResult)>)>
             evaluate;
         /// Ends the script that is running just then, if one is. Any thread.
         std::function<void()> interruptScript;
     };
 
-    static std::shared_ptr<Commands> create(Surroundings surroundings);
+    static std::shared_ptr<Commands> create(Options options);
     ~Commands();
     Commands(const Commands&) = delete;
     Commands& operator=(const Commands&) = delete;
@@ -73,7 +73,7 @@ class Commands : public std::enable_shared_from_this<Commands> {
     std::vector<std::string> subscriptionNames() const { return calls->subscriptionNames(); }
 
   private:
-    explicit Commands(Surroundings surroundings);
+    explicit Commands(Options given);
 
     void run();
     void perform(const CommandText& text, std::size_t line);
@@ -101,7 +101,7 @@ class Commands : public std::enable_shared_from_this<Commands> {
                                             platform::Seconds limit);
     void changed();
 
-    Surroundings around;
+    Options options;
     const Report report;
     const std::shared_ptr<Calls> calls;
     std::unique_ptr<LineSource> lines; ///< the same from the start on

@@ -167,7 +167,7 @@ void Globals::lookAtRuntime(js::Scope& scope) const {
 }
 
 void Globals::evaluate(js::Scope& scope, std::string_view script, std::string_view source, int line,
-                       std::function<void(Evaluated)> done) const {
+                       std::function<void(EvalResult)> done) const {
     const js::Result<js::Local> outcome = scope.evaluate(script, source, line);
     const js::Local tell = scope.function(
         "done", 3,

@@ -3,7 +3,7 @@
 // The globals that a bundle finds beside the language's own. The script in script/ makes them.
 // This class gives the script the functions that the engine does not have.
 
-#include "Evaluated.h"
+#include "EvalResult.h"
 #include "Runtime/RuntimeParts.h"
 #include <zem/JavaScript/Context.h>
 
@@ -56,7 +56,7 @@ class Globals {
     /// Evaluates a script and, when it gives a promise, waits for that. `done` is called once, on
     /// the context's thread, or never when the promise is not settled.
     void evaluate(js::Scope& scope, std::string_view script, std::string_view source, int line,
-                  std::function<void(Evaluated)> done) const;
+                  std::function<void(EvalResult)> done) const;
 
     /// The report on an exception that nobody caught: its place, message and stack.
     std::string describeUncaught(js::Scope& scope, const js::Exception& exception,

@@ -2,7 +2,7 @@
 
 // The globals that the command line sets.
 
-#include "Process/CommandLine.h"
+#include "Process/Options.h"
 #include <zem/JavaScript/Context.h>
 
 #include <string>

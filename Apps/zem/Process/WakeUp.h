@@ -1,6 +1,6 @@
 #pragma once
 
-// Waiting for input, and being called away from it.
+// A wait for input that another thread can end.
 
 namespace zem::host {
 

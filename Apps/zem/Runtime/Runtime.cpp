@@ -35,7 +35,7 @@ MissingParts missingOf(const RuntimeParts& parts) {
 
 } // namespace
 
-/// Used on the thread only, but for `missing`.
+/// Used on the services' thread only, except `missing`.
 class Runtime::Services final : public RuntimeServices {
   public:
     Services(std::shared_ptr<DraftQueuePlugin> draftQueuePlugin, Listener listener)
@@ -51,7 +51,7 @@ class Runtime::Services final : public RuntimeServices {
 
     void close() {
         closed = true;
-        // What is still queued on them would find an engine whose thread has ended.
+        // Dropped here: work still queued on them must not reach an engine whose thread has ended.
         currentDataService.reset();
         currentDraftManager.reset();
     }
@@ -79,30 +79,30 @@ class Runtime::Services final : public RuntimeServices {
     void perform(const std::function<void(RuntimeServices&)>& work) {
         isRecorded = false;
         work(*this);
-        if (isLookedAt && isRecorded) {
+        if (partsKnown && isRecorded) {
             tell();
         }
     }
 
     void expect() {
-        if (!isThere) {
-            isLookedAt = false;
+        if (!hasRuntime) {
+            partsKnown = false;
             setMissing(allMissing("the promise in globalThis.runtime is not settled"));
         }
     }
 
     void arrive(const RuntimeParts& parts) {
-        if (isThere) {
+        if (hasRuntime) {
             return;
         }
-        isThere = parts.dataService || parts.draftManager || parts.draftQueue;
+        hasRuntime = parts.dataService || parts.draftManager || parts.draftQueue;
         handOver(parts);
-        lookedAt(missingOf(parts));
+        publish(missingOf(parts));
     }
 
     void fail(const std::string& why) {
-        if (!isThere) {
-            lookedAt(allMissing(why));
+        if (!hasRuntime) {
+            publish(allMissing(why));
         }
     }
 
@@ -114,7 +114,7 @@ class Runtime::Services final : public RuntimeServices {
   private:
     void handOver(const RuntimeParts& parts) {
         if (parts.draftQueue) {
-            // First, for whoever calls it while the others are handed what was asked of them.
+            // First: the runtime may call it while the other parts receive their recorded calls.
             draftQueuePlugin->setDraftQueue(DraftQueueProxy::create(*parts.draftQueue));
         }
         if (parts.dataService) {
@@ -134,15 +134,16 @@ class Runtime::Services final : public RuntimeServices {
         }
     }
 
-    void lookedAt(MissingParts found) {
-        isLookedAt = true;
+    void publish(MissingParts found) {
+        partsKnown = true;
         setMissing(std::move(found));
         tell();
     }
 
     void tell() {
-        // Not replayed, should another runtime come: it is said now that they failed. They are
-        // dropped after that, as who is dropped unheard says so.
+        // Taken out, so that a later runtime does not carry them out: the listener reports now that
+        // they failed. Destroyed after the listener has run: a callback dropped without an answer
+        // would report its own failure first.
         const auto adapterCalls = batchingDataService->takeState();
         const auto draftCalls = batchingDraftManager->takeBatching();
         const auto processing = std::exchange(recordedProcessing, {});
@@ -164,11 +165,12 @@ class Runtime::Services final : public RuntimeServices {
     std::shared_ptr<DraftManagerProtocol> currentDraftManager;
     std::shared_ptr<DraftQueue> draftQueue;
     std::vector<ProcessActionCallback> recordedProcessing;
-    /// It is known which parts the runtime has; a promise of another one takes that back.
-    bool isLookedAt = false;
-    /// It has one that can be used.
-    bool isThere = false;
-    /// The work at hand has asked for a part that is not there.
+    /// True once the runtime's parts were read, or it failed. False again while another runtime is
+    /// promised.
+    bool partsKnown = false;
+    /// True once a runtime with a usable part has arrived.
+    bool hasRuntime = false;
+    /// The current work used a part that is missing: its calls were recorded.
     bool isRecorded = false;
     bool closed = false;
     mutable platform::Mutex mutex;
@@ -213,7 +215,7 @@ MissingParts Runtime::missing() const {
 }
 
 void Runtime::post(std::function<void(Services&)> work) {
-    // The run does not end before it is done.
+    // The token keeps the run from ending before the work is done.
     thread.runLoop()->perform(
         [work = std::move(work), services = services,
          token = std::make_unique<tessel::ActivityToken>(activity)]() mutable {

@@ -48,11 +48,11 @@ Encryption keyInSecretService() {
     return Encryption::kept();
 }
 
-std::string nameOf(const RunOptions& options) {
+std::string nameOf(const Options& options) {
     return options.inMemory ? "in memory" : (options.data / "zem.db").string();
 }
 
-std::shared_ptr<SQLiteStore> openOrRemove(const RunOptions& options,
+std::shared_ptr<SQLiteStore> openOrRemove(const Options& options,
                                           const SQLiteStore::Options& store) {
     try {
         return SQLiteStore::create(store);
@@ -67,14 +67,14 @@ std::shared_ptr<SQLiteStore> openOrRemove(const RunOptions& options,
     return SQLiteStore::create(store);
 }
 
-SQLiteStore::Options storeOptions(const RunOptions& options) {
+SQLiteStore::Options storeOptions(const Options& options) {
     if (options.inMemory) {
         return {SQLiteStorage::memory(), keyOfThisRun()};
     }
     return {options.data, options.keys ? keyInFiles(*options.keys) : keyInSecretService()};
 }
 
-std::shared_ptr<SQLiteStore> open(const RunOptions& options, SQLiteFailureHandler onFailure) {
+std::shared_ptr<SQLiteStore> open(const Options& options, SQLiteFailureHandler onFailure) {
     SQLiteStore::Options opened = storeOptions(options);
     opened.onFailure = std::move(onFailure);
     return openOrRemove(options, opened);
@@ -82,7 +82,7 @@ std::shared_ptr<SQLiteStore> open(const RunOptions& options, SQLiteFailureHandle
 
 } // namespace
 
-std::shared_ptr<SQLiteStore> openStore(const RunOptions& options, SQLiteFailureHandler onFailure) {
+std::shared_ptr<SQLiteStore> openStore(const Options& options, SQLiteFailureHandler onFailure) {
     const auto fail = [&](const std::string& reason) {
         return Failure(exitStore,
                        fmt::format("cannot open the store {}: {}", nameOf(options), reason));

@@ -2,7 +2,7 @@
 
 // The run's store: where it is, and where its key comes from.
 
-#include "Process/CommandLine.h"
+#include "Process/Options.h"
 #include <zem/SqliteStore/SQLiteStore.h>
 
 #include <future>
@@ -12,7 +12,7 @@ namespace zem::host {
 
 /// Opens the store that the options name; `onFailure` hears of the statements that fail then.
 /// Throws a Failure that says which file cannot be opened, and why.
-std::shared_ptr<SQLiteStore> openStore(const RunOptions& options, SQLiteFailureHandler onFailure);
+std::shared_ptr<SQLiteStore> openStore(const Options& options, SQLiteFailureHandler onFailure);
 
 /// Drops a reference, which is the last but for scripts that are in a call. The future is ready
 /// when the database is closed: after the work that it is at; what waits in its queue is dropped.

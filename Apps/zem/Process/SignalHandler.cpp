@@ -1,12 +1,10 @@
-#include "Signals.h"
+#include "SignalHandler.h"
 
 #include "Failure.h"
 
 #include <cerrno>
 #include <csignal>
 #include <optional>
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <system_error>
 #include <unistd.h>
@@ -15,9 +13,10 @@ namespace zem::host {
 
 namespace {
 
-int checked(int descriptor, const char* what) {
+int openSignals(const sigset_t& taken) {
+    const int descriptor = signalfd(-1, &taken, SFD_CLOEXEC);
     if (descriptor < 0) {
-        throw std::system_error(errno, std::generic_category(), what);
+        throw std::system_error(errno, std::generic_category(), "signalfd");
     }
     return descriptor;
 }
@@ -36,16 +35,10 @@ sigset_t blockSignals() {
     return taken;
 }
 
-/// The signal that has come; absent when the end has.
-std::optional<int> waitForSignal(int signals, int end) {
-    pollfd either[] = {{signals, POLLIN, 0}, {end, POLLIN, 0}};
-    while (poll(either, 2, -1) < 0 && errno == EINTR) {
-    }
-    if (either[1].revents != 0) {
-        return std::nullopt;
-    }
+/// The next signal; absent after `end.wake()`.
+std::optional<int> waitForSignal(int signals, WakeUp& end) {
     signalfd_siginfo taken;
-    if (read(signals, &taken, sizeof taken) != sizeof taken) {
+    if (!end.waitForInput(signals) || read(signals, &taken, sizeof taken) != sizeof taken) {
         return std::nullopt;
     }
     return static_cast<int>(taken.ssi_signo);
@@ -53,11 +46,9 @@ std::optional<int> waitForSignal(int signals, int end) {
 
 } // namespace
 
-Signals::Signals(std::function<bool(int signal)> interrupt) {
-    const sigset_t taken = blockSignals();
-    signals = checked(signalfd(-1, &taken, SFD_CLOEXEC), "signalfd");
-    end = checked(eventfd(0, EFD_CLOEXEC), "eventfd");
-    thread = std::thread([interrupt = std::move(interrupt), signals = signals, end = end] {
+SignalHandler::SignalHandler(std::function<bool(int signal)> interrupt)
+    : signals(openSignals(blockSignals()))
+    , thread([this, interrupt = std::move(interrupt)] {
         bool isEnding = false;
         while (const std::optional<int> signal = waitForSignal(signals, end)) {
             if (isEnding) {
@@ -65,14 +56,12 @@ Signals::Signals(std::function<bool(int signal)> interrupt) {
             }
             isEnding = interrupt(*signal);
         }
-    });
-}
+    }) {}
 
-Signals::~Signals() {
-    eventfd_write(end, 1);
+SignalHandler::~SignalHandler() {
+    end.wake();
     thread.join();
     close(signals);
-    close(end);
 }
 
 } // namespace zem::host

@@ -1,6 +1,6 @@
 #pragma once
 
-// Something that happens once.
+// An event that happens once.
 
 #include <zem/Platform/RunLoop.h>
 
@@ -9,16 +9,17 @@
 
 namespace zem::host {
 
-/// Thread-safe, but waited for by one.
-class Signal {
+/// Any thread sets it; one thread waits for it.
+class OneShotEvent {
   public:
-    /// The first time counts.
+    /// The first call sets it, later ones do nothing.
     void set() {
         if (!isSet.exchange(true)) {
             promise.set_value();
         }
     }
 
+    /// Returns when it is set, at the latest after `limit`.
     void waitFor(platform::Seconds limit) { future.wait_for(limit); }
 
   private:

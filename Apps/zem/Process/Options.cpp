@@ -1,4 +1,4 @@
-#include "CommandLine.h"
+#include "Options.h"
 
 #include "Failure.h"
 #include "Help.h"
@@ -53,8 +53,8 @@ Setting parseSetting(const std::string& text, const std::string& command) {
     return setting;
 }
 
-/// What both commands of the program take.
-void addOptions(CLI::App& command, RunOptions& options, std::vector<std::string>& settings) {
+/// The options of both commands of the program.
+void addOptions(CLI::App& command, Options& options, std::vector<std::string>& settings) {
     command.set_help_flag("--help");
     command.add_option("BUNDLE.js", options.bundle)->required();
     auto* data = command.add_option("--data", options.data)->type_name("DIR");
@@ -68,13 +68,13 @@ void addOptions(CLI::App& command, RunOptions& options, std::vector<std::string>
 
 } // namespace
 
-std::optional<RunOptions> parseCommandLine(int count, const char* const* words) {
-    // What follows "--" is the bundle's, whatever it looks like.
+std::optional<Options> parseOptions(int count, const char* const* words) {
+    // All words after "--" are the bundle's.
     const auto* end = words + count;
     const auto* separator =
         std::find_if(words, end, [](const char* word) { return std::strcmp(word, "--") == 0; });
 
-    RunOptions options;
+    Options options;
     std::vector<std::string> settings;
     CLI::App program;
     program.set_help_flag("--help");

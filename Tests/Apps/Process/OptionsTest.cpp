@@ -25,7 +25,7 @@ void expectNarrow(const std::string& text) {
     }
 }
 
-TEST(CommandLine, HelpSaysWhatThereIs) {
+TEST(Options, HelpSaysWhatThereIs) {
     const Host host;
     const auto result = host.run({"--help"});
     EXPECT_EQ(result.output, help);
@@ -33,7 +33,7 @@ TEST(CommandLine, HelpSaysWhatThereIs) {
     EXPECT_EQ(result.code, 0);
 }
 
-TEST(CommandLine, HelpOfRunNamesEveryOptionAndExitCode) {
+TEST(Options, HelpOfRunNamesEveryOptionAndExitCode) {
     const Host host;
     const auto result = host.run({"run", "--help"});
     for (const char* part :
@@ -92,7 +92,7 @@ TEST(CommandLine, HelpOfRunNamesEveryOptionAndExitCode) {
     EXPECT_EQ(host.run({"run", "none.js", "--data", "x", "--help"}).output, result.output);
 }
 
-TEST(CommandLine, HelpOfTheShellNamesItsKeysAndCommands) {
+TEST(Options, HelpOfTheShellNamesItsKeysAndCommands) {
     const Host host;
     const auto result = host.run({"shell", "--help"});
     for (const char* part :
@@ -109,7 +109,7 @@ TEST(CommandLine, HelpOfTheShellNamesItsKeysAndCommands) {
     EXPECT_EQ(result.code, 0);
 }
 
-TEST(CommandLine, VersionNamesTheEnginesToo) {
+TEST(Options, VersionNamesTheEnginesToo) {
     const Host host;
     const auto result = host.run({"--version"});
     EXPECT_THAT(result.output, testing::MatchesRegex("zem [0-9.]+\n"
@@ -120,7 +120,7 @@ TEST(CommandLine, VersionNamesTheEnginesToo) {
     EXPECT_EQ(result.code, 0);
 }
 
-TEST(CommandLine, WrongUsageIsExplained) {
+TEST(Options, WrongUsageIsExplained) {
     struct Case {
         Host::Words words;
         const char* complaint;
@@ -178,7 +178,7 @@ TEST(CommandLine, WrongUsageIsExplained) {
     }
 }
 
-TEST(CommandLine, ABundleThatCannotBeReadIsNamed) {
+TEST(Options, ABundleThatCannotBeReadIsNamed) {
     const Host host;
     const auto missing = host.run({"run", "none.js", "--memory"});
     EXPECT_EQ(missing.errors, "zem: cannot read none.js: No such file or directory\n");

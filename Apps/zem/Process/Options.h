@@ -1,6 +1,6 @@
 #pragma once
 
-// What the words after the program's name ask for.
+// The program's command line.
 
 #include <filesystem>
 #include <optional>
@@ -17,24 +17,25 @@ struct Setting {
     bool isFile = false;
 };
 
-struct RunOptions {
+/// The options of a run, of `zem run` and `zem shell` alike.
+struct Options {
     std::string bundle;
     std::filesystem::path data = "zem-data";
     bool inMemory = false;
-    /// Where the keys are kept as files; in the Secret Service when absent.
+    /// The folder that keeps the keys as files. Absent: the Secret Service keeps them.
     std::optional<std::filesystem::path> keys;
     std::vector<Setting> settings;
     std::optional<std::filesystem::path> trace;
     bool json = false;
-    /// The file that the commands come from, or "-" for standard input.
+    /// The file of commands, or "-" for standard input.
     std::optional<std::string> commands;
-    /// Commands come from whoever sits at the terminal, or from standard input.
+    /// `zem shell`: commands come from the terminal, or from standard input.
     bool shell = false;
     std::vector<std::string> arguments;
 };
 
-/// The run that is asked for; absent when a text was asked for instead, which has been printed.
-/// Throws a Failure when the words make no sense.
-std::optional<RunOptions> parseCommandLine(int count, const char* const* words);
+/// Reads the words of the command line, the program's name first. Absent if they ask for the help
+/// or the version: the text has been printed. Throws a Failure if the words make no sense.
+std::optional<Options> parseOptions(int count, const char* const* words);
 
 } // namespace zem::host
