@@ -105,26 +105,26 @@ void Run::makeRuntime() {
 }
 
 std::shared_ptr<Commands> Run::makeCommands() {
-    Commands::Options commandOptions;
-    commandOptions.endsWithLines = isTyped(options);
-    commandOptions.endsWithFailure = !options.shell;
-    commandOptions.source = commandSource(options);
-    commandOptions.json = options.json;
-    commandOptions.ending = ending;
-    commandOptions.activity = activity;
-    commandOptions.evaluate = [this](std::string script, std::string source, int line,
-                                     std::function<void(EvalResult)> done) {
+    Commands::Options made;
+    made.endsWithLines = isTyped(options);
+    made.endsWithFailure = !options.shell;
+    made.context.source = commandSource(options);
+    made.context.json = options.json;
+    made.context.ending = ending;
+    made.context.activity = activity;
+    made.context.evaluate = [this](std::string script, std::string source, int line,
+                                   std::function<void(EvalResult)> done) {
         context.async([this, script = std::move(script), source = std::move(source), line,
                        done = std::move(done)](js::Scope& scope) mutable {
             globals->evaluate(scope, script, source, line, std::move(done));
         });
     };
-    commandOptions.interruptScript = [context = context, isInterrupted = isScriptInterrupted] {
+    made.context.interruptScript = [context = context, isInterrupted = isScriptInterrupted] {
         *isInterrupted = true;
-        // Once the script is over, or at once where there is none.
+        // Runs once the script is over, or at once if there is none.
         context.async([isInterrupted](js::Scope&) { *isInterrupted = false; });
     };
-    return Commands::create(std::move(commandOptions));
+    return std::make_shared<Commands>(std::move(made));
 }
 
 void Run::listenToIdleness() {

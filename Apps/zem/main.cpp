@@ -1,5 +1,6 @@
 // The headless host: runs a JavaScript data runtime without the application around it.
 
+#include "Commands/CommandHelp.h"
 #include "Process/Failure.h"
 #include "Process/Interruption.h"
 #include "Process/Options.h"
@@ -17,7 +18,7 @@ using namespace zem::host;
 
 int main(int count, char** words) {
     try {
-        const auto options = parseOptions(count, words);
+        const auto options = parseOptions(count, words, helpOfCommands());
         if (!options) {
             return exitDone;
         }

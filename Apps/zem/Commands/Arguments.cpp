@@ -6,12 +6,6 @@
 
 namespace zem::host {
 
-void expectCount(const Arguments& arguments, std::size_t count, std::string_view usage) {
-    if (arguments.size() != count) {
-        throw CommandFailure(fmt::format("expected: {}", usage));
-    }
-}
-
 Metadata parsePairs(std::span<const std::string> words, std::string_view place) {
     Metadata metadata;
     for (const std::string& word : words) {

@@ -1,224 +1,136 @@
 #include "CommandParser.h"
 
-#include "Arguments.h"
 #include "CommandFailure.h"
+#include "CommandHelp.h"
 #include "Words.h"
-#include <zem/Tessel/JSON.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
-#include <array>
-#include <charconv>
+#include <iterator>
+#include <limits>
+#include <list>
+#include <map>
+#include <span>
 #include <utility>
+#include <vector>
 
 namespace zem::host {
 
 namespace {
 
-constexpr std::array<std::string_view, 3> subscribeOptions{"--priority", "--cache-policy", "--as"};
-constexpr std::array<std::string_view, 4> invokeOptions{"--priority", "--cache-policy",
-                                                        "--metadata", "--replace-draft"};
-constexpr std::array<std::string_view, 1> waitOptions{"--for"};
-constexpr std::array<std::string_view, 2> ttlArguments{"record", "metadata"};
+using Texts = std::span<const std::string>;
 
-/// The options of one command. The words are the command's own: none of them asks for help.
-class CommandOptions : public CLI::App {
+CommandFailure wrongForm(const Command& command) {
+    return CommandFailure(fmt::format("expected: {}", usageOf(command)));
+}
+
+/// Reads the words of a command that has options.
+class OptionParser {
   public:
-    CommandOptions() { set_help_flag(); }
+    explicit OptionParser(const Command& command) {
+        // "--help" is no option of a command.
+        app.set_help_flag();
+        for (const CommandArgument& argument : command.arguments) {
+            add(argument.name, false)->required(argument.count == CommandArgument::Count::one);
+        }
+        for (const CommandOption& option : command.options) {
+            add(option.name, option.isRepeatable)->type_name(std::string(option.type));
+        }
+        for (const CommandOption& option : command.options) {
+            for (const std::string_view other : option.excludes) {
+                found.at(option.name)->excludes(found.at(other));
+            }
+        }
+    }
 
-    void read(const Arguments& words) {
-        Arguments backwards(words.rbegin(), words.rend());
+    CommandWords read(Texts words) {
+        std::vector<std::string> backwards(words.rbegin(), words.rend());
         try {
-            parse(backwards);
+            app.parse(backwards);
         } catch (const CLI::ParseError& error) {
             throw CommandFailure(error.what());
         }
-    }
-};
-
-/// --priority and --cache-policy.
-class ContextOptions {
-  public:
-    explicit ContextOptions(CLI::App& options)
-        : priorityOption(options.add_option("--priority", priority))
-        , policyOption(options.add_option("--cache-policy", policy)) {}
-
-    /// For a form of the command that carries no context.
-    void exclude(CLI::Option* option) const {
-        option->excludes(priorityOption)->excludes(policyOption);
-    }
-
-    /// Absent when neither is given.
-    std::optional<AdapterRequestContext> read() const {
-        if (priorityOption->count() + policyOption->count() == 0) {
-            return std::nullopt;
+        CommandWords read;
+        for (const auto& [name, option] : found) {
+            for (const std::string& word :
+                 option->count() == 0 ? CLI::results_t() : option->results()) {
+                read.add(name, word);
+            }
         }
-        AdapterRequestContext context;
-        if (priorityOption->count() > 0) {
-            context.priority =
-                expectDecoded("--priority", tessel::fromAny<AdapterRequestPriority>(
-                                                tessel::Any(boost::json::string(priority))));
-        }
-        if (policyOption->count() > 0) {
-            const auto value = expectDecoded("--cache-policy", tessel::parse(policy));
-            context.cachePolicy =
-                expectDecoded("--cache-policy", tessel::fromAny<CachePolicy>(value));
-        }
-        return context;
+        return read;
     }
 
   private:
-    template <class T>
-    static T expectDecoded(const char* option, tessel::Decoded<T> decoded) {
-        if (!decoded) {
-            throw CommandFailure(fmt::format("{}: {}", option, decoded.error().description()));
-        }
-        return *std::move(decoded);
+    CLI::Option* add(std::string_view name, bool isRepeatable) {
+        CLI::Option* const option =
+            isRepeatable
+                ? app.add_option(std::string(name), lists.emplace_back())->allow_extra_args(false)
+                : app.add_option(std::string(name), single.emplace_back());
+        found.emplace(name, option);
+        return option;
     }
 
-    std::string priority;
-    std::string policy;
-    CLI::Option* priorityOption;
-    CLI::Option* policyOption;
+    CLI::App app;
+    std::list<std::string> single;
+    std::list<std::vector<std::string>> lists;
+    std::map<std::string_view, CLI::Option*> found;
 };
 
-Command parseSubscribe(const Arguments& words) {
-    SubscribeCommand command;
-    CommandOptions options;
-    options.add_option("ADAPTER", command.adapterId)->required();
-    options.add_option("CONFIG", command.config)->required();
-    options.add_option("--as", command.name)->type_name("NAME");
-    const ContextOptions context(options);
-    options.read(words);
-    command.requestContext = context.read();
-    if (command.name && command.name->empty()) {
-        throw CommandFailure("--as: a name is not empty");
-    }
-    return command;
-}
-
-Command parseInvoke(const Arguments& words) {
-    InvokeCommand command;
-    CommandOptions options;
-    options.add_option("ADAPTER", command.adapterId)->required();
-    options.add_option("CONFIG", command.config)->required();
-    const ContextOptions context(options);
-    Arguments pairs;
-    std::string draftId;
-    CLI::Option* metadata =
-        options.add_option("--metadata", pairs)->type_name("KEY=VALUE")->allow_extra_args(false);
-    CLI::Option* replace = options.add_option("--replace-draft", draftId)->type_name("ID");
-    replace->excludes(metadata);
-    // The runtime's mutating calls have no place for a context.
-    context.exclude(metadata);
-    context.exclude(replace);
-    options.read(words);
-    command.requestContext = context.read();
-    if (metadata->count() > 0) {
-        command.specialOperation = SpecialOperation::setMetadata(parsePairs(pairs, "--metadata"));
-    } else if (replace->count() > 0) {
-        command.specialOperation = SpecialOperation::replaceDraft(draftId);
-    }
-    return command;
-}
-
-platform::Seconds secondsOf(const std::string& text) {
-    constexpr double most = 1e9;
-    double seconds = 0;
-    const char* end = text.data() + text.size();
-    const auto read = std::from_chars(text.data(), end, seconds);
-    const bool isNumber = read.ec == std::errc() && read.ptr == end;
-    if (!isNumber || !(seconds >= 0 && seconds <= most)) {
-        throw CommandFailure(fmt::format("--for: expected a number of seconds, found {}", text));
-    }
-    return platform::Seconds(seconds);
-}
-
-Command parseWait(const Arguments& words) {
-    WaitCommand command;
-    std::string seconds;
-    CommandOptions options;
-    options.add_option("NAME", command.name);
-    const CLI::Option* limit = options.add_option("--for", seconds)->type_name("SECONDS");
-    options.read(words);
-    command.limit = limit->count() == 0 ? defaultWaitLimit : secondsOf(seconds);
-    return command;
-}
-
-Command parseUnsubscribe(const Arguments& words) {
-    expectCount(words, 1, "unsubscribe NAME");
-    return UnsubscribeCommand{words[0]};
-}
-
-Command parseTTL(const Arguments& words) {
-    constexpr const char* usage = "ttl record|metadata N";
-    expectCount(words, 2, usage);
-    const auto* found = std::ranges::find(ttlArguments, words[0]);
-    if (found == ttlArguments.end()) {
-        throw CommandFailure(fmt::format("expected: {}", usage));
-    }
-    TTLCommand command{
-        found == ttlArguments.begin() ? TTLCommand::What::record : TTLCommand::What::metadata, 0};
-    const std::string& text = words[1];
-    const char* end = text.data() + text.size();
-    const auto read = std::from_chars(text.data(), end, command.ttl);
-    if (read.ec != std::errc() || read.ptr != end) {
-        throw CommandFailure(fmt::format("ttl {}: expected an integer, found {}", words[0], text));
-    }
-    return command;
-}
-
-/// A word that is a JSON number, text, true, false or null is that; any other is text as it stands.
-SQLiteValue parameterOf(const std::string& word) {
-    const auto value = tessel::parse(word);
-    if (value) {
-        if (const auto read = tessel::fromAny<double>(*value)) {
-            return *read;
+/// Reads the words of a command that has no options.
+CommandWords readArguments(const Command& command, Texts words) {
+    using Count = CommandArgument::Count;
+    CommandWords read;
+    auto next = words.begin();
+    for (const CommandArgument& argument : command.arguments) {
+        const bool isList = argument.count == Count::any || argument.count == Count::atLeastOne;
+        const std::size_t most = isList ? words.size() : 1;
+        std::size_t count = 0;
+        const auto isAllowed = [&](const std::string& word) {
+            return argument.words.empty() ||
+                   std::ranges::find(argument.words, word) != argument.words.end();
+        };
+        for (; count < most && next != words.end() && isAllowed(*next); ++count) {
+            read.add(argument.name, *next++);
         }
-        if (value->is_string()) {
-            return std::string(value->get_string());
-        }
-        if (value->is_bool()) {
-            return value->get_bool();
-        }
-        if (value->is_null()) {
-            return nullptr;
+        const bool isRequired = argument.count == Count::one || argument.count == Count::atLeastOne;
+        if (isRequired && count == 0) {
+            throw wrongForm(command);
         }
     }
-    return word;
-}
-
-Command parseSQL(const Arguments& words) {
-    if (words.empty()) {
-        throw CommandFailure("expected: sql TEXT [PARAM...]");
+    if (next != words.end()) {
+        throw wrongForm(command);
     }
-    SQLCommand command{words[0], {}};
-    std::transform(words.begin() + 1, words.end(), std::back_inserter(command.parameters),
-                   parameterOf);
-    return command;
+    return read;
 }
 
-/// JavaScript has quotes of its own: it is taken as it stands, unless all of it is one word in
-/// quotes.
-Command parseEval(std::string_view text, const std::vector<Word>& words) {
+/// The rest of the line as it stands, unless all of it is one word in quotes.
+CommandWords readScript(const Command& command, std::string_view text,
+                        const std::vector<Word>& words) {
     if (words.size() == 1) {
-        throw CommandFailure("expected: eval JAVASCRIPT");
+        throw wrongForm(command);
     }
-    if (words.size() == 2 && words[1].isQuoted && words[1].isComplete) {
-        return EvalCommand{words[1].text};
-    }
-    return EvalCommand{std::string(text.substr(words[1].begin))};
+    const bool isQuoted = words.size() == 2 && words[1].isQuoted && words[1].isComplete;
+    CommandWords read;
+    read.add(command.arguments.front().name,
+             isQuoted ? words[1].text : std::string(text.substr(words[1].begin)));
+    return read;
 }
 
-Command parseDraftsLine(const Arguments& words) {
-    return parseDrafts(words);
-}
-
-Command parseQuit(const Arguments& words) {
-    expectCount(words, 0, "quit");
-    return QuitCommand{};
+/// The command, and how many words its name takes.
+std::pair<const Command*, std::size_t> findCommandOf(Texts words) {
+    const std::string& first = words.front();
+    const auto names = commandsOfGroup(first);
+    if (names.empty()) {
+        return {findCommand("", first), 1};
+    }
+    const Command* const command = words.size() > 1 ? findCommand(first, words[1]) : nullptr;
+    if (command == nullptr) {
+        throw CommandFailure(fmt::format("expected: {} {}", first, fmt::join(names, "|")));
+    }
+    return {command, 2};
 }
 
 } // namespace
@@ -247,51 +159,27 @@ std::optional<CommandText> readCommandText(std::string_view line) {
     return read;
 }
 
-Command parseCommand(std::string_view text) {
+ParsedCommand parseCommand(std::string_view text) {
     const std::vector<Word> words = splitWords(text);
-    const std::string name = words.empty() ? "" : words.front().text;
-    if (name == "eval") {
-        return parseEval(text, words);
+    std::vector<std::string> texts;
+    std::ranges::transform(words, std::back_inserter(texts), &Word::text);
+    if (texts.empty()) {
+        texts.emplace_back();
+    }
+    const Command* const script = findCommand("", texts.front());
+    if (script != nullptr && script->parse == Command::Syntax::script) {
+        return {*script, readScript(*script, text, words)};
     }
     if (!std::ranges::all_of(words, &Word::isComplete)) {
         throw CommandFailure("a quote is not closed");
     }
-    Arguments arguments;
-    for (std::size_t index = 1; index < words.size(); ++index) {
-        arguments.push_back(words[index].text);
+    const auto [command, nameLength] = findCommandOf(texts);
+    if (command == nullptr) {
+        throw CommandFailure(fmt::format("there is no command \"{}\"", texts.front()));
     }
-    using Parse = Command (*)(const Arguments&);
-    static constexpr std::pair<std::string_view, Parse> parsers[] = {
-        {"subscribe", parseSubscribe},
-        {"unsubscribe", parseUnsubscribe},
-        {"invoke", parseInvoke},
-        {"ttl", parseTTL},
-        {"drafts", parseDraftsLine},
-        {"wait", parseWait},
-        {"sql", parseSQL},
-        {"quit", parseQuit},
-    };
-    for (const auto& [known, parse] : parsers) {
-        if (known == name) {
-            return parse(arguments);
-        }
-    }
-    throw CommandFailure(fmt::format("there is no command \"{}\"", name));
-}
-
-std::span<const CommandShape> commandShapes() {
-    static const std::array<CommandShape, 9> shapes{{
-        {"subscribe", subscribeOptions, {}},
-        {"unsubscribe", {}, {}, true},
-        {"invoke", invokeOptions, {}},
-        {"ttl", {}, ttlArguments},
-        {"drafts", {}, {}, false, draftsShapes()},
-        {"wait", waitOptions, {}, true},
-        {"sql", {}, {}},
-        {"eval", {}, {}},
-        {"quit", {}, {}},
-    }};
-    return shapes;
+    const Texts rest = Texts(texts).subspan(nameLength);
+    return {*command, command->options.empty() ? readArguments(*command, rest)
+                                               : OptionParser(*command).read(rest)};
 }
 
 } // namespace zem::host

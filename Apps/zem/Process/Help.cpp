@@ -75,46 +75,6 @@ constexpr const char* commandsHeading = R"(
 Commands:
 )";
 
-constexpr const char* commandsHelp =
-    R"(  subscribe ADAPTER CONFIG [--priority P] [--cache-policy JSON] [--as NAME]
-  unsubscribe NAME
-  invoke ADAPTER CONFIG [--priority P] [--cache-policy JSON] [--metadata K=V]...
-         [--replace-draft ID]
-  ttl record|metadata N
-  drafts list                   a table of the drafts; an age is counted from
-                                their timestamp, taken to be in milliseconds
-                                since 1970, and is the plain number where that
-                                is no time that has passed
-  drafts show|remove ID
-  drafts replace ID WITH
-  drafts merge SOURCE into TARGET
-  drafts metadata ID K=V...
-  drafts start|stop|process
-  drafts add TARGET K=V...      queues an external action
-  drafts executor SUCCESS|NETWORK_ERROR|CLIENT_ERROR
-                                has every external action answered so
-  drafts watch on|off           prints every change of the queue
-  wait [NAME] [--for SECONDS]   up to 30 seconds for the answers to invocations
-                                and commands on drafts and the first emission of
-                                every subscription, or for one of them
-  sql TEXT [PARAM...]           PARAM is JSON (a number, a string, true, false,
-                                null) or else text as it stands
-  eval JAVASCRIPT               prints the value, or what its promise is settled
-                                with
-  quit
-
-  They are carried out by the runtime that the bundle sets, at once, later, or
-  as a promise of it: globalThis.runtime = { dataService, draftManager,
-  draftQueue }, where drafts process needs the draftQueue, the other commands on
-  drafts the draftManager, and those above them the dataService. What is asked
-  for before is handed over then. Words are quoted as in a shell, P is high,
-  normal or background, lines that begin with # are comments. Results are
-  labelled with the name of their subscription (s1, s2 ... or --as NAME),
-  invocation (i1, i2 ...) or command on drafts (d1, d2 ...). With --json each is
-  one object with these keys:
-  {"command":"invoke","name":"i1","line":1,"data":{},"error":null}
-)";
-
 constexpr const char* globalsHelp = R"(
 Globals:
   console (warn and error go to standard error), setTimeout, clearTimeout,
@@ -136,13 +96,13 @@ Exit codes:
 
 } // namespace
 
-std::string helpOf(const std::string& command) {
+std::string helpOf(const std::string& command, const std::string& commands) {
     if (command == "run") {
-        return std::string(runUsage) + optionsHelp + commandsOption + commandsHelp + globalsHelp +
+        return std::string(runUsage) + optionsHelp + commandsOption + commands + globalsHelp +
                exitCodesHelp;
     }
     if (command == "shell") {
-        return std::string(shellUsage) + optionsHelp + commandsHeading + commandsHelp + globalsHelp;
+        return std::string(shellUsage) + optionsHelp + commandsHeading + commands + globalsHelp;
     }
     return programHelp;
 }

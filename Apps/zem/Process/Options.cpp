@@ -68,7 +68,8 @@ void addOptions(CLI::App& command, Options& options, std::vector<std::string>& s
 
 } // namespace
 
-std::optional<Options> parseOptions(int count, const char* const* words) {
+std::optional<Options> parseOptions(int count, const char* const* words,
+                                    const std::string& commandsHelp) {
     // All words after "--" are the bundle's.
     const auto* end = words + count;
     const auto* separator =
@@ -91,7 +92,7 @@ std::optional<Options> parseOptions(int count, const char* const* words) {
     try {
         program.parse(static_cast<int>(separator - words), words);
     } catch (const CLI::CallForHelp&) {
-        std::fputs(helpOf(command()).c_str(), stdout);
+        std::fputs(helpOf(command(), commandsHelp).c_str(), stdout);
         return std::nullopt;
     } catch (const CLI::CallForVersion& version) {
         std::puts(version.what());

@@ -35,7 +35,9 @@ struct Options {
 };
 
 /// Reads the words of the command line, the program's name first. Absent if they ask for the help
-/// or the version: the text has been printed. Throws a Failure if the words make no sense.
-std::optional<Options> parseOptions(int count, const char* const* words);
+/// or the version, which it has printed then; `commandsHelp` is the part of the help on the
+/// commands that a run carries out. Throws a Failure if the words make no sense.
+std::optional<Options> parseOptions(int count, const char* const* words,
+                                    const std::string& commandsHelp);
 
 } // namespace zem::host

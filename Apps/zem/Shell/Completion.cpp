@@ -1,7 +1,6 @@
 #include "Completion.h"
 
-#include "Commands/CommandParser.h"
-#include <zem/Core/AdapterRequestContext.h>
+#include "Commands/CommandTable.h"
 
 #include <algorithm>
 #include <span>
@@ -10,41 +9,68 @@ namespace zem::host {
 
 namespace {
 
-void addPriorities(std::vector<std::string>& words) {
-    for (const auto& [priority, text] : adapterRequestPriorityTexts) {
-        words.emplace_back(text);
+using Words = std::vector<std::string>;
+
+Words copyOf(std::span<const std::string_view> views) {
+    return {views.begin(), views.end()};
+}
+
+Words optionNames(const Command& command) {
+    Words names;
+    for (const CommandOption& option : command.options) {
+        names.emplace_back(option.name);
+    }
+    return names;
+}
+
+Words wordsOf(const CommandArgument& argument, const std::function<Words()>& subscriptionNames) {
+    if (!argument.words.empty()) {
+        return copyOf(argument.words);
+    }
+    switch (argument.completion) {
+    case CommandArgument::Completion::subscriptions:
+        return subscriptionNames();
+    case CommandArgument::Completion::commands:
+        return copyOf(firstWordsOfCommands());
+    default:
+        return {};
     }
 }
 
-/// Everything that may follow `before`, the words up to the one that is being typed.
-std::vector<std::string>
-candidates(std::span<const CommandShape> shapes, std::span<const std::string> before, bool isOption,
-           const std::function<std::vector<std::string>()>& subscriptionNames) {
-    std::vector<std::string> words;
-    if (before.empty()) {
-        for (const CommandShape& shape : shapes) {
-            words.emplace_back(shape.name);
-        }
-        return words;
-    }
-    const auto shape = std::ranges::find(shapes, before.front(), &CommandShape::name);
-    if (shape == shapes.end()) {
-        return words;
-    }
-    if (!shape->commands.empty()) {
-        return candidates(shape->commands, before.subspan(1), isOption, subscriptionNames);
-    }
+/// The words that may follow a command and the words `before`.
+Words candidates(const Command& command, std::span<const std::string> before, bool isOption,
+                 const std::function<Words()>& subscriptionNames) {
     if (isOption) {
-        words.assign(shape->options.begin(), shape->options.end());
-    } else if (before.back() == "--priority") {
-        addPriorities(words);
-    } else if (before.size() == 1) {
-        words.assign(shape->arguments.begin(), shape->arguments.end());
-        if (shape->takesName) {
-            words = subscriptionNames();
+        return optionNames(command);
+    }
+    if (!before.empty()) {
+        const auto option = std::ranges::find(command.options, before.back(), &CommandOption::name);
+        if (option != command.options.end()) {
+            return copyOf(option->words);
         }
     }
-    return words;
+    const bool isArgument =
+        before.size() < command.arguments.size() &&
+        std::ranges::none_of(before, [](const auto& word) { return word.starts_with("--"); });
+    return isArgument ? wordsOf(command.arguments[before.size()], subscriptionNames) : Words();
+}
+
+/// The words that may follow `before`, the complete words of the line.
+Words candidates(std::span<const std::string> before, bool isOption,
+                 const std::function<Words()>& subscriptionNames) {
+    if (before.empty()) {
+        return copyOf(firstWordsOfCommands());
+    }
+    const auto names = commandsOfGroup(before.front());
+    if (!names.empty() && before.size() == 1) {
+        return copyOf(names);
+    }
+    const std::size_t nameLength = names.empty() ? 1 : 2;
+    const Command* const command =
+        names.empty() ? findCommand("", before.front()) : findCommand(before.front(), before[1]);
+    return command == nullptr
+               ? Words()
+               : candidates(*command, before.subspan(nameLength), isOption, subscriptionNames);
 }
 
 } // namespace
@@ -72,8 +98,8 @@ Completion complete(std::string_view line,
     if (before.empty() && typed.starts_with('-')) {
         typed.remove_prefix(1);
     }
-    Completion completion{typed.size(), candidates(commandShapes(), before, typed.starts_with('-'),
-                                                   subscriptionNames)};
+    Completion completion{typed.size(),
+                          candidates(before, typed.starts_with('-'), subscriptionNames)};
     std::erase_if(completion.words,
                   [&](const std::string& word) { return !word.starts_with(typed); });
     std::ranges::sort(completion.words);

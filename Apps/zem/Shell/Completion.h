@@ -1,6 +1,6 @@
 #pragma once
 
-// What the word that is being typed may become.
+// Completes the word at the cursor.
 
 #include <functional>
 #include <string>
@@ -10,17 +10,17 @@
 namespace zem::host {
 
 struct Completion {
-    /// How many bytes before the cursor the word takes.
+    /// The length of the word before the cursor, in bytes.
     std::size_t length = 0;
-    /// Every word that begins like it and may stand here, in order.
+    /// All words that begin with it and may stand here, in order.
     std::vector<std::string> words;
 };
 
-/// `line` is what stands before the cursor.
+/// `line` is the text before the cursor.
 Completion complete(std::string_view line,
                     const std::function<std::vector<std::string>()>& subscriptionNames);
 
-/// What all of them begin with.
+/// The longest common beginning.
 std::string commonBeginning(const std::vector<std::string>& words);
 
 } // namespace zem::host

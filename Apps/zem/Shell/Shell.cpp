@@ -19,6 +19,8 @@ namespace zem::host {
 namespace {
 
 constexpr const char* prompt = "zem> ";
+constexpr std::string_view opening =
+    "help or ? explains the commands, exit or Ctrl-D ends the shell";
 constexpr int historySize = 1000;
 
 } // namespace
@@ -300,6 +302,7 @@ class Shell::Editor {
 
 Shell::Shell(std::function<std::vector<std::string>()> subscriptionNames)
     : editor(std::make_shared<Editor>(std::move(subscriptionNames))) {
+    printLine(opening);
     setLinePrinter([weak = std::weak_ptr(editor)](int descriptor, std::string_view text) {
         if (const auto alive = weak.lock()) {
             alive->print(descriptor, text);

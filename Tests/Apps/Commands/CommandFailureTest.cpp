@@ -37,6 +37,11 @@ TEST(CommandFailure, SaysWhatIsWrongWithALine) {
     expectFailure("invoke a {} --as x", "The following arguments were not expected: x --as");
     expectFailure("invoke a {} --help", "The following argument was not expected: --help");
     expectFailure("invoke a {} --metadata", "--metadata: 1 required KEY=VALUE missing");
+    expectFailure("invoke a {} --priority", "--priority: 1 required TEXT missing");
+    expectFailure("invoke a {} --cache-policy", "--cache-policy: 1 required TEXT missing");
+    expectFailure("invoke a {} --replace-draft", "--replace-draft: 1 required ID missing");
+    expectFailure("subscribe a {} --as", "--as: 1 required NAME missing");
+    expectFailure("wait --for", "--for: 1 required SECONDS missing");
     expectFailure("invoke a {} --metadata x", "--metadata x: expected KEY=VALUE");
     expectFailure("invoke a {} --metadata x=y --replace-draft z",
                   "--metadata excludes --replace-draft");
@@ -61,6 +66,9 @@ TEST(CommandFailure, SaysWhatIsWrongWithALine) {
     expectFailure("sql", "expected: sql TEXT [PARAM...]");
     expectFailure("eval", "expected: eval JAVASCRIPT");
     expectFailure("quit now", "expected: quit");
+    expectFailure("exit now", "expected: exit");
+    expectFailure("'drafts list'", "there is no command \"drafts list\"");
+    expectFailure("list", "there is no command \"list\"");
 }
 
 TEST(CommandFailure, AContextIsDecodedStrictly) {

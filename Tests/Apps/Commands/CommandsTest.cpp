@@ -149,14 +149,17 @@ TEST(Commands, CommentsBlankLinesAndWhiteSpaceAreSkipped) {
                  "eval: 3\neval: 4\neval: 5\neval: 6\n");
 }
 
-TEST(Commands, QuitEndsWhateverIsOpen) {
-    expectOutput("eval setInterval(() => {}, 1); 'on'\nttl record 1\nquit\neval `never`\n",
-                 "eval: 'on'\n[\"setRimvoRecordTTL\",1]\nttl record: 1\n");
-    const Host host;
-    const auto result =
-        host.runCommands(runtimeAtOnce, "invoke never {}\nsubscribe silent {}\nquit\n");
-    EXPECT_EQ(result.errors, "");
-    EXPECT_EQ(result.code, 0);
+TEST(Commands, QuitAndExitEndWhateverIsOpen) {
+    for (const std::string end : {"quit", "exit"}) {
+        expectOutput("eval setInterval(() => {}, 1); 'on'\nttl record 1\n" + end +
+                         "\neval `never`\n",
+                     "eval: 'on'\n[\"setRimvoRecordTTL\",1]\nttl record: 1\n");
+        const Host host;
+        const auto result =
+            host.runCommands(runtimeAtOnce, "invoke never {}\nsubscribe silent {}\n" + end + "\n");
+        EXPECT_EQ(result.errors, "") << end;
+        EXPECT_EQ(result.code, 0) << end;
+    }
 }
 
 TEST(Commands, TheRunEndsWhenTheLastAnswerIsThere) {

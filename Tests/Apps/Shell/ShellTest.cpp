@@ -46,7 +46,8 @@ class Shell : public testing::Test {
 
 TEST_F(Shell, PromptsCarriesOutAndEndsWithCtrlD) {
     Terminal shell = start();
-    EXPECT_EQ(shell.waitFor("zem> "), "zem> ");
+    EXPECT_EQ(shell.waitFor("zem> "),
+              "help or ? explains the commands, exit or Ctrl-D ends the shell\nzem> ");
     shell.type("eval 1 + 1\n");
     EXPECT_EQ(shell.waitFor("zem> "), "eval 1 + 1\neval: 2\nzem> ");
     shell.type("# a comment\n");
@@ -59,6 +60,26 @@ TEST_F(Shell, QuitEndsIt) {
     Terminal shell = start("setInterval(() => {}, 1)");
     shell.waitFor("zem> ");
     shell.type("quit\n");
+    EXPECT_EQ(shell.wait(), 0);
+}
+
+TEST_F(Shell, ExitEndsIt) {
+    Terminal shell = start("setInterval(() => {}, 1)");
+    shell.waitFor("zem> ");
+    shell.type("exit\n");
+    EXPECT_EQ(shell.wait(), 0);
+}
+
+TEST_F(Shell, ExplainsItsCommands) {
+    Terminal shell = start();
+    shell.waitFor("zem> ");
+    shell.type("? drafts\n");
+    shell.waitFor("  drafts show ID                prints a draft\n");
+    shell.waitFor("zem> ");
+    shell.type("help\n");
+    shell.waitFor("  help [COMMAND]                prints this text, or the part of one command\n");
+    shell.waitFor("zem> ");
+    shell.type("\x04");
     EXPECT_EQ(shell.wait(), 0);
 }
 
@@ -162,6 +183,11 @@ TEST_F(Shell, TabCompletesCommandsOptionsAndNames) {
     shell.waitFor("ttl metadata ");
     shell.type("\x15-dr\texe\tN\t");
     shell.waitFor("-drafts executor NETWORK_ERROR ");
+    shell.type("\x15"
+               "drafts merge a in\t");
+    shell.waitFor("drafts merge a into ");
+    shell.type("\x15he\tdra\t");
+    shell.waitFor("help drafts ");
     shell.type("\x15\x04");
     EXPECT_EQ(shell.wait(), 0);
 }

@@ -1,0 +1,15 @@
+#pragma once
+
+// The commands on adapters of the runtime's data service.
+
+#include "CommandContext.h"
+#include "CommandWords.h"
+
+namespace zem::host {
+
+void subscribe(CommandContext& context, const CommandWords& words, const CommandOrigin& origin);
+void unsubscribe(CommandContext& context, const CommandWords& words, const CommandOrigin& origin);
+void invoke(CommandContext& context, const CommandWords& words, const CommandOrigin& origin);
+void setTTL(CommandContext& context, const CommandWords& words, const CommandOrigin& origin);
+
+} // namespace zem::host
