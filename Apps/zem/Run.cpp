@@ -25,8 +25,8 @@ namespace {
 
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
-/// Running JavaScript is stopped within a tenth of a second; what takes longer than this is a step
-/// inside the engine that cannot be, or an engine that cannot stop any.
+/// A script stops within a tenth of a second. A longer wait means a step inside the engine that
+/// cannot be stopped.
 constexpr platform::Seconds stopLimit(3);
 
 void startTrace(const std::filesystem::path& file) {
@@ -70,7 +70,7 @@ void Run::start() {
     if (options.trace) {
         startTrace(*options.trace);
     }
-    // Until the bundle has been started nothing else is the last that was left to do.
+    // Keeps the run from counting as idle before the bundle has started.
     auto starting = std::make_unique<tessel::ActivityToken>(activity);
     context = js::Context::create(scriptLoop);
     makeRuntime();
@@ -230,12 +230,12 @@ void Run::startBundle(std::unique_ptr<tessel::ActivityToken> evaluating) {
 }
 
 void Run::fail(js::Scope& scope, const js::Exception& exception, bool wasRejection) {
-    // What comes after the end was asked for is how the engine ends a script.
+    // After a request for the end, the exception is the one that stops the script.
     if (ending->requested()) {
         return;
     }
     printErrorLine(globals->describeUncaught(scope, exception, wasRejection));
-    // Who types goes on to find out why.
+    // A shell goes on: its user may look for the reason.
     if (!options.shell) {
         ending->request(exitUncaught);
         standStill();
@@ -254,7 +254,7 @@ void Run::finish() {
     interruption->setTaker(nullptr);
     const bool commandsEnded = commands == nullptr || commands->stop(stopLimit);
     if (runtime) {
-        // In the middle of a hand-over the engine's thread is waited for: it must not close before.
+        // A hand-over may wait for the engine's thread, which must not close before.
         runtime->close([this] { runtimeQuiet.set(); });
         runtimeQuiet.waitFor(stopLimit);
     }
@@ -279,7 +279,7 @@ void Run::finish() {
         if (threadEnds) {
             closed.wait();
         } else {
-            // A script that nobody can stop may be in a call, and go on giving it work.
+            // A script that does not stop may hold the store and give it more work.
             closed.wait_for(stopLimit);
         }
     }

@@ -10,7 +10,7 @@
 
 namespace zem::host {
 
-/// Guarded by the mutex of its Calls, but for what is const.
+/// Guarded by the mutex of its Calls, except the constants.
 class Call {
   public:
     Call(Calls::Kind kind, RuntimePart part, CommandOrigin given, const std::string& what)
@@ -35,7 +35,7 @@ class Call {
     std::unique_ptr<tessel::ActivityToken> token;
 };
 
-/// What the copies of a CallAnswer share.
+/// Shared by the copies of a CallAnswer.
 class Calls::Answer {
   public:
     Answer(std::shared_ptr<Calls> calls, std::shared_ptr<Call> call)
@@ -97,7 +97,7 @@ std::shared_ptr<Call> Calls::add(Kind kind, RuntimePart part, CommandOrigin orig
     if (call->isAnsweredOnce() && ready.contains(part)) {
         call->token = std::make_unique<tessel::ActivityToken>(activity);
     }
-    // Whoever asks waits until the runtime has been told, where there is one.
+    // If the runtime is there, the command itself waits until it was called.
     call->isSettled = kind == Kind::draftsOrder && ready.contains(part);
     named.emplace(*call->origin.name, call);
     return call;
@@ -147,7 +147,7 @@ void Calls::arrived(Call& call, const CallResult& result) {
     if (result) {
         report.data(call.origin, call.label, *result);
     } else if (call.kind == Kind::subscription) {
-        // The subscription goes on: a failure is one of the results that it may have.
+        // The subscription goes on: a failure is one of its possible results.
         report.failure(call.origin, call.label, result.error());
     } else {
         failed(call.origin, call.label, result.error());
@@ -174,7 +174,7 @@ void Calls::dropped(Call& call) {
 }
 
 void Calls::settle(Call& call) {
-    // Destroyed without the lock: the run may be over then.
+    // Destroyed without the lock: the last token ends the run.
     std::unique_ptr<tessel::ActivityToken> token;
     std::function<void()> handler;
     {

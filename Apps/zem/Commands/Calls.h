@@ -1,6 +1,6 @@
 #pragma once
 
-// What the commands have asked of the runtime, and what came of it.
+// The calls that commands have made to the runtime, and their results.
 
 #include "Process/Ending.h"
 #include "Report.h"
@@ -24,73 +24,73 @@ namespace zem::host {
 
 class Call;
 
-/// What came of a call, or the text of its failure.
+/// The result of a call, or the text of its failure.
 using CallResult = std::expected<Shown, std::string>;
 
-/// Called with what comes of a call, on any thread. A call that is answered by nothing has failed
-/// when the last copy is gone.
+/// Takes the result of a call, on any thread. The call fails when the last copy is destroyed
+/// without having been called.
 using CallAnswer = std::function<void(const CallResult&)>;
 
-/// Prints what arrives; answers what is still awaited. Thread-safe.
+/// Prints the results, and knows which calls have none yet. Thread-safe.
 class Calls : public std::enable_shared_from_this<Calls> {
   public:
     enum class Kind {
         invocation,
         subscription,
         ttl,
-        /// An operation on drafts that is answered.
+        /// An operation on drafts that has an answer.
         drafts,
-        /// One that is not: it is done when the runtime has been told.
+        /// An operation on drafts without an answer. It is done when the runtime was called.
         draftsOrder
     };
 
     Calls(Report report, std::shared_ptr<Ending> ending,
           std::shared_ptr<tessel::Activity> activity);
 
-    /// The origin's name is the call's; where it has none it gets one: i1, i2 ... for invocations,
-    /// s1, s2 ... for subscriptions, d1, d2 ... for drafts. Throws a CommandFailure when the name
-    /// is taken. `what` follows the name where people read it. A TTL replaces the one before that
-    /// was not heard of.
+    /// The call has the origin's name. Without one it gets the next of i1, i2 ... for invocations,
+    /// s1, s2 ... for subscriptions, d1, d2 ... for drafts. Throws a CommandFailure if the name is
+    /// taken. `what` follows the name in the output for people. A TTL replaces an earlier one of
+    /// the same name.
     std::shared_ptr<Call> add(Kind kind, RuntimePart part, CommandOrigin origin,
                               const std::string& what);
 
     static const std::string& nameOf(const Call& call);
 
-    /// Takes a subscription out. Throws a CommandFailure when there is none of that name.
+    /// Removes a subscription. Throws a CommandFailure if there is none of that name.
     void removeSubscription(const std::string& name);
 
-    /// Takes a call out: what comes for it is dropped.
+    /// Removes a call. Its later results are dropped.
     void remove(Call& call);
 
     std::vector<std::string> subscriptionNames() const;
 
-    /// A result is there.
+    /// Prints a result.
     void arrived(Call& call, const CallResult& result);
 
-    /// The same for a call that is answered once.
+    /// Prints the only result of a call.
     CallAnswer answer(std::shared_ptr<Call> call);
 
-    /// It is known which parts of the runtime are there: the run does not end before these have
-    /// answered, and what was asked of the others has failed, once.
+    /// Tells which parts of the runtime are missing. Every open call of a missing part fails, once.
+    /// The run does not end before the other calls have their answers.
     void runtimeIsMissing(const MissingParts& missing);
 
-    /// A failed command: prints the text, and ends the run where the command must not fail.
+    /// Prints the failure of a command, and ends the run if the command must not fail.
     void failed(const CommandOrigin& origin, const std::string& label, const std::string& error);
 
-    /// What is waited for, the named one or everything asked for so far. Throws a CommandFailure
-    /// when there is none of that name.
+    /// The calls to wait for: the named one, or all so far. Throws a CommandFailure if there is
+    /// none of that name.
     std::vector<std::shared_ptr<Call>> awaited(const std::optional<std::string>& name) const;
 
     struct Silence {
-        /// The labels of those that are silent.
+        /// The labels of the calls without a result.
         std::vector<std::string> labels;
-        /// Why one of them cannot be answered: its part of the runtime is missing.
+        /// The reason why one of them gets no answer: its part of the runtime is missing.
         std::optional<std::string> reason;
     };
     Silence silent(const std::vector<std::shared_ptr<Call>>& calls,
                    const MissingParts& missing) const;
 
-    /// Called, with no lock held, whenever something may have changed for who waits.
+    /// Called, with no lock held, whenever a wait for calls may be over. Any thread.
     void setChangeHandler(std::function<void()> handler);
 
   private:

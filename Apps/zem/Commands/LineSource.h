@@ -1,6 +1,6 @@
 #pragma once
 
-// Where commands come from, a line at a time.
+// A source of lines with commands.
 
 #include <optional>
 #include <string>
@@ -11,13 +11,13 @@ class LineSource {
   public:
     virtual ~LineSource() = default;
 
-    /// The next line, without its end; absent when there is none any more. Waits for it.
+    /// Waits for the next line and returns it without its end; absent after the last one.
     virtual std::optional<std::string> next() = 0;
 
-    /// Makes `next` return nothing from now on, also one that waits. Any thread.
+    /// Makes every `next` return nothing, also a waiting one. Any thread.
     virtual void stop() = 0;
 
-    /// Somebody interrupts: gives up the line that is being typed. False where none is. Any thread.
+    /// Gives up the line that the user is typing. False if there is none. Any thread.
     virtual bool abandon() { return false; }
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the commands print.
+// The output of the commands.
 
 #include <zem/Tessel/JSON.h>
 
@@ -14,9 +14,9 @@ namespace zem::host {
 struct CommandOrigin {
     std::string command;
     std::size_t line = 0;
-    /// What tells its results from those of other commands of its kind.
+    /// Tells its results from the results of other commands of its kind.
     std::optional<std::string> name;
-    /// The commands go on where it fails.
+    /// A failure of it does not end the run.
     bool mayFail = false;
 };
 
@@ -26,10 +26,10 @@ struct Shown {
     std::string json;
 };
 
-/// A line as `console.error` writes it.
+/// Prints a line like `console.error`.
 void printConsoleError(bool json, const std::string& message);
 
-/// Where people read the JSON, too.
+/// For results whose text for people is the JSON.
 Shown show(const tessel::Any& data);
 
 /// Lines for people, or one JSON object a line, with these keys, always all of them:
@@ -39,19 +39,19 @@ Shown show(const tessel::Any& data);
 /// Any thread.
 class Report {
   public:
-    /// `source` is where the commands come from, for people; empty where they see it themselves.
+    /// `source` names the source of the commands in errors; empty for a shell, whose user sees it.
     Report(bool json, std::string source)
         : json(json)
         , source(std::move(source)) {}
 
-    /// A result; `label` is what people read in front of it.
+    /// A result; `label` stands before it in the output for people.
     void data(const CommandOrigin& origin, const std::string& label, const Shown& shown) const;
 
-    /// A failure. `label` is empty where the command had no result to wait for.
+    /// A failure. `label` is empty if the command has no results of its own.
     void failure(const CommandOrigin& origin, const std::string& label,
                  const std::string& error) const;
 
-    /// A failure after which nothing more is done.
+    /// A failure that ends the run.
     void end(const CommandOrigin& origin, const std::string& label, const std::string& error) const;
 
   private:

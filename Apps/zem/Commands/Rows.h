@@ -1,6 +1,6 @@
 #pragma once
 
-// What the store found, as the commands print it.
+// The rows of a query, as the commands print them.
 
 #include <zem/SqliteStore/SQLiteResultSet.h>
 #include <zem/Tessel/JSON.h>

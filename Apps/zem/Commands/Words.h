@@ -1,6 +1,6 @@
 #pragma once
 
-// A line of text taken apart into words, as a shell does.
+// Splits a line of text into words, as a shell does.
 
 #include <cstddef>
 #include <string>
@@ -11,17 +11,17 @@ namespace zem::host {
 
 struct Word {
     std::string text;
-    /// Where it begins and ends in the line, its quotes included.
+    /// Its offsets in the line, quotes included.
     std::size_t begin = 0;
     std::size_t end = 0;
-    /// It is one piece in quotes, from its first character to its last.
+    /// The whole word is one piece in quotes.
     bool isQuoted = false;
     /// Its last quote is closed.
     bool isComplete = true;
 };
 
-/// White space parts words. Between single quotes every character stands for itself; between double
-/// quotes `\"` and `\\` stand for `"` and `\`; outside of quotes a backslash makes the next
+/// White space separates words. Between single quotes every character stands for itself; between
+/// double quotes `\"` and `\\` stand for `"` and `\`; outside of quotes a backslash makes the next
 /// character stand for itself. A quote that is not closed goes to the end of the line.
 std::vector<Word> splitWords(std::string_view line);
 

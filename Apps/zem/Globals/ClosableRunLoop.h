@@ -1,6 +1,6 @@
 #pragma once
 
-// The JavaScript thread's run loop as the context sees it.
+// The run loop of the JavaScript thread, as the context uses it.
 
 #include <zem/Platform/RunLoop.h>
 
@@ -10,8 +10,8 @@
 
 namespace zem::host {
 
-/// Hands everything on to another run loop until it is closed: what was posted then and has not run
-/// is dropped when its turn comes, and no timer fires.
+/// Passes everything on to another run loop until it is closed. After that, tasks that have not run
+/// are dropped at their turn, and no timer fires.
 class ClosableRunLoop final : public platform::RunLoop {
   public:
     explicit ClosableRunLoop(std::shared_ptr<platform::RunLoop> loop);

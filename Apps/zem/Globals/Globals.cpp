@@ -30,8 +30,8 @@ T expectDone(js::Result<T> result) {
     }
 }
 
-/// Builds the object that the script takes what it needs from. The script calls everything with the
-/// arguments that it should: nobody else has this object.
+/// Builds the object with the native functions of the script. They do not check their arguments:
+/// the script alone has the object.
 class Natives {
   public:
     explicit Natives(js::Scope& scope)
@@ -78,7 +78,7 @@ js::Function functionOf(js::Scope& scope, js::Local object, std::string_view nam
     return *function;
 }
 
-/// The part itself, or the text that says why it cannot be used.
+/// The part itself, or the reason why it cannot be used.
 RuntimeParts::Part partOf(js::Scope& scope, js::Local value) {
     if (scope.kind(value) == js::Kind::string) {
         return std::unexpected(scope.toText(value));
@@ -162,7 +162,7 @@ void Globals::watchRuntime(js::Scope& scope) const {
 }
 
 void Globals::lookAtRuntime(js::Scope& scope) const {
-    // What fails here is a script that is being stopped.
+    // This fails only if the script is being stopped.
     static_cast<void>(lookAtRuntimeFunction.call(scope));
 }
 
@@ -178,7 +178,7 @@ void Globals::evaluate(js::Scope& scope, std::string_view script, std::string_vi
         });
     const js::Local arguments[] = {scope.boolean(!outcome),
                                    outcome ? *outcome : scope.local(outcome.error().value()), tell};
-    // What fails here is a script that is being stopped: nobody waits for its value.
+    // This fails only if the script is being stopped. Then no result is expected.
     static_cast<void>(showResultFunction.call(scope, arguments));
 }
 
@@ -194,7 +194,7 @@ std::string Globals::describeUncaught(js::Scope& scope, const js::Exception& exc
     if (text && scope.kind(*text) == js::Kind::string) {
         return scope.toText(*text);
     }
-    // A value whose own properties throw when they are looked at.
+    // A property of the value throws when it is read.
     const std::string place = exception.place();
     return fmt::format("{}{}Uncaught {}{}", place, place.empty() ? "" : ": ",
                        wasRejection ? "(in promise) " : "", exception.text());

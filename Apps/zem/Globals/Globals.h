@@ -17,13 +17,13 @@ namespace zem::host {
 
 class Globals {
   public:
-    /// What the globals ask of the run; called inside the engine.
+    /// The functions of the run that the globals call, inside the engine.
     struct Run {
         bool json = false;
         std::vector<std::string> arguments;
         std::function<void(std::uint64_t id, double milliseconds)> startTimer;
         std::function<void(std::uint64_t id)> stopTimer;
-        /// Between the two, each as often as the other, the run does not end by itself.
+        /// Between `hold` and its `release` the run does not end by itself.
         std::function<void()> hold;
         std::function<void()> release;
         /// Milliseconds since the run began.
@@ -31,9 +31,8 @@ class Globals {
         /// End the run, and do not return.
         std::function<void(int code)> exit;
         std::function<void(js::Scope&, const js::Exception&)> fail;
-        /// What the bundle does with `globalThis.runtime`: it has set one, which may be a promise;
-        /// its parts are there; it cannot be used, and why. The last answers false where nobody has
-        /// use for a runtime.
+        /// `globalThis.runtime` was set, maybe to a promise; its parts have arrived; it cannot be
+        /// used, with the reason. The last one returns false if the run uses no runtime.
         std::function<void()> runtimePromised;
         std::function<void(RuntimeParts parts)> runtimeArrived;
         std::function<bool(std::string why)> runtimeFailed;
@@ -42,23 +41,23 @@ class Globals {
     /// Defines the globals. Throws std::runtime_error when the engine refuses the script.
     Globals(js::Scope& scope, Run run);
 
-    /// Makes one more global; false when there is one of that name already.
+    /// Adds a global; false if there is one of that name already.
     bool add(js::Scope& scope, const std::string& name, js::Local value) const;
 
-    /// Calls what was given to setTimeout or setInterval.
+    /// Calls the callback of setTimeout or setInterval.
     js::Result<js::Local> fireTimer(js::Scope& scope, std::uint64_t id) const;
 
-    /// Begins to watch `globalThis.runtime`. To be called before the bundle runs.
+    /// Begins to watch `globalThis.runtime`. Call it before the bundle runs.
     void watchRuntime(js::Scope& scope) const;
-    /// Looks at it once more, for a bundle that has replaced what watches it.
+    /// Reads `globalThis.runtime` again, in case the bundle has replaced the watched property.
     void lookAtRuntime(js::Scope& scope) const;
 
-    /// Evaluates a script and, when it gives a promise, waits for that. `done` is called once, on
-    /// the context's thread, or never when the promise is not settled.
+    /// Evaluates a script and, if it returns a promise, waits for that. `done` is called once, on
+    /// the context's thread, or never if the promise is not settled.
     void evaluate(js::Scope& scope, std::string_view script, std::string_view source, int line,
                   std::function<void(EvalResult)> done) const;
 
-    /// The report on an exception that nobody caught: its place, message and stack.
+    /// The report on an uncaught exception: its place, message and stack.
     std::string describeUncaught(js::Scope& scope, const js::Exception& exception,
                                  bool wasRejection) const;
 

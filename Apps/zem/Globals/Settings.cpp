@@ -12,8 +12,8 @@ namespace zem::host {
 
 namespace {
 
-/// The first byte that keeps `text` from being JSON. The engine, whose verdict counts, does not
-/// say.
+/// The offset of the first mistake in `text`. The engine decides whether the text is JSON, but does
+/// not tell the offset.
 std::size_t offsetOfError(std::string_view text) {
     boost::json::parse_options options;
     options.max_depth = 1000;
@@ -26,7 +26,7 @@ js::Local parseFile(js::Scope& scope, const std::string& file, const std::string
     const auto fail = [&](std::size_t offset, const char* what) {
         return Failure(exitUsage, fmt::format("{}:{}: {}", file, placeIn(text, offset), what));
     };
-    // Bytes that are no text come back from the engine as others.
+    // The engine replaces bytes that are not UTF-8.
     const std::string decoded = scope.toText(scope.string(text));
     if (decoded != text) {
         const auto differing = std::ranges::mismatch(text, decoded).in1 - text.begin();

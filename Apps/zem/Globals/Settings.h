@@ -16,10 +16,10 @@ class Settings {
     /// Reads the files. Throws a Failure when one cannot be read.
     explicit Settings(const std::vector<Setting>& given);
 
-    /// A setting's name and what it is set to.
+    /// A setting's name and value.
     using Value = std::pair<std::string, js::Value>;
 
-    /// Throws a Failure when a file's text is not JSON, with the place.
+    /// Throws a Failure with the place if a file's text is not JSON.
     std::vector<Value> parse(js::Scope& scope) const;
 
   private:

@@ -36,9 +36,9 @@ void Timers::stop(Id id) {
 }
 
 void Timers::fireDue() {
-    // One of them may stop the last timer and then begin something else.
+    // Keeps the run going: a callback may stop the last timer and then start other work.
     const tessel::ActivityToken firing(activity);
-    // What these start is due next time at the earliest, so that other tasks have their turn.
+    // Timers that the callbacks start wait for the next round: other tasks get their turn.
     const Due last{runLoop->now(), started};
     while (!waiting.empty() && waiting.begin()->first <= last) {
         const Id id = waiting.begin()->second;

@@ -14,9 +14,8 @@
 
 namespace zem::host {
 
-/// Used on the thread of its run loop only. Timers fire in the order of their due times, those due
-/// at once in the order in which they were started. While one is left, or firing, the activity
-/// counts one.
+/// Used on the thread of its run loop only. Timers fire in the order of their due times, and of
+/// their starts if these are equal. The activity counts one while a timer waits or fires.
 class Timers {
   public:
     using Id = std::uint64_t;
@@ -24,10 +23,10 @@ class Timers {
     Timers(std::shared_ptr<platform::RunLoop> runLoop, std::shared_ptr<tessel::Activity> activity,
            std::function<void(Id)> fire);
 
-    /// Has `fire(id)` called once, after the delay. An id may be started again once it has fired.
+    /// Calls `fire(id)` once, after the delay. An id may be started again once it has fired.
     void start(Id id, platform::Seconds delay);
 
-    /// It does not fire any more. One that is not started is ignored.
+    /// Stops a timer. Ignores an id that is not started.
     void stop(Id id);
 
   private:

@@ -1,6 +1,6 @@
 #pragma once
 
-// The end of a run: who asks for it first says how.
+// The end of a run.
 
 #include <zem/Platform/RunLoop.h>
 
@@ -12,11 +12,11 @@ namespace zem::host {
 
 class Ending {
   public:
-    /// `mainLoop` is what is stopped when the end is asked for.
+    /// The first request stops `mainLoop`.
     explicit Ending(std::shared_ptr<platform::RunLoop> mainLoop)
         : mainLoop(std::move(mainLoop)) {}
 
-    /// Asks for the end. Any thread, any number of times; the first request decides on the code.
+    /// Asks for the end. The first request sets the exit code. Any thread, any number of times.
     void request(int exitCode) {
         int none = notRequested;
         if (requestedCode.compare_exchange_strong(none, exitCode)) {
@@ -26,7 +26,7 @@ class Ending {
 
     bool requested() const { return requestedCode != notRequested; }
 
-    /// Only once it was requested.
+    /// Only after a request.
     int code() const { return requestedCode; }
 
   private:

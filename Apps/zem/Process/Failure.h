@@ -1,6 +1,6 @@
 #pragma once
 
-// How a run may end, and the failures that end it before the bundle runs.
+// Exit codes, and the failures that end a run before its bundle.
 
 #include <stdexcept>
 #include <string>

@@ -1,6 +1,6 @@
 #pragma once
 
-// Reading the files that the command line names.
+// Reads the files that the command line names.
 
 #include <cstddef>
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace zem::host {
 
-/// The whole file. Throws a Failure that names it and says why it cannot be read.
+/// The whole file. Throws a Failure with its name and the reason if it cannot be read.
 std::string readFile(const std::string& name);
 
 /// "line:column" of a byte's place, both from 1, columns in characters.

@@ -1,6 +1,6 @@
 #pragma once
 
-// Ctrl-C, where it means something else than the end of the run.
+// A Ctrl-C that does not end the run.
 
 #include <zem/Platform/Mutex.h>
 
@@ -13,8 +13,8 @@ namespace zem::host {
 /// Thread-safe.
 class Interruption {
   public:
-    /// `taker` answers whether it has taken the interruption for itself; it may be called until it
-    /// is replaced, and finish after that.
+    /// `taker` returns whether it handles the interruption itself. A call that began before its
+    /// replacement may end after that.
     void setTaker(std::function<bool()> taker) {
         auto shared = std::make_shared<const std::function<bool()>>(std::move(taker));
         const platform::Lock lock(mutex);

@@ -45,7 +45,7 @@ void writeLine(int descriptor, std::string_view text) {
             pollfd ready{descriptor, POLLOUT, 0};
             poll(&ready, 1, -1);
         } else if (errno != EINTR) {
-            return; // nobody is there to be told
+            return; // there is no way left to report it
         }
     }
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-// The services of the runtime, before and after the bundle has set it.
+// The services of the bundle's runtime.
 
 #include "RuntimeParts.h"
 #include <zem/Core/DataServiceProtocol.h>
@@ -17,48 +17,46 @@
 
 namespace zem::host {
 
-/// What can be asked, whether there is a runtime yet or not.
+/// Usable before the runtime has arrived: calls are recorded then.
 class RuntimeServices {
   public:
     virtual ~RuntimeServices() = default;
     virtual DataServiceProtocol& dataService() = 0;
     virtual DraftManagerProtocol& draftManager() = 0;
-    /// Of the draft queue.
+    /// Calls the draft queue.
     virtual void processNextAction(ProcessActionCallback response) = 0;
 };
 
-/// Until the runtime arrives everything that is asked for is recorded, and then handed over. A
-/// runtime may lack a part: what needs that fails, and the rest works.
+/// Records all calls until the runtime arrives, and then hands them over. A runtime may lack a
+/// part: calls of that part fail, the others work.
 ///
-/// The services live on a thread of their own, and everything is done there, in order: so nothing
-/// is asked of the one after its requests were handed over to the other. The thread's run loop
-/// drives the watchdog. It is not the main thread, because handing over waits for JavaScript, which
-/// may end the run at that moment (host.exit) and then never comes back; the main thread sees to
-/// that end.
+/// The services live on a thread of their own and are used there only, in order: no call reaches
+/// the recording service after its calls were handed over. The thread's run loop drives the
+/// watchdog. The main thread cannot do this: handing over waits for JavaScript, which may call
+/// host.exit and not return. The main thread must end the run then.
 class Runtime {
   public:
-    /// Called on the services' thread; may be empty. What was recorded for the missing parts is
-    /// about to be dropped, and what was recorded for the others has been handed over.
+    /// Called on the services' thread; may be empty. The recorded calls of the other parts have
+    /// been handed over; those of the missing parts are dropped after it returns.
     using Listener = std::function<void(const MissingParts& missing)>;
 
-    /// `draftQueuePlugin` is given the runtime's draft queue when that is there.
+    /// `draftQueuePlugin` gets the runtime's draft queue when that arrives.
     Runtime(std::shared_ptr<tessel::Activity> activity,
             std::shared_ptr<DraftQueuePlugin> draftQueuePlugin, Listener listener);
     ~Runtime();
 
-    /// Does `work`, in the order of the calls. Any thread, never before returning.
+    /// Runs `work` later, in the order of the calls. Any thread.
     void perform(std::function<void(RuntimeServices&)> work);
 
-    /// What the bundle did. Of several runtimes the first that has a part which can be used counts.
+    /// Report what the bundle has set. The first runtime with a usable part counts.
     void promised();
     void arrived(RuntimeParts parts);
     void failed(std::string why);
 
-    /// Nothing is done any more; `quiet` is called on the services' thread when what was asked
-    /// before has been.
+    /// Drops all later work. Calls `quiet` on the services' thread after the earlier work.
     void close(std::function<void()> quiet);
 
-    /// Which parts answer nothing, all of them while there is no runtime. Any thread.
+    /// The parts that answer no call; all of them while there is no runtime. Any thread.
     MissingParts missing() const;
 
   private:

@@ -1,6 +1,6 @@
 #pragma once
 
-// What a bundle's runtime is made of.
+// The parts of a bundle's runtime.
 
 #include <zem/JavaScript/Value.h>
 
@@ -12,7 +12,7 @@ namespace zem::host {
 
 enum class RuntimePart { dataService, draftManager, draftQueue };
 
-/// The parts as the bundle has set them, or why they cannot be used.
+/// The parts as the bundle has set them, or the reasons why they cannot be used.
 struct RuntimeParts {
     using Part = std::expected<js::Value, std::string>;
     Part dataService;
@@ -20,7 +20,7 @@ struct RuntimeParts {
     Part draftQueue;
 };
 
-/// The parts that are not there, and why.
+/// The missing parts, each with the reason.
 using MissingParts = std::map<RuntimePart, std::string>;
 
 } // namespace zem::host

@@ -1,6 +1,6 @@
 #pragma once
 
-// The run's store: where it is, and where its key comes from.
+// The run's store and its key.
 
 #include "Process/Options.h"
 #include <zem/SqliteStore/SQLiteStore.h>
@@ -10,12 +10,12 @@
 
 namespace zem::host {
 
-/// Opens the store that the options name; `onFailure` hears of the statements that fail then.
-/// Throws a Failure that says which file cannot be opened, and why.
+/// Opens the store that the options name. `onFailure` is called for each failed statement. Throws a
+/// Failure with the file and the reason if it cannot be opened.
 std::shared_ptr<SQLiteStore> openStore(const Options& options, SQLiteFailureHandler onFailure);
 
-/// Drops a reference, which is the last but for scripts that are in a call. The future is ready
-/// when the database is closed: after the work that it is at; what waits in its queue is dropped.
+/// Drops the host's reference; only a script in a call may have another. The future is ready when
+/// the database is closed: after the running task, the waiting ones are dropped.
 std::future<void> closeStore(std::shared_ptr<SQLiteStore> store);
 
 } // namespace zem::host

@@ -1,6 +1,6 @@
 #pragma once
 
-// Where a run's commands come from.
+// The source of a run's commands.
 
 #include "Commands/LineSource.h"
 #include "Process/Options.h"
@@ -12,17 +12,18 @@
 
 namespace zem::host {
 
-/// The text of the file that the options name, empty where they name none. Throws a Failure when it
-/// cannot be read.
+/// The text of the file that the options name; empty if they name none. Throws a Failure if the
+/// file cannot be read.
 std::string readCommandFile(const Options& options);
 
-/// What failures call it; empty for a shell, whose user sees the line.
+/// The name of the source in errors; empty for a shell, whose user sees the line.
 std::string commandSource(const Options& options);
 
-/// Somebody sits at a terminal and types.
+/// Whether a user types the commands at a terminal.
 bool isTyped(const Options& options);
 
-/// `fileText` is what was read; `subscriptionNames` are what a name may be completed to.
+/// `fileText` is the text of the command file. `subscriptionNames` returns the names for
+/// completion.
 std::unique_ptr<LineSource>
 openCommandLines(const Options& options, std::string fileText,
                  std::function<std::vector<std::string>()> subscriptionNames);

@@ -8,7 +8,7 @@ namespace zem::host {
 namespace {
 
 std::optional<std::filesystem::path> stateFolder() {
-    // A relative path is not one.
+    // A relative path does not count.
     const char* state = std::getenv("XDG_STATE_HOME");
     if (state != nullptr && *state == '/') {
         return state;
@@ -30,7 +30,7 @@ std::optional<std::filesystem::path> historyFile() {
     const std::filesystem::path folder = *state / "zem";
     std::error_code error;
     if (std::filesystem::create_directories(folder, error)) {
-        // What is typed may be private.
+        // Typed lines may be private.
         std::filesystem::permissions(folder, std::filesystem::perms::owner_all, error);
     }
     return error ? std::nullopt : std::optional(folder / "history");

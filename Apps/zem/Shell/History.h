@@ -1,14 +1,14 @@
 #pragma once
 
-// Where the lines that were typed are kept.
+// The file that keeps the typed lines.
 
 #include <filesystem>
 #include <optional>
 
 namespace zem::host {
 
-/// $XDG_STATE_HOME/zem/history or ~/.local/state/zem/history, its folder made where there was none;
-/// absent where that cannot be.
+/// $XDG_STATE_HOME/zem/history or ~/.local/state/zem/history. Makes the folder; absent if that
+/// fails.
 std::optional<std::filesystem::path> historyFile();
 
 } // namespace zem::host

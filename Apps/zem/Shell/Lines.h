@@ -23,7 +23,7 @@ class TextLines final : public LineSource {
     std::atomic<bool> stopped = false;
 };
 
-/// Each line is handed on as soon as it has come. What cannot be read any more is at its end.
+/// Returns each line as soon as it has come. A read error counts as the end.
 class DescriptorLines final : public LineSource {
   public:
     explicit DescriptorLines(int descriptor)

@@ -25,8 +25,8 @@ constexpr int historySize = 1000;
 
 } // namespace
 
-/// The line editor. It waits for keys in `readKey`, and only there: so that is where what others
-/// print is shown, on the thread that draws.
+/// The line editor. It waits for keys in `readKey` only. Output of other threads is shown there, on
+/// the thread that draws.
 class Shell::Editor {
   public:
     explicit Editor(std::function<std::vector<std::string>()> subscriptionNames)
@@ -41,10 +41,9 @@ class Shell::Editor {
         el_set(edit, EL_PROMPT, +[](EditLine*) { return const_cast<char*>(prompt); });
         el_set(edit, EL_EDITOR, "emacs");
         el_set(edit, EL_GETCFN, readKeyOf);
-        // Keys are taken one by one and not shown, from here to the end. The line editor would
-        // leave that mode at the end of each line, and what is typed before the next prompt would
-        // be shown by the terminal, and Ctrl-D reach the next line as something else. So the mode
-        // that it leaves for is the same.
+        // The terminal passes keys on one by one and does not show them, from here to the end. The
+        // line editor leaves its mode at the end of each line. So its other mode is the same: else
+        // the terminal would show keys typed before the next prompt, and change Ctrl-D.
         el_set(edit, EL_SETTY, "-x", "-icanon", "-echo", nullptr);
         // The narrow form would keep copies of its texts for ever.
         el_wset(edit, EL_ADDFN, L"zem-complete", L"completes the word", completeOf);
@@ -130,7 +129,7 @@ class Shell::Editor {
     static int readKeyOf(EditLine* edit, wchar_t* key) { return of(edit).readKey(key); }
     static unsigned char completeOf(EditLine* edit, int) { return of(edit).completeWord(); }
 
-    /// 1 and the key; 0 at the end of the input, -1 when the line is given up.
+    /// Returns 1 and the key, 0 at the end of the input, -1 if the line is given up.
     int readKey(wchar_t* key) {
         std::mbstate_t state{};
         for (;;) {
@@ -158,7 +157,7 @@ class Shell::Editor {
             }
             if (used == static_cast<std::size_t>(-1)) {
                 state = {};
-                continue; // no text: left out
+                continue; // not UTF-8: ignored
             }
             return 1;
         }
@@ -188,7 +187,7 @@ class Shell::Editor {
         return CC_REDISPLAY;
     }
 
-    /// What was printed goes above the line that is being typed.
+    /// Shows waiting output above the typed line.
     void showPrinted() {
         const platform::Lock lock(mutex);
         if (printed.empty()) {
@@ -205,7 +204,7 @@ class Shell::Editor {
         }
     }
 
-    /// Clears the prompt and what was typed, which may have been broken into several rows.
+    /// Clears the prompt and the typed text, which may take several rows.
     void clearLine() {
         const LineInfo* line = el_line(edit);
         std::size_t column = std::string_view(prompt).size();
@@ -250,12 +249,12 @@ class Shell::Editor {
 
     enum class End { line, abandoned, stopped };
 
-    /// What has come between decides, also when the line was complete.
+    /// An interruption counts even after the line was complete.
     End endEditing(bool isComplete) {
         const platform::Lock lock(mutex);
         editing = false;
         if (abandoned || !isComplete) {
-            // The cursor is behind the prompt or what was typed.
+            // The cursor stands behind the prompt or the typed text.
             writeLine(STDOUT_FILENO, abandoned ? "^C" : "");
         }
         flushPrinted();

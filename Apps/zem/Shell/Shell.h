@@ -1,6 +1,6 @@
 #pragma once
 
-// The prompt at which somebody types commands.
+// The prompt for commands.
 
 #include "Commands/LineSource.h"
 #include "Process/WakeUp.h"
@@ -15,8 +15,9 @@
 
 namespace zem::host {
 
-/// Edits lines on the terminal, with a history that is kept from one shell to the next and with
-/// completion. What is printed while a line is being typed goes above it.
+/// Edits lines on the terminal, with completion and with a history that later shells find again.
+/// Output that arrives while a line is typed goes above the line. Prints one line on how to get
+/// help and out before the first prompt.
 class Shell final : public LineSource {
   public:
     /// `subscriptionNames` may be called on the thread that calls `next`.
