@@ -37,7 +37,7 @@ class Transfers {
 
   private:
     struct Free {
-        void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+        void operator()(CURLM* handle) const { curl_multi_cleanup(handle); }
     };
     /// The exchanges with one origin.
     struct Server {
@@ -70,8 +70,8 @@ class Transfers {
     std::uint64_t count = 0;
     bool isEnding = false;
     bool isCallingOut = false;
-    std::unique_ptr<CURLM, Free>
-        multi; // taken away at the end; used without the lock by its thread
+    /// Null at the end. Its thread uses it without the lock.
+    std::unique_ptr<CURLM, Free> multi;
 
     // The transfer thread's own.
     std::unordered_map<std::string, std::unique_ptr<Exchange>> exchanges; // by token
