@@ -6,6 +6,7 @@
 #include <iterator>
 #include <pthread.h>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 namespace zem {
@@ -36,10 +37,7 @@ Transfers::Transfers(CurlNetworkAdapter::Options given)
 std::shared_ptr<Transfers> Transfers::start(CurlNetworkAdapter::Options options) {
     initializeLibrary();
     std::shared_ptr<Transfers> transfers(new Transfers(std::move(options)));
-    platform::Lock lock(transfers->mutex);
-    std::thread body([transfers] { transfers->run(); });
-    transfers->thread = body.get_id();
-    body.detach();
+    std::thread([transfers] { transfers->run(); }).detach();
     return transfers;
 }
 
@@ -60,9 +58,7 @@ void Transfers::end() {
     platform::UniqueLock lock(mutex);
     isEnding = true;
     curl_multi_wakeup(multi.get());
-    if (std::this_thread::get_id() != thread) {
-        changed.wait(lock, [this] { return !multi || isCallingOut; });
-    }
+    changed.wait(lock, [this] { return !multi || isCallingOut; });
 }
 
 void Transfers::run() {

@@ -10,7 +10,6 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -32,7 +31,7 @@ class Transfers {
 
     /// Answers every exchange with "canceled" and ends the thread. Returns when the last connection
     /// is closed, so that a process may end at once; but waits for no callback, since that may be
-    /// waiting for the calling thread.
+    /// waiting for the calling thread, or be what calls.
     void end();
 
   private:
@@ -61,7 +60,6 @@ class Transfers {
     void closeAndAnswer();
 
     const CurlNetworkAdapter::Options options;
-    std::thread::id thread;
 
     platform::Mutex mutex; // guards the next six
     std::condition_variable_any changed;
