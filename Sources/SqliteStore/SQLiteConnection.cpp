@@ -73,7 +73,7 @@ SQLiteConnection::SQLiteConnection(const Options& options) {
     }
     makePrivateFolder(*folder);
     const OpeningTurn turn(*folder);
-    const fs::path file = *folder / databaseFileName;
+    const fs::path file = *folder / options.fileName;
     // The file is there, empty, long before anything is known to be right.
     const bool isNew = makePrivateFile(file) && turn.isAlone();
     try {
@@ -113,14 +113,14 @@ void SQLiteConnection::openFile(const fs::path& file, const Options& options) {
 
 bool SQLiteConnection::removeHalfMade(const Options& options) {
     const std::optional<fs::path> folder = databaseFolder(options.storage);
-    if (!folder || !fs::exists(*folder / databaseFileName)) {
+    if (!folder || !fs::exists(*folder / options.fileName)) {
         return false;
     }
     const OpeningTurn turn(*folder);
     if (!turn.isAlone()) {
         return false;
     }
-    const fs::path file = *folder / databaseFileName;
+    const fs::path file = *folder / options.fileName;
     SQLiteConnection database;
     try {
         database.open(uriOf(file), existing);

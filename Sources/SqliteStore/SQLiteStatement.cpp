@@ -28,6 +28,12 @@ SQLiteCell SQLiteRow::cell(int column) const {
     }
 }
 
+platform::BytesView SQLiteRow::blob(int column) const {
+    const void* bytes = sqlite3_column_blob(statement, column);
+    const auto length = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
+    return {static_cast<const std::uint8_t*>(bytes), length};
+}
+
 SQLiteValue SQLiteRow::value(int column) const {
     return std::visit([](auto payload) { return SQLiteValue(payload); }, cell(column));
 }
@@ -117,6 +123,19 @@ void SQLiteStatement::execute() {
 void SQLiteStatement::execute(std::span<const SQLiteValue> params) {
     sqlite3_reset(statement);
     bind(params);
+    execute();
+}
+
+void SQLiteStatement::execute(std::span<const SQLiteValue> params, platform::BytesView blob) {
+    sqlite3_reset(statement);
+    bind(params);
+    // No bytes have no address, and an address of nothing would bind NULL.
+    const void* bytes = blob.empty() ? "" : static_cast<const void*>(blob.data());
+    if (const std::int32_t result = sqlite3_bind_blob64(statement, position(params.size()), bytes,
+                                                        blob.size(), SQLITE_STATIC);
+        result != SQLITE_OK) {
+        fail(result);
+    }
     execute();
 }
 

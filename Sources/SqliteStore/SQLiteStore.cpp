@@ -3,8 +3,8 @@
 #include <zem/SqliteStore/Private/CallOut.h>
 #include <zem/SqliteStore/Private/LocalizedDescription.h>
 #include <zem/SqliteStore/Private/SQLiteConnection.h>
+#include <zem/SqliteStore/Private/SQLiteSetUp.h>
 #include <zem/SqliteStore/Private/SQLiteStoreLog.h>
-#include <zem/SqliteStore/SQLiteSecretError.h>
 #include <zem/SqliteStore/SQLiteStore.h>
 #include <zem/SqliteStore/SQLiteStoreNotifier.h>
 
@@ -17,70 +17,17 @@
 namespace zem {
 namespace {
 
-constexpr std::size_t saltLength = 16;
-
-platform::SecretBytes checkedKey(platform::SecretBytes key) {
-    if (key.empty()) {
-        throw SQLiteSecretError(
-            "The key of the database must not be empty: expected at least 1 byte, found 0");
-    }
-    return key;
-}
-
-platform::SecretBytes checkedSalt(platform::SecretBytes salt) {
-    if (salt.size() != saltLength) {
-        throw SQLiteSecretError(fmt::format(
-            "The salt of the database has the wrong length: expected {} bytes, found {}",
-            saltLength, salt.size()));
-    }
-    return salt;
-}
-
-/// What the encryption option adds to the opening of the connection. The secrets live, in memory
-/// that is wiped, only while the action runs.
-struct SetUpEncryption {
-    SQLiteConnection::SetUpAction operator()(SQLiteStore::EncryptionOption::Key option) const {
-        return [option = std::move(option)](SQLiteConnection& connection) {
-            connection.useEncryptionKey(checkedKey(option.keyProvider()).view());
-        };
-    }
-    SQLiteConnection::SetUpAction
-    operator()(SQLiteStore::EncryptionOption::KeyAndSalt option) const {
-        return [option = std::move(option)](SQLiteConnection& connection) {
-            const platform::SecretBytes key = checkedKey(option.keyProvider());
-            const platform::SecretBytes salt = checkedSalt(option.saltProvider());
-            connection.useEncryptionKey(key.view(), salt.view());
-        };
-    }
-    SQLiteConnection::SetUpAction
-    operator()(SQLiteStore::EncryptionOption::InternalKeyAndSalt) const {
-        const auto handler =
-            std::make_shared<KeyHandler>(KeyHandler::storeKeyLabel, KeyHandler::storeSaltLabel);
-        return (*this)({[handler] { return handler->key(); },
-                        [handler] {
-                            return handler->salt();
-                        }});
-    }
-};
-
 SQLiteConnection::Options encryptedOnly(SQLiteStore::Options options) {
     return {.storage = std::move(options.storage),
             .migrations = MIGRATIONS(),
-            .setUpActions = {std::visit(SetUpEncryption(), std::move(options.encryption.value))}};
+            .setUpActions = {encryptionSetUp(std::move(options.encryption))}};
 }
 
 SQLiteConnection::Options connectionOptions(SQLiteStore::Options options) {
     const SQLiteStore::Synchronous synchronous = options.synchronous;
     SQLiteConnection::Options result = encryptedOnly(std::move(options));
     if (result.storage.isFile()) { // a database in memory has no write-ahead log
-        result.setUpActions.push_back([](SQLiteConnection& connection) {
-            connection.enableWriteAheadLogging();
-            connection.expectReservedSpace();
-        });
-        if (synchronous == SQLiteStore::Synchronous::full) {
-            result.setUpActions.push_back(
-                [](SQLiteConnection& connection) { connection.useFullSynchronous(); });
-        }
+        result.setUpActions.push_back(fileSetUp(synchronous));
     }
     return result;
 }

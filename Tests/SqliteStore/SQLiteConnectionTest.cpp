@@ -48,6 +48,17 @@ TEST(SQLiteConnection, OpensZemDbInAFolderThatItCreates) {
     const SQLiteConnection again(file(nested)); // existing folders are fine
 }
 
+TEST(SQLiteConnection, OpensTheFileThatTheOptionsName) {
+    const test::TemporaryFolder folder;
+    SQLiteConnection::Options options = file(folder.path());
+    options.fileName = "other.db";
+    {
+        const SQLiteConnection connection(options);
+    }
+    EXPECT_EQ(RawDatabase(folder / "other.db").column("PRAGMA user_version").at(0), "1");
+    EXPECT_FALSE(fs::exists(folder / "zem.db"));
+}
+
 TEST(SQLiteConnection, OpensFoldersOfAnyName) {
     const test::TemporaryFolder folder;
     for (const char* name :

@@ -54,6 +54,30 @@ TEST_F(SQLiteStatementTest, BindsEachCaseAsItsSQLType) {
                                 nullptr}}));
 }
 
+TEST_F(SQLiteStatementTest, KeepsABlobBehindItsOtherParameters) {
+    const std::vector<platform::Bytes> blobs{{0, 1, 0, 255}, {}, {7}};
+    query("create table t (name text, bytes blob)");
+    SQLiteStatement insert = connection.prepare("insert into t values (?, ?)");
+    for (const platform::Bytes& blob : blobs) {
+        insert.execute(std::vector<SQLiteValue>{"name"}, blob);
+    }
+    EXPECT_EQ(query("select distinct name, typeof(bytes) from t").rows, (Rows{{"name", "blob"}}));
+    const auto read =
+        connection.prepare("select bytes from t order by rowid").fetchAll([](SQLiteRow row) {
+            const platform::BytesView bytes = row.blob(0);
+            return platform::Bytes(bytes.begin(), bytes.end());
+        });
+    EXPECT_EQ(read, blobs);
+}
+
+TEST_F(SQLiteStatementTest, RefusesABlobThatIsTooLong) {
+    query("create table t (bytes blob)");
+    connection.limitTextLength(100);
+    SQLiteStatement insert = connection.prepare("insert into t values (?)");
+    EXPECT_EQ(thrownCode([&] { insert.execute({}, platform::Bytes(101)); }), SQLITE_TOOBIG);
+    EXPECT_EQ(query("select count(*) from t").rows, (Rows{{0}}));
+}
+
 TEST_F(SQLiteStatementTest, ReadsABooleanThatWasKeptAsANumber) {
     query("create table t (value)");
     query("insert into t values (?), (?)", {true, false});

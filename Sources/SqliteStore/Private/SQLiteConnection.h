@@ -34,15 +34,16 @@ class SQLiteConnection {
     using Migrations = std::map<std::int32_t, std::vector<std::string>>;
     using SetUpAction = std::function<void(SQLiteConnection&)>;
 
+    static constexpr const char* databaseFileName = "zem.db";
+
     struct Options {
         using Storage = SQLiteStorage;
 
         Storage storage;
         Migrations migrations;
-        std::vector<SetUpAction> setUpActions; ///< run after opening, before the migrations
+        std::vector<SetUpAction> setUpActions;   ///< run after opening, before the migrations
+        std::string fileName = databaseFileName; ///< in the storage's folder
     };
-
-    static constexpr const char* databaseFileName = "zem.db";
 
     /// Opens the database or throws: SQLiteResult, ConnectionError, the file system's error of
     /// creating the folder, or what a set-up action threw. A failure leaves no new empty file

@@ -2,6 +2,7 @@
 
 // A prepared statement: binding, stepping and reading rows.
 
+#include <zem/Platform/Bytes.h>
 #include <zem/SqliteStore/SQLiteFailure.h>
 #include <zem/SqliteStore/SQLiteResult.h>
 #include <zem/SqliteStore/SQLiteRowSink.h>
@@ -27,6 +28,9 @@ class SQLiteRow {
 
     /// A column without copying its text. A BLOB ends the process: the store never keeps one.
     SQLiteCell cell(int column) const;
+
+    /// The bytes of a BLOB, without copying them.
+    platform::BytesView blob(int column) const;
 
     /// A column as a value of its own.
     SQLiteValue value(int column) const;
@@ -63,6 +67,10 @@ class SQLiteStatement {
     /// Runs the statement anew with `params`. Bindings of the run before are overwritten, not
     /// cleared, so every run gives as many.
     void execute(std::span<const SQLiteValue> params);
+
+    /// The same with one more parameter behind `params`: a BLOB, whose bytes are not copied. Throws
+    /// SQLITE_TOOBIG, and runs nothing, when it is longer than SQLite takes.
+    void execute(std::span<const SQLiteValue> params, platform::BytesView blob);
 
     /// Steps once and returns what `reader` makes of the row; throws the result when there is none.
     template <class Reader>
