@@ -44,7 +44,8 @@ test('arrows that run the right way pass', () => {
         'Sources/JavaScript/Value.cpp': include('JavaScriptCore/JavaScript.h') + include('zem/JavaScript/Private/Door.h'),
         'Sources/Core/DataService.h': include('zem/Tessel/Plugin.h') + include('vector'),
         'Sources/SqliteStore/Connection.cpp': include('sqlite3.h') + include('zem/Core/Logging.h'),
-        'Sources/Adapters/BinaryStoreFiles.cpp': include('sqlite3.h'),
+        'Sources/Adapters/BinaryStoreFile.cpp': include('zem/SqliteStore/Private/Statement.h'),
+        'Sources/Adapters/EncryptedBinaryStore.cpp': include('zem/SqliteStore/Private/CallOut.h'),
         'Sources/Adapters/Http.cpp': include('curl/curl.h') + include('zem/Priming/Session.h'),
         'Tests/SqliteStore/ConnectionTest.cpp': include('sqlite3.h') + include('zem/SqliteStore/Private/Statement.h'),
         'Tests/Support/SecretService.cpp': include('gio/gio.h'),
@@ -73,8 +74,8 @@ test('a header from outside belongs to one room', () => {
         'JavaScriptCore/JavaScript.h': 'JavaScript/',
         'jsc/jsc.h': 'JavaScript/',
         'unicode/ustring.h': 'JavaScript/',
-        'sqlite3.h': 'SqliteStore/, Adapters/BinaryStore, Adapters/Private/BinaryStore',
-        'sqlcipher/sqlite3.h': 'SqliteStore/, Adapters/BinaryStore, Adapters/Private/BinaryStore',
+        'sqlite3.h': 'SqliteStore/',
+        'sqlcipher/sqlite3.h': 'SqliteStore/',
         'glib.h': 'Platform/, Support/SecretService',
         'glib-unix.h': 'Platform/, Support/SecretService',
         'gio/gio.h': 'Platform/, Support/SecretService',
@@ -106,6 +107,14 @@ test('what is private to a room is included from that room, its tests and benchm
     refuses(Object.fromEntries(files.map((file) => [file, include('zem/Tessel/Private/B.h')])),
         ...files.map((file) => `${file}:1: ${complaint}`));
     accepts({ 'Benchmarks/A.cpp': include('zem/Tessel/Private/B.h') });
+    refuses({
+        'Sources/Adapters/FileKeyStore.cpp': include('zem/SqliteStore/Private/B.h'),
+        'Sources/Adapters/EncryptedBinaryStore.h': include('zem/SqliteStore/Private/B.h'),
+        'Sources/Adapters/BinaryStoreFile.cpp': include('zem/Core/Private/B.h'),
+    },
+    'Sources/Adapters/BinaryStoreFile.cpp:1: includes zem/Core/Private/B.h: only Core, its tests and benchmarks include what is private to it',
+    'Sources/Adapters/EncryptedBinaryStore.h:1: includes zem/SqliteStore/Private/B.h: only SqliteStore, its tests and benchmarks include what is private to it',
+    'Sources/Adapters/FileKeyStore.cpp:1: includes zem/SqliteStore/Private/B.h: only SqliteStore, its tests and benchmarks include what is private to it');
 });
 
 test('a public header includes nothing private', () => {
