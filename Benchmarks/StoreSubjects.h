@@ -143,6 +143,20 @@ class RawDatabase {
         run("COMMIT TRANSACTION");
     }
 
+    /// Into the table "pieces", in rows of `pieceLength` bytes and one transaction.
+    void insertPieces(zem::platform::BytesView bytes, std::size_t pieceLength) {
+        run("BEGIN TRANSACTION");
+        sqlite3_stmt* statement = prepare("insert into pieces (bytes) values (?)");
+        for (; !bytes.empty(); bytes = bytes.subspan(std::min(pieceLength, bytes.size()))) {
+            sqlite3_reset(statement);
+            sqlite3_bind_blob64(statement, 1, bytes.data(), std::min(pieceLength, bytes.size()),
+                                SQLITE_STATIC);
+            check(sqlite3_step(statement), SQLITE_DONE, "insert");
+        }
+        sqlite3_finalize(statement);
+        run("COMMIT TRANSACTION");
+    }
+
     std::vector<std::string> copyAll() {
         std::vector<std::string> cells;
         sqlite3_stmt* statement = prepare(selectSQL.data());
@@ -182,18 +196,21 @@ class RawDatabase {
     sqlite3* database = nullptr;
 };
 
-inline std::shared_ptr<zem::SQLiteStore>
-openStore(const std::filesystem::path& folder,
-          zem::SQLiteStore::Synchronous synchronous = zem::SQLiteStore::Synchronous::normal) {
-    using Store = zem::SQLiteStore;
+inline zem::SQLiteStore::EncryptionOption encryption() {
     const auto give = [](const zem::platform::Bytes& bytes) {
         return [&bytes] {
             return zem::platform::SecretBytes(bytes);
         };
     };
-    Store::Options options(folder, Store::EncryptionOption::keyAndSalt(give(key()), give(salt())));
+    return zem::SQLiteStore::EncryptionOption::keyAndSalt(give(key()), give(salt()));
+}
+
+inline std::shared_ptr<zem::SQLiteStore>
+openStore(const std::filesystem::path& folder,
+          zem::SQLiteStore::Synchronous synchronous = zem::SQLiteStore::Synchronous::normal) {
+    zem::SQLiteStore::Options options(folder, encryption());
     options.synchronous = synchronous;
-    return Store::create(std::move(options));
+    return zem::SQLiteStore::create(std::move(options));
 }
 
 /// A JavaScript context on a thread of its own, as the host has it, with the store's plugin.
