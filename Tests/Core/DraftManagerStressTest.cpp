@@ -25,14 +25,15 @@ constexpr int threads = 8;
 constexpr int rounds = 150;
 constexpr int requestsOfARound = 7;
 
-/// How often each request was answered.
-class Answers {
+/// How often each request was answered. The completions hold it: those of a manager that is gone
+/// may still come when the test is over.
+class Answers : public std::enable_shared_from_this<Answers> {
   public:
     /// Fits every completion.
     auto next() {
-        return [this, place = taken++](const auto&) {
-            ++counts.at(place);
-            ++total;
+        return [self = shared_from_this(), index = taken++](const auto&) {
+            ++self->counts.at(index);
+            ++self->total;
         };
     }
     std::size_t requests() const { return taken; }
@@ -96,7 +97,7 @@ class DraftManagerStress : public testing::Test {
     }
 
     DraftRuntime runtime;
-    Answers answers;
+    const std::shared_ptr<Answers> answers = std::make_shared<Answers>();
 };
 
 TEST_F(DraftManagerStress, AnswersEachRequestOnce) {
@@ -107,17 +108,17 @@ TEST_F(DraftManagerStress, AnswersEachRequestOnce) {
     for (int caller = 0; caller < threads; ++caller) {
         callers.emplace_back([&] {
             for (int round = 0; round < rounds; ++round) {
-                askForEverything(*manager, answers);
+                askForEverything(*manager, *answers);
             }
         });
     }
     for (std::thread& caller : callers) {
         caller.join();
     }
-    test::waitUntil("all answers", [&] { return answers.answered() == answers.requests(); });
+    test::waitUntil("all answers", [&] { return answers->answered() == answers->requests(); });
     test::waitUntil("all events", [&] { return events == threads * rounds; });
-    EXPECT_EQ(answers.requests(), std::size_t{threads} * rounds * requestsOfARound);
-    EXPECT_EQ(answers.most(), 1);
+    EXPECT_EQ(answers->requests(), std::size_t{threads} * rounds * requestsOfARound);
+    EXPECT_EQ(answers->most(), 1);
     EXPECT_EQ(manager->batching()->subscriptions.size(), 1u);
     EXPECT_EQ(runtime.uncaught.lines(), std::vector<std::string>{});
 }
@@ -178,7 +179,7 @@ TEST_F(DraftManagerStress, MayBeLetGoOfMeanwhile) {
     for (int caller = 0; caller < threads; ++caller) {
         callers.emplace_back([&] {
             for (int round = 0; round < rounds; ++round) {
-                askForEverything(*manager(), answers);
+                askForEverything(*manager(), *answers);
             }
             --working;
         });
@@ -195,8 +196,8 @@ TEST_F(DraftManagerStress, MayBeLetGoOfMeanwhile) {
         caller.join();
     }
     EXPECT_GT(managers, 0);
-    EXPECT_LE(answers.answered(), answers.requests());
-    EXPECT_EQ(answers.most(), 1);
+    EXPECT_LE(answers->answered(), answers->requests());
+    EXPECT_EQ(answers->most(), 1);
     const std::weak_ptr<DraftManager> life = current;
     current.reset();
     EXPECT_TRUE(life.expired());
