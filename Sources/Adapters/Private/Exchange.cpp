@@ -179,7 +179,12 @@ void Exchange::setHeaders() {
     for (const auto& [name, value] : headers) {
         // libcurl's spelling of a field without a value.
         const bool isBlank = value.find_first_not_of(" \t") == std::string::npos;
-        append(isBlank ? name + ";" : name + ": " + value);
+        std::string line = name;
+        line += isBlank ? ";" : ": ";
+        if (!isBlank) {
+            line += value;
+        }
+        append(line);
     }
     set(easy.get(), CURLOPT_HTTPHEADER, lines.get());
 }

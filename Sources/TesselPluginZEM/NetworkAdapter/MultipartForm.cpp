@@ -24,6 +24,7 @@ DataFieldData partOf(MultipartFormField field, std::string_view boundary) {
 std::expected<std::vector<MultipartFormField>, FormFieldError>
 MultiPartBody::fields(BinaryStore& binaryStore) const {
     std::vector<MultipartFormField> resolved;
+    resolved.reserve(stringFields.size() + dataFields.size());
     for (const auto& field : stringFields) {
         resolved.push_back(MultipartFormField::text(field.name, field.value));
     }
@@ -62,6 +63,7 @@ DataFieldData dataFieldData(std::string_view name, std::string_view filename, pl
 Request multipartFormRequest(const Request& received, std::vector<MultipartFormField> fields,
                              std::string boundary) {
     std::vector<DataFieldData> parts;
+    parts.reserve(fields.size());
     // No line end follows it: servers expect it so.
     const std::string closing = fmt::format("--{}--", boundary);
     std::size_t size = closing.size();
