@@ -10,7 +10,7 @@
 namespace {
 
 constexpr std::size_t blobLength = 100'000'000;
-/// Of a row of the floor: one row of all bytes takes longer.
+/// The bytes in each row that the floor writes. One row of all bytes takes longer.
 constexpr std::size_t pieceLength = 1 << 20;
 
 zem::platform::Bytes makeBytes() {

@@ -1,5 +1,5 @@
-// What the network adapter's plugin costs beside the least that the same work can cost: building
-// the form of a large upload, and results on their way to JavaScript.
+// The cost of the network adapter's plugin beside the least that the same work can cost: building
+// the form of a large upload, and bringing results to JavaScript.
 
 #include "BareEngine.h"
 #include "Baton.h"

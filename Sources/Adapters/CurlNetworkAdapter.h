@@ -44,7 +44,7 @@ class CurlNetworkAdapter final : public NetworkAdapter, public Fetcher {
         /// From the start of an exchange to its end, redirects included. The time that a request
         /// waits for its turn does not count.
         platform::Seconds totalTimeout{600};
-        /// Of a response's body, unpacked; a longer one is an error.
+        /// The most bytes of a response's body, unpacked. A longer body is an error.
         std::size_t mostResponseBytes = std::size_t{256} * 1024 * 1024;
         /// A PEM file of the authorities that are trusted; the system's when empty.
         std::filesystem::path certificateAuthorities;

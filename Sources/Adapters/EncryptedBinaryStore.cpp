@@ -67,7 +67,7 @@ class EncryptedBinaryStore::State : public std::enable_shared_from_this<State> {
         , fetcher(options.fetcher)
         , file(std::make_unique<BinaryStoreFile>(options, clock())) {}
 
-    /// What `work` makes of the file and the time, or why it failed. One at a time.
+    /// Runs `work` on the file, one call at a time. Returns its result, or why it failed.
     template <class Work>
     auto perform(Work&& work)
         -> std::expected<std::invoke_result_t<Work&, BinaryStoreFile&, Time>, std::string>;

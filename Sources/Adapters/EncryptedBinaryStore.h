@@ -29,7 +29,8 @@ class Fetcher;
 /// Thread-safe, and every call but the fetching of `cache` does its work before it returns, one
 /// call at a time: a large blob takes as long as the disk. Call it with no lock held. Blobs and
 /// names survive the end of the process, however it ends, and a blob is there whole or not at all.
-/// What a power cut may take is the store's matter too; see `SQLiteStore::batchOperations`.
+/// A power cut may take the last writes, as it may with the store; see
+/// `SQLiteStore::batchOperations`.
 ///
 /// Memory: bytes go into the file, and come out of it, in pieces of 1 MiB. Beside the caller's own
 /// bytes there are the piece at hand, once more where SQLite makes a row of it, and SQLite's page
@@ -77,7 +78,7 @@ class EncryptedBinaryStore final : public BinaryStore {
         std::string type;                       ///< the MIME type
         std::uint64_t size = 0;                 ///< in bytes
         std::vector<std::string> canonicalUrls; ///< the fresh ones, in alphabetical order
-        /// Of a cached blob: it is not given out from this moment on.
+        /// Set for a cached blob. The store does not give it out from this moment on.
         std::optional<Time> expiry;
         Kind kind = Kind::stored;
 
@@ -126,7 +127,7 @@ class EncryptedBinaryStore final : public BinaryStore {
     /// shrink.
     bool remove(const std::string& uri) override;
 
-    /// What is there and has not expired, the oldest first; or why it cannot be told.
+    /// The blobs that have not expired, the oldest first, or why they cannot be listed.
     std::expected<std::vector<Blob>, std::string> blobs();
 
   private:

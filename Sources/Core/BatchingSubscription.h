@@ -37,8 +37,8 @@ struct BatchingSubscription {
     /// When it was asked for, and stays so when it moves from one service to another.
     const platform::RunLoop::TimePoint preparedDate;
     std::atomic<bool> hasEmitted = false;
-    /// What holds a slot on the shared queue until the first emission. Weak: until it starts it
-    /// holds this.
+    /// The operation that holds a slot on the shared queue until the first emission. Weak: an
+    /// operation that has not started holds this subscription.
     const std::weak_ptr<AdapterInvokeOperation> adapterOperation;
     const std::shared_ptr<Unsubscribable> unsubscribable;
 };

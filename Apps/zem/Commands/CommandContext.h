@@ -83,7 +83,7 @@ class CommandContext : public std::enable_shared_from_this<CommandContext> {
     /// The store of the run; null while the run ends.
     std::shared_ptr<SQLiteStore> store() const { return weakStore.lock(); }
 
-    /// What the commands print.
+    /// Prints the results of commands.
     const Report report;
     const std::shared_ptr<Calls> calls;
 

@@ -12,7 +12,7 @@ namespace zem {
 /// what a provider throws.
 SQLiteConnection::SetUpAction encryptionSetUp(SQLiteStore::EncryptionOption option);
 
-/// What a file needs behind the key: the write-ahead log, and pages that keep the cipher's space.
+/// Sets a keyed file up: the write-ahead log, and pages that leave room for the cipher.
 SQLiteConnection::SetUpAction fileSetUp(SQLiteStore::Synchronous synchronous);
 
 } // namespace zem

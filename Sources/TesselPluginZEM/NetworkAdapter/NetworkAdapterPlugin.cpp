@@ -12,7 +12,7 @@ namespace zem {
 
 namespace {
 
-/// What the network adapter calls: hands its argument to JavaScript by the queue.
+/// Makes a callback for the network adapter. It hands its argument to JavaScript by the queue.
 template <class Outcome>
 auto deliver(const std::shared_ptr<platform::OperationQueue>& queue,
              platform::QueuePriority priority, const tessel::Callback<Outcome>& callback) {

@@ -45,12 +45,12 @@ struct Request {
     std::optional<std::string> host; ///< the network adapter's default host when absent
     std::map<std::string, std::string> queryParams;
     std::map<std::string, std::string> headers;
-    /// Of an upload that names files, the JSON text that lists them.
+    /// The body as text. For an upload that names files, it is the JSON text that lists them.
     std::optional<std::string> body;
     /// Takes the place of `body`. Set by the plugin when it has built a multipart form.
     std::optional<platform::Bytes> bodyData;
-    /// Of the multipart form in `bodyData`, set together with it. The network adapter then sends
-    /// the "Content-Type" of a multipart form with this boundary: `headers` holds none.
+    /// The boundary of the multipart form in `bodyData`, set together with it. The network adapter
+    /// then sends the "Content-Type" of a multipart form with this boundary: `headers` holds none.
     std::optional<std::string> boundary;
     std::optional<RequestPriority> priority;
     std::optional<ObservabilityContext> observabilityContext;
