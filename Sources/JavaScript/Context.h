@@ -11,11 +11,19 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <utility>
 
 namespace zem::js {
+
+/// A context is bound to a thread that has ended: nothing can be done in it any more.
+class ThreadEnded final : public std::runtime_error {
+  public:
+    ThreadEnded()
+        : std::runtime_error("the thread that the context is bound to has ended") {}
+};
 
 /// Being inside the engine, for as long as it lives. Made by `perform`, which takes the door of the
 /// context's group, and by native functions, whose callers have it.
@@ -60,8 +68,8 @@ class Context {
     static Context create();
 
     /// A new context, bound to the thread of `home`. It is made there: returns when it has been, so
-    /// that run loop must be running or be the calling thread's. Throws std::runtime_error when
-    /// that thread has ended.
+    /// that run loop must be running or be the calling thread's. Throws ThreadEnded when that
+    /// thread has ended.
     static Context create(std::shared_ptr<platform::RunLoop> home);
 
     /// A context of the application's own: `globalContext` is its global context reference, which
@@ -77,8 +85,8 @@ class Context {
     bool operator==(const Context&) const = default;
 
     /// Calls `work(Scope&)` inside the engine and returns what it returns, an exception that it
-    /// throws included. No lock may be held. Throws std::runtime_error when the context is bound to
-    /// a thread that has ended without running the work.
+    /// throws included. No lock may be held. Throws ThreadEnded when the context is bound to a
+    /// thread that has ended without running the work.
     template <class Work>
     std::invoke_result_t<Work&, Scope&> perform(Work&& work) const {
         using Answer = std::invoke_result_t<Work&, Scope&>;

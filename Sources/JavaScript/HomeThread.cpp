@@ -1,9 +1,9 @@
+#include <zem/JavaScript/Context.h>
 #include <zem/JavaScript/Private/HomeThread.h>
 #include <zem/Platform/Mutex.h>
 
 #include <condition_variable>
 #include <exception>
-#include <stdexcept>
 #include <utility>
 
 namespace zem::js {
@@ -34,7 +34,7 @@ class AwaitedTask {
     void wait(Door* door) {
         waitForEnd(door);
         if (!ran) {
-            throw std::runtime_error("the thread that the context is bound to has ended");
+            throw ThreadEnded();
         }
         if (failure != nullptr) {
             std::rethrow_exception(failure);

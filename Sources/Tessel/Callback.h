@@ -55,6 +55,26 @@ class Callback {
         });
     }
 
+    /// The last call, before returning. Only from a task of the context's lane: any other thread
+    /// would wait for running JavaScript. The copy holds nothing after the call. Does nothing if
+    /// the context's thread has ended, as a posted call then does.
+    void callInLane(Arguments... arguments) && {
+        if (!function) {
+            throw std::bad_function_call();
+        }
+        const zem::js::Context context = function.context();
+        try {
+            context.perform([&](zem::js::Scope& scope) {
+                const zem::js::Sequence sequence(scope);
+                const Callback last = std::move(*this);
+                call(scope, last.function,
+                     std::array<zem::js::Local, sizeof...(Arguments)>{
+                         encodeValue(scope, arguments)...});
+            });
+        } catch (const zem::js::ThreadEnded&) {
+        }
+    }
+
     /// A last call with arguments that are made inside the engine: `make(Scope&)` gives an array of
     /// engine values. What `make` holds is let go of there, too.
     template <class Make>

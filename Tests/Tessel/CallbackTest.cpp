@@ -305,6 +305,7 @@ TEST_F(Callback, ACallAfterTheContextsThreadHasEndedIsDropped) {
     }
     thread.reset();
     (*callback)("x");
+    std::move(*callback).callInLane("x");
     callback.reset();
 }
 
@@ -316,6 +317,22 @@ TEST_F(Callback, CalledForTheLastTimeItHoldsNothing) {
     EXPECT_THROW(std::move(callback)("y"), std::bad_function_call);
     expectEval(context, "heard", "array", R"(["x"])");
     EXPECT_EQ(context.handleCount(), before - 1);
+    EXPECT_EQ(connection->activity().outstanding(), 0u);
+}
+
+TEST_F(Callback, CalledInTheLaneItHasRunBeforeTheCallReturns) {
+    auto callback = kept("(text) => { heard.push(text); throw 'x'; }");
+    const std::size_t before = context.handleCount();
+    test::Event called("the call returned");
+    context.lane()->async([&] {
+        std::move(callback).callInLane("x");
+        EXPECT_EQ(context.handleCount(), before - 1);
+        expectEval(context, "heard", "array", R"(["x"])");
+        called.signal();
+    });
+    called.wait();
+    EXPECT_FALSE(callback);
+    EXPECT_THROW(std::move(callback).callInLane("y"), std::bad_function_call);
     EXPECT_EQ(connection->activity().outstanding(), 0u);
 }
 

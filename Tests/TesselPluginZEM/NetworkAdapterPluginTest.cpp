@@ -292,6 +292,26 @@ TEST_F(NetworkAdapterPluginTest, DeliversTheHighestPriorityFirst) {
     EXPECT_EQ(waitForHeard(7), expected);
 }
 
+TEST_F(NetworkAdapterPluginTest, AResultThatComesMeanwhileOvertakesThoseThatWait) {
+    evaluate(R"js(
+        var urgent = () => { if (answerUrgently) { const answer = answerUrgently; answerUrgently = undefined; answer(); } };
+        response = (r) => { heard(String(r.status)); urgent(); };
+        for (let n = 0; n < 4; ++n) send({ priority: "background" });
+        send({ priority: "high" });
+    )js");
+    test::setFunction(context, "answerUrgently", 0,
+                      [this](js::Scope& scope, js::Local, js::Arguments) {
+                          adapter->exchanges[4].onResponse(Response{4, {}, std::nullopt});
+                          return scope.undefined();
+                      });
+    context.perform([&](js::Scope&) {
+        for (int number = 0; number < 4; ++number) {
+            adapter->exchanges[number].onResponse(Response{number, {}, std::nullopt});
+        }
+    });
+    EXPECT_EQ(waitForHeard(5), (Lines{"0", "4", "1", "2", "3"}));
+}
+
 TEST_F(NetworkAdapterPluginTest, CallsJavaScriptOnNoThreadOfTheAdapter) {
     evaluate("send()");
     std::thread answering([&] { adapter->exchanges[0].onResponse(Response{200, {}, ""}); });

@@ -12,14 +12,16 @@ namespace zem {
 
 namespace {
 
-/// Makes a callback for the network adapter. It hands its argument to JavaScript by the queue.
+/// Makes a callback for the network adapter. It hands its argument to JavaScript by the queue. The
+/// operation ends after JavaScript has heard of the result: one that comes meanwhile overtakes
+/// those of lower priority that wait.
 template <class Outcome>
 auto deliver(const std::shared_ptr<platform::OperationQueue>& queue,
              platform::QueuePriority priority, const tessel::Callback<Outcome>& callback) {
     return [queue, priority, callback](Outcome outcome) {
         queue->addOperation(
-            [callback, outcome = std::move(outcome)]() mutable {
-                std::move(callback)(std::move(outcome));
+            [callback = callback, outcome = std::move(outcome)]() mutable {
+                std::move(callback).callInLane(std::move(outcome));
             },
             priority, callback.target().context().lane());
     };
