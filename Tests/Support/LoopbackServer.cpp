@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cerrno>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
@@ -60,14 +61,7 @@ std::string upTo(std::string& text, std::string_view end) {
     return first;
 }
 
-/// The next request of a connection; nothing at its end.
-std::optional<LoopbackServer::Request> readRequest(int descriptor, std::string& buffer) {
-    while (buffer.find("\r\n\r\n") == std::string::npos) {
-        if (!receive(descriptor, buffer)) {
-            return std::nullopt;
-        }
-    }
-    std::string head = upTo(buffer, "\r\n\r\n");
+LoopbackServer::Request parseHead(std::string head) {
     LoopbackServer::Request request;
     request.method = upTo(head, " ");
     request.target = upTo(head, " ");
@@ -80,14 +74,6 @@ std::optional<LoopbackServer::Request> readRequest(int descriptor, std::string& 
         value.erase(0, value.find_first_not_of(' '));
         request.headers.emplace(std::move(name), std::move(value));
     }
-    const std::size_t length = std::stoul(request.header("content-length").value_or("0"));
-    while (buffer.size() < length) {
-        if (!receive(descriptor, buffer)) {
-            return std::nullopt;
-        }
-    }
-    request.body = buffer.substr(0, length);
-    buffer.erase(0, length);
     return request;
 }
 
@@ -129,8 +115,18 @@ void LoopbackServer::Connection::waitUntilClosed() const {
     }
 }
 
-LoopbackServer::LoopbackServer(Handler handling)
-    : handler(std::move(handling)) {
+void LoopbackServer::Connection::waitUntilClosed(std::chrono::milliseconds limit) const {
+    pollfd watched{.fd = descriptor, .events = POLLIN, .revents = 0};
+    const auto end = std::chrono::steady_clock::now() + limit;
+    auto left = limit;
+    while (left.count() > 0 && poll(&watched, 1, static_cast<int>(left.count())) < 0) {
+        left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    }
+}
+
+LoopbackServer::LoopbackServer(Handler handling, Handler handlingHeads)
+    : handler(std::move(handling))
+    , onHead(std::move(handlingHeads)) {
     std::tie(listening, portNumber) = bindToFreePort(false);
     require(listen(listening, 64) == 0, "listen");
     accepting = std::thread([this] { accept(); });
@@ -186,11 +182,36 @@ void LoopbackServer::accept() {
     }
 }
 
+/// The next request of a connection; nothing at its end.
+std::optional<LoopbackServer::Request> LoopbackServer::readRequest(Connection& connection,
+                                                                   std::string& buffer) const {
+    while (buffer.find("\r\n\r\n") == std::string::npos) {
+        if (!receive(connection.descriptor, buffer)) {
+            return std::nullopt;
+        }
+    }
+    Request request = parseHead(upTo(buffer, "\r\n\r\n"));
+    const std::size_t length = std::stoul(request.header("content-length").value_or("0"));
+    if (onHead) {
+        request.body = buffer.substr(0, length);
+        onHead(request, connection);
+    }
+    while (buffer.size() < length) {
+        if (connection.ending != Connection::Ending::none ||
+            !receive(connection.descriptor, buffer)) {
+            return std::nullopt;
+        }
+    }
+    request.body = buffer.substr(0, length);
+    buffer.erase(0, length);
+    return request;
+}
+
 void LoopbackServer::serve(int descriptor) {
     Connection connection(descriptor);
     std::string buffer;
     while (connection.ending == Connection::Ending::none) {
-        const auto request = readRequest(descriptor, buffer);
+        const auto request = readRequest(connection, buffer);
         if (!request) {
             break;
         }

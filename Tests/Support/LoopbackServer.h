@@ -2,6 +2,7 @@
 
 // An HTTP/1.1 server on 127.0.0.1 that does what a test tells it to, faults included.
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -39,6 +40,8 @@ class LoopbackServer {
         void reset() { ending = Ending::reset; }
         /// Returns when the client has closed it, or the server stops.
         void waitUntilClosed() const;
+        /// Returns when `limit` has passed, or the client has closed it or sent more.
+        void waitUntilClosed(std::chrono::milliseconds limit) const;
 
       private:
         friend class LoopbackServer;
@@ -53,7 +56,9 @@ class LoopbackServer {
     /// Called for each request on its connection's thread.
     using Handler = std::function<void(const Request&, Connection&)>;
 
-    explicit LoopbackServer(Handler handler);
+    /// `onHead` is called before a request's body is read, with as much of the body as came along.
+    /// A connection that it ends is read no further.
+    explicit LoopbackServer(Handler handler, Handler onHead = {});
     /// Ends every connection and waits for their handlers.
     ~LoopbackServer();
     LoopbackServer(const LoopbackServer&) = delete;
@@ -71,8 +76,10 @@ class LoopbackServer {
   private:
     void accept();
     void serve(int descriptor);
+    std::optional<Request> readRequest(Connection& connection, std::string& buffer) const;
 
     const Handler handler;
+    const Handler onHead;
     int listening = -1;
     int portNumber = 0;
     mutable std::mutex mutex;
