@@ -159,7 +159,7 @@ TEST(BinaryStoreFaults, AKillLeavesABinaryThatIsRemovedWholeOrAbsent) {
 }
 
 TEST(BinaryStoreFaults, AFullDiskLeavesNothingByHalfAndGivesOneError) {
-    for (const char* action : {"store", "cache"}) {
+    for (const char* action : {"store", "cache", "js-store", "js-cache"}) {
         int failed = 0;
         interrupt("full", "", action, [&](const Place& place, const Process::Result& result) {
             if (result.output == std::string("opened\n") + fullDisk) {
