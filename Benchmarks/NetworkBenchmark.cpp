@@ -4,7 +4,7 @@
 #include "BareEngine.h"
 #include "Baton.h"
 #include "Measure.h"
-#include <zem/Core/BinaryStore.h>
+#include "NoBlobs.h"
 #include <zem/JavaScript/Context.h>
 #include <zem/Platform/RunLoop.h>
 #include <zem/Tessel/Connection.h>
@@ -13,7 +13,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -48,18 +47,6 @@ class KeptExchanges final : public NetworkAdapter {
     void cancelRequest(const std::string&) override {}
 
     std::vector<OnResponse> kept;
-};
-
-class NoBlobs final : public BinaryStore {
-  public:
-    std::string store(const platform::Bytes&, const std::string&, std::uint64_t) override {
-        return {};
-    }
-    void cache(const platform::URL&, std::int64_t,
-               std::function<void(std::expected<std::string, std::string>)>) override {}
-    void setCanonicalUrl(const std::string&, const std::string&, std::int64_t) override {}
-    std::optional<platform::Bytes> cachedData(const std::string&) override { return std::nullopt; }
-    bool remove(const std::string&) override { return false; }
 };
 
 /// A runtime in a context that is bound to a thread, as the host's is.
@@ -115,7 +102,7 @@ class Subject {
     tessel::Connection connection{context};
     std::shared_ptr<KeptExchanges> adapter = std::make_shared<KeptExchanges>();
     std::shared_ptr<NetworkAdapterPlugin> plugin =
-        NetworkAdapterPlugin::create(adapter, std::make_shared<NoBlobs>());
+        NetworkAdapterPlugin::create(adapter, std::make_shared<bench::NoBlobs>());
     bench::Baton done;
 };
 

@@ -47,7 +47,7 @@ class CurlNetworkAdapter final : public NetworkAdapter, public Fetcher {
         /// The most bytes of a response's body, unpacked. A longer body is an error.
         std::size_t mostResponseBytes = std::size_t{256} * 1024 * 1024;
         /// A PEM file of the authorities that are trusted; the system's when empty.
-        std::filesystem::path certificateAuthorities;
+        std::filesystem::path certificateAuthorities = {};
     };
 
     /// Throws std::invalid_argument, which says what was expected, for options that make no sense.
