@@ -325,6 +325,23 @@ TEST_F(CurlNetworkAdapterTest, RefusesWhatCouldBeginAnotherRequest) {
     EXPECT_THAT(server.lines(), ElementsAre());
 }
 
+TEST(CurlNetworkAdapter, FetchesNoURLWithoutAHost) {
+    const auto adapter = adapterFor("http://127.0.0.1:1");
+    for (const char* url :
+         {"http://user:pass@/", "http:/:@/www.example.com", "http://user@/www.example.com",
+          "http:@/www.example.com", "http:/@/www.example.com", "http://@/www.example.com",
+          "https:@/www.example.com", "http:a:b@/www.example.com", "http:/a:b@/www.example.com",
+          "http://a:b@/www.example.com", "http::@/www.example.com", "http:@:www.example.com",
+          "http:/@:www.example.com", "http://?", "http://#"}) {
+        test::Arrival<std::expected<FetchedContent, std::string>> arrival("the refusal");
+        adapter->fetch(platform::URL::parse(url).value(),
+                       [&](auto content) { arrival.put(std::move(content)); });
+        const auto content = arrival.get();
+        ASSERT_FALSE(content) << url;
+        EXPECT_THAT(content.error(), testing::StartsWith("expected a")) << url;
+    }
+}
+
 TEST(CurlNetworkAdapter, HandsOverStatusHeadersAndBody) {
     const auto outcome = outcomeOf("HTTP/1.1 404 Not Found\r\nContent-Type: text/plain\r\n"
                                    "Content-Length: 7\r\nX-Empty:\r\n\r\nmissing");

@@ -120,6 +120,17 @@ TEST_F(PluginFaultTest, AConnectionThatIsLostInTheMiddleOfAnUploadIsOneError) {
     EXPECT_THAT(server.lines(), IsEmpty());
 }
 
+TEST_F(PluginFaultTest, AnAnswerToAnUploadThatIsNotReadArrives) {
+    test::Event over{"the end of the upload"};
+    const LoopbackServer server(respondDone, [&](const auto&, Connection& connection) {
+        connection.respond(413, "", "too large");
+        over.wait();
+        connection.close();
+    });
+    EXPECT_THAT(heardOfUpload(server), ElementsAre("plan: 413 too large"));
+    over.signal();
+}
+
 TEST_F(PluginFaultTest, AConnectionThatIsLostInTheMiddleOfADownloadIsOneError) {
     const LoopbackServer server([](const auto&, Connection& connection) {
         connection.send("HTTP/1.1 200 OK\r\nContent-Length: 3000000\r\n\r\n" +
