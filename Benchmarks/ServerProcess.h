@@ -40,6 +40,7 @@ class ServerProcess {
         process = fork();
         if (process == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL); // also where the other process fails
+            prctl(PR_SET_NAME, "bench-server");
             serve();
         }
         close(listening);

@@ -132,6 +132,33 @@ TEST_F(CurlNetworkAdapterTest, SendsLargeBodiesWithoutAskingFirst) {
     EXPECT_EQ(received.header("expect"), std::nullopt);
 }
 
+TEST(CurlNetworkAdapter, LeavesNothingOfARequestToTheNext) {
+    LoopbackServer server([](const auto&, LoopbackServer::Connection& connection) {
+        connection.respond(200, "", "");
+    });
+    const auto adapter = adapterFor(server.url());
+    for (const auto& [first, firstText] : httpMethodTexts) {
+        for (const auto& [second, secondText] : httpMethodTexts) {
+            Request request = get("/first");
+            request.method = first;
+            request.headers = {{"Content-Type", "text/plain"}, {"X-First", "1"}};
+            request.body = "a body";
+            EXPECT_EQ(Call(*adapter, request).text(), "200 (none)");
+            request = get("/second");
+            request.method = second;
+            EXPECT_EQ(Call(*adapter, request).text(), "200 (none)");
+            const auto received = server.requests().back();
+            EXPECT_EQ(received.method, secondText);
+            EXPECT_EQ(received.target, "/second");
+            EXPECT_EQ(received.body, "");
+            for (const char* field : {"content-type", "x-first"}) {
+                EXPECT_EQ(received.header(field), std::nullopt) << firstText << secondText;
+            }
+            EXPECT_EQ(received.header("content-length").value_or("0"), "0");
+        }
+    }
+}
+
 TEST_F(CurlNetworkAdapterTest, MakesTheContentTypeOfABoundary) {
     Request request = get("/");
     request.method = HTTPMethod::POST;

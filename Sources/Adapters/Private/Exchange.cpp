@@ -5,6 +5,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <atomic>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -56,6 +57,13 @@ bool becomesGET(HTTPMethod method, std::int64_t status) {
            ((status == 301 || status == 302) && method == HTTPMethod::POST);
 }
 
+/// Unlike any other adapter's.
+std::string makeToken() {
+    static const auto& begin = *new std::string(platform::makeUUID() + "-");
+    static std::atomic<std::uint64_t> count = 0;
+    return begin + std::to_string(++count);
+}
+
 NetworkError errorOf(CURLcode code, std::string message) {
     return {code == CURLE_OPERATION_TIMEDOUT ? NetworkErrorType::timeout
                                              : NetworkErrorType::unspecified,
@@ -67,7 +75,7 @@ NetworkError errorOf(CURLcode code, std::string message) {
 Exchange::Exchange(Request asked, std::expected<HTTPAddress, std::string> checkedAddress,
                    std::expected<HTTPHeaders, std::string> checkedHeaders, ReceivedBody kind,
                    OnOutcome answering)
-    : token(platform::makeUUID())
+    : token(makeToken())
     , request(std::move(asked))
     , onOutcome(std::move(answering))
     , body(std::move(kind)) {
@@ -83,7 +91,7 @@ Exchange::Exchange(Request asked, std::expected<HTTPAddress, std::string> checke
     }
 }
 
-CURL* Exchange::start(const CurlNetworkAdapter::Options& options) {
+CURL* Exchange::start(const CurlNetworkAdapter::Options& options, EasyHandle handle) {
     if (signpost == platform::SignpostID::null()) {
         signpost = networkLog().makeSignpostID();
         const ObservabilityContext trace =
@@ -92,24 +100,20 @@ CURL* Exchange::start(const CurlNetworkAdapter::Options& options) {
             signpost, "exchange", "::method:%{public}s traceId:%{public}s rootId:%{public}s",
             {textOf(request.method), trace.traceId.value_or(""), trace.rootId.value_or("")});
     }
-    easy.reset(curl_easy_init());
-    if (!easy) {
-        throw std::runtime_error(curl_easy_strerror(CURLE_OUT_OF_MEMORY));
-    }
-    setConnection(options);
+    easy = std::move(handle);
+    setTransfer(options);
     setRequest();
     setHeaders();
     return easy.get();
 }
 
-void Exchange::setConnection(const CurlNetworkAdapter::Options& options) {
-    CURL* const handle = easy.get();
-    const auto now = steady_clock::now();
-    if (!deadline) {
-        deadline = now + std::chrono::duration_cast<milliseconds>(options.totalTimeout);
+// The options that every transfer has. The others are set by `start` and taken back by `stop`.
+EasyHandle makeEasyHandle(const CurlNetworkAdapter::Options& options) {
+    EasyHandle made(curl_easy_init());
+    CURL* const handle = made.get();
+    if (handle == nullptr) {
+        throw std::runtime_error(curl_easy_strerror(CURLE_OUT_OF_MEMORY));
     }
-    set(handle, CURLOPT_TIMEOUT_MS,
-        atLeastOne(std::chrono::duration_cast<milliseconds>(*deadline - now)));
     set(handle, CURLOPT_CONNECTTIMEOUT_MS,
         atLeastOne(std::chrono::duration_cast<milliseconds>(options.connectTimeout)));
     set(handle, CURLOPT_PROTOCOLS_STR, "http,https");
@@ -125,6 +129,17 @@ void Exchange::setConnection(const CurlNetworkAdapter::Options& options) {
     // A name that is still being looked up does not hold up the end of its transfer.
     set(handle, CURLOPT_QUICK_EXIT, 1L);
     set(handle, CURLOPT_ACCEPT_ENCODING, "");
+    return made;
+}
+
+void Exchange::setTransfer(const CurlNetworkAdapter::Options& options) {
+    CURL* const handle = easy.get();
+    const auto now = steady_clock::now();
+    if (!deadline) {
+        deadline = now + std::chrono::duration_cast<milliseconds>(options.totalTimeout);
+    }
+    set(handle, CURLOPT_TIMEOUT_MS,
+        atLeastOne(std::chrono::duration_cast<milliseconds>(*deadline - now)));
     set(handle, CURLOPT_PRIVATE, this);
     set(handle, CURLOPT_ERRORBUFFER, errorText.data());
     set(handle, CURLOPT_WRITEFUNCTION, &Exchange::receive);
@@ -296,8 +311,18 @@ ReceivedResponse Exchange::takeResponse(std::int64_t status) {
     return response;
 }
 
-void Exchange::stop() {
-    easy.reset();
+EasyHandle Exchange::stop() {
+    // Whatever `start` sets that the next one might leave as it is, and what points to here.
+    CURL* const handle = easy.get();
+    set(handle, CURLOPT_POSTFIELDS, static_cast<const char*>(nullptr));
+    set(handle, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t{-1});
+    set(handle, CURLOPT_HTTPGET, 1L);
+    set(handle, CURLOPT_CUSTOMREQUEST, static_cast<const char*>(nullptr));
+    set(handle, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr));
+    set(handle, CURLOPT_ERRORBUFFER, static_cast<char*>(nullptr));
+    set(handle, CURLOPT_WRITEDATA, static_cast<void*>(nullptr));
+    set(handle, CURLOPT_PRIVATE, static_cast<void*>(nullptr));
+    return std::move(easy);
 }
 
 void Exchange::answer(Outcome outcome) {

@@ -24,6 +24,14 @@ namespace zem {
 /// The body grows in the form in which it is handed over.
 using ReceivedBody = std::variant<std::string, platform::Bytes>;
 
+struct FreeEasyHandle {
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+};
+using EasyHandle = std::unique_ptr<CURL, FreeEasyHandle>;
+
+/// A handle for one transfer after the other. Throws std::runtime_error where libcurl refuses one.
+EasyHandle makeEasyHandle(const CurlNetworkAdapter::Options& options);
+
 struct ReceivedResponse {
     std::int64_t status = 0;
     std::map<std::string, std::string> headers;
@@ -54,28 +62,28 @@ class Exchange {
     /// Null while there is no transfer.
     CURL* handle() const { return easy.get(); }
 
-    /// Makes the transfer to the present address. Throws std::runtime_error where libcurl refuses
-    /// an option.
-    CURL* start(const CurlNetworkAdapter::Options& options);
+    /// Makes the transfer to the present address, with a handle as it was made or given back.
+    /// Throws std::runtime_error where libcurl refuses an option.
+    CURL* start(const CurlNetworkAdapter::Options& options, EasyHandle handle);
 
     /// After a transfer that ended with `code`: what came of it, or nothing when a redirect leads
     /// on, to where `start` goes next.
     std::optional<Outcome> finish(CURLcode code);
 
-    /// Lets go of the transfer, which no libcurl multi handle may hold any more.
-    void stop();
+    /// Ends the transfer, which no libcurl multi handle may hold any more, and gives its handle
+    /// back.
+    EasyHandle stop();
 
     void answer(Outcome outcome);
 
   private:
     struct Free {
-        void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
         void operator()(curl_slist* list) const { curl_slist_free_all(list); }
     };
 
     void setRequest();
     void setHeaders();
-    void setConnection(const CurlNetworkAdapter::Options& options);
+    void setTransfer(const CurlNetworkAdapter::Options& options);
     bool hasBody() const;
 
     static std::size_t receive(char* data, std::size_t size, std::size_t count, void* exchange);
@@ -92,7 +100,7 @@ class Exchange {
 
     // The field lines outlive the handle that reads them.
     std::unique_ptr<curl_slist, Free> lines;
-    std::unique_ptr<CURL, Free> easy;
+    EasyHandle easy;
     std::array<char, CURL_ERROR_SIZE> errorText{};
     std::optional<std::chrono::steady_clock::time_point> deadline;
     int redirects = 0;

@@ -17,6 +17,9 @@ NetworkError unspecified(std::string message) {
     return {NetworkErrorType::unspecified, std::move(message)};
 }
 
+/// The most handles that are kept to be used again.
+constexpr std::size_t mostIdle = 16;
+
 void initializeLibrary() {
     static const CURLcode code = curl_global_init(CURL_GLOBAL_DEFAULT);
     if (code != CURLE_OK) {
@@ -42,16 +45,27 @@ std::shared_ptr<Transfers> Transfers::start(CurlNetworkAdapter::Options options)
 }
 
 void Transfers::submit(std::unique_ptr<Exchange> exchange) {
-    platform::Lock lock(mutex);
+    platform::UniqueLock lock(mutex);
     exchange->number = ++count;
     submitted.push_back(std::move(exchange));
-    curl_multi_wakeup(multi.get());
+    wake(lock);
 }
 
 void Transfers::cancel(const std::string& token) {
-    platform::Lock lock(mutex);
+    platform::UniqueLock lock(mutex);
     cancelled.push_back(token);
-    curl_multi_wakeup(multi.get());
+    wake(lock);
+}
+
+/// Once for all that is asked before the thread looks. Without the lock, which the thread takes
+/// first; the adapter that calls keeps the multi handle alive.
+void Transfers::wake(platform::UniqueLock& lock) {
+    const bool isFirst = !std::exchange(isWoken, true);
+    CURLM* const woken = multi.get();
+    lock.unlock();
+    if (isFirst) {
+        curl_multi_wakeup(woken);
+    }
 }
 
 void Transfers::end() {
@@ -66,10 +80,10 @@ void Transfers::run() {
     while (takeCalls()) {
         int running = 0;
         curl_multi_perform(multi.get(), &running);
-        if (!finishTransfers()) {
-            // Until there is something to do; libcurl's own timeouts end it earlier.
-            curl_multi_poll(multi.get(), nullptr, 0, INT_MAX, nullptr);
-        }
+        finishTransfers();
+        // Until there is something to do; libcurl's own timeouts end it earlier. A new transfer
+        // ends it at once.
+        curl_multi_poll(multi.get(), nullptr, 0, INT_MAX, nullptr);
     }
     closeAndAnswer();
 }
@@ -83,6 +97,7 @@ bool Transfers::takeCalls() {
         if (isEnding) {
             return false;
         }
+        isWoken = false;
         arrived.swap(submitted);
         tokens.swap(cancelled);
     }
@@ -129,27 +144,39 @@ void Transfers::startWaiting(const std::string& origin) {
         waiting.erase(waiting.begin());
         ++running;
         try {
-            if (const CURLMcode code = curl_multi_add_handle(multi.get(), next.start(options));
+            if (const CURLMcode code =
+                    curl_multi_add_handle(multi.get(), next.start(options, takeHandle()));
                 code != CURLM_OK) {
                 throw std::runtime_error(curl_multi_strerror(code));
             }
         } catch (const std::runtime_error& error) {
             --running;
-            next.stop();
             answer(next.token, std::unexpected(unspecified(error.what())));
         }
     }
 }
 
-/// Whether a transfer has ended.
-bool Transfers::finishTransfers() {
-    bool any = false;
+EasyHandle Transfers::takeHandle() {
+    if (idle.empty()) {
+        return makeEasyHandle(options);
+    }
+    EasyHandle taken = std::move(idle.back());
+    idle.pop_back();
+    return taken;
+}
+
+void Transfers::giveBack(EasyHandle handle) {
+    if (idle.size() < mostIdle) {
+        idle.push_back(std::move(handle));
+    }
+}
+
+void Transfers::finishTransfers() {
     int left = 0;
     while (const CURLMsg* message = curl_multi_info_read(multi.get(), &left)) {
         if (message->msg != CURLMSG_DONE) {
             continue;
         }
-        any = true;
         const CURLcode code = message->data.result; // gone once its handle is
         Exchange* exchange = nullptr;
         curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &exchange);
@@ -166,7 +193,6 @@ bool Transfers::finishTransfers() {
             startWaiting(next);
         }
     }
-    return any;
 }
 
 void Transfers::cancelExchange(const std::string& token) {
@@ -187,7 +213,7 @@ void Transfers::cancelExchange(const std::string& token) {
 
 void Transfers::stopTransfer(const std::string& origin, Exchange& exchange) {
     curl_multi_remove_handle(multi.get(), exchange.handle());
-    exchange.stop();
+    giveBack(exchange.stop());
     --servers[origin].running;
 }
 
@@ -200,7 +226,9 @@ void Transfers::callOut(std::unique_ptr<Exchange> exchange, Exchange::Outcome ou
     const auto setCallingOut = [this](bool calling) {
         platform::Lock lock(mutex);
         isCallingOut = calling;
-        changed.notify_all();
+        if (isEnding) {
+            changed.notify_all();
+        }
     };
     setCallingOut(true);
     exchange->answer(std::move(outcome));
@@ -213,11 +241,12 @@ void Transfers::closeAndAnswer() {
     for (auto& [token, exchange] : exchanges) {
         if (exchange->handle() != nullptr) {
             curl_multi_remove_handle(multi.get(), exchange->handle());
-            exchange->stop();
+            giveBack(exchange->stop());
         }
         left.push_back(std::move(exchange));
     }
     exchanges.clear();
+    idle.clear();
     {
         platform::Lock lock(mutex);
         std::ranges::move(submitted, std::back_inserter(left));

@@ -52,7 +52,10 @@ class Transfers {
     bool takeCalls();
     void enqueue(Exchange& exchange);
     void startWaiting(const std::string& origin);
-    bool finishTransfers();
+    EasyHandle takeHandle();
+    void giveBack(EasyHandle handle);
+    void wake(platform::UniqueLock& lock);
+    void finishTransfers();
     void cancelExchange(const std::string& token);
     void stopTransfer(const std::string& origin, Exchange& exchange);
     void answer(const std::string& token, Exchange::Outcome outcome);
@@ -61,11 +64,13 @@ class Transfers {
 
     const CurlNetworkAdapter::Options options;
 
-    platform::Mutex mutex; // guards the next six
+    platform::Mutex mutex; // guards the next seven
     std::condition_variable_any changed;
     std::vector<std::unique_ptr<Exchange>> submitted;
     std::vector<std::string> cancelled;
     std::uint64_t count = 0;
+    /// The thread is going to look at what has been submitted and cancelled.
+    bool isWoken = false;
     bool isEnding = false;
     bool isCallingOut = false;
     /// Null at the end. Its thread uses it without the lock.
@@ -74,6 +79,8 @@ class Transfers {
     // The transfer thread's own.
     std::unordered_map<std::string, std::unique_ptr<Exchange>> exchanges; // by token
     std::map<std::string, Server> servers;                                // by origin
+    /// Used again: making a handle costs a good part of a small exchange.
+    std::vector<EasyHandle> idle;
 };
 
 } // namespace zem
