@@ -94,7 +94,8 @@ class Subject {
     bench::Baton done;
 };
 
-/// libcurl's multi interface with a handle for each exchange that is on its way.
+/// libcurl's multi interface with a handle for each exchange that is on its way. The requests are
+/// byte for byte those of the adapter; the handles are made once a run, and used again.
 class BareExchanges {
   public:
     explicit BareExchanges(std::string url)
@@ -113,7 +114,7 @@ class BareExchanges {
         received = 0;
         lengths = 0;
         while (sent < atOnce) {
-            start(curl_easy_init());
+            start(makeHandle());
         }
         while (received < exchanges) {
             int running = 0;
@@ -131,6 +132,16 @@ class BareExchanges {
     static std::size_t receive(char* data, std::size_t size, std::size_t count, void* text) {
         static_cast<std::string*>(text)->append(data, size * count);
         return size * count;
+    }
+
+    static CURL* makeHandle() {
+        CURL* const easy = curl_easy_init();
+        curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
+        curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, 600'000L);
+        curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, 30'000L);
+        curl_easy_setopt(easy, CURLOPT_PROXY, "");
+        curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+        return easy;
     }
 
     void start(CURL* easy) {
