@@ -23,7 +23,11 @@ constexpr const char* runtime = R"js((photo, say) => {
     }, say);
 })js";
 
-int main(int, char** arguments) try {
+int main(int count, char** arguments) try {
+    if (count != 2) {
+        std::fputs("usage: zem-example-uploading URL\n", stderr);
+        return 2;
+    }
     const std::string server = arguments[1];
     const auto network = zem::CurlNetworkAdapter::create({.baseURL = server});
 
