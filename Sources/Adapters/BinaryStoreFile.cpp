@@ -58,11 +58,15 @@ void limitLog(SQLiteConnection& connection) {
 }
 
 SQLiteConnection::Options connectionOptions(const EncryptedBinaryStore::Options& options) {
-    return {.storage = SQLiteStorage::file(options.folder),
-            .migrations = migrations(),
-            .setUpActions = {encryptionSetUp(options.encryption), fileSetUp(options.synchronous),
-                             limitLog},
-            .fileName = "binaries.db"};
+    SQLiteConnection::Options made{.storage = options.storage,
+                                   .migrations = migrations(),
+                                   .setUpActions = {encryptionSetUp(options.encryption)},
+                                   .fileName = "binaries.db"};
+    if (options.storage.isFile()) { // a database in memory has no write-ahead log
+        made.setUpActions.push_back(fileSetUp(options.synchronous));
+        made.setUpActions.emplace_back(limitLog);
+    }
+    return made;
 }
 
 SQLiteValue valueOf(Time time) {

@@ -205,7 +205,12 @@ EncryptedBinaryStore::EncryptedBinaryStore(std::shared_ptr<State> given)
     : state(std::move(given)) {}
 
 EncryptedBinaryStore::~EncryptedBinaryStore() {
-    state->close();
+    close();
+}
+
+void EncryptedBinaryStore::close() {
+    const std::shared_ptr<State> alive = state; // an answer may drop the store
+    alive->close();
 }
 
 std::string EncryptedBinaryStore::store(const platform::Bytes& data, const std::string& type,

@@ -5,6 +5,7 @@
 #include <zem/Core/BinaryStore.h>
 #include <zem/Platform/Bytes.h>
 #include <zem/Platform/URL.h>
+#include <zem/SqliteStore/SQLiteStorage.h>
 #include <zem/SqliteStore/SQLiteStore.h>
 
 #include <chrono>
@@ -22,9 +23,9 @@ namespace zem {
 
 class Fetcher;
 
-/// Blobs in the file "binaries.db". A handle is a fresh UUID. A blob is stored for good, or cached
-/// until its expiry. Wherever a blob is asked for, its handle does, and so does each canonical URL
-/// of it that is fresh.
+/// Blobs in the file "binaries.db", or in the process's memory. A handle is a fresh UUID. A blob is
+/// stored for good, or cached until its expiry. Wherever a blob is asked for, its handle does, and
+/// so does each canonical URL of it that is fresh.
 ///
 /// Thread-safe, and every call but the fetching of `cache` does its work before it returns, one
 /// call at a time: a large blob takes as long as the disk. Call it with no lock held. Blobs and
@@ -51,14 +52,17 @@ class EncryptedBinaryStore final : public BinaryStore {
     static constexpr std::uint64_t defaultQuota = std::uint64_t{1} << 30;
 
     struct Options {
+        Options(SQLiteStorage where, SQLiteStore::EncryptionOption how)
+            : storage(std::move(where))
+            , encryption(std::move(how)) {}
         /// The file lies in `databaseFolder`, which may be the store's, and is opened the way a
         /// store with this option is. With the store's own option both files have one key.
         Options(std::filesystem::path databaseFolder, SQLiteStore::EncryptionOption how)
-            : folder(std::move(databaseFolder))
-            , encryption(std::move(how)) {}
+            : Options(SQLiteStorage::file(std::move(databaseFolder)), std::move(how)) {}
 
-        std::filesystem::path folder;
+        SQLiteStorage storage;
         SQLiteStore::EncryptionOption encryption;
+        /// Of no meaning in memory.
         SQLiteStore::Synchronous synchronous = SQLiteStore::Synchronous::normal;
         /// How many bytes the blobs may have together. Cached blobs make room, the one whose last
         /// use is the longest ago first; stored ones never do and are kept also beyond the quota.
@@ -89,6 +93,10 @@ class EncryptedBinaryStore final : public BinaryStore {
     /// for that. Throws what `SQLiteStore::create` throws; a failure leaves no new empty file
     /// behind. An opening that was interrupted is completed by the next one.
     static std::shared_ptr<EncryptedBinaryStore> create(const Options& options);
+
+    /// Does what destroying does, also while others hold the store. From then on it holds no blob,
+    /// keeps none, and `cache` answers with an error. Any thread, any number of times.
+    void close();
 
     ~EncryptedBinaryStore() override;
     EncryptedBinaryStore(const EncryptedBinaryStore&) = delete;
