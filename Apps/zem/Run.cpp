@@ -48,7 +48,8 @@ Run::Run(Options given, std::shared_ptr<Ending> ending, std::shared_ptr<Interrup
     , ending(std::move(ending))
     , interruption(std::move(interruption))
     , thread("JavaScript")
-    , scriptLoop(std::make_shared<ClosableRunLoop>(thread.runLoop())) {}
+    , scriptLoop(std::make_shared<ClosableRunLoop>(thread.runLoop()))
+    , network(Network::create(options)) {}
 
 int Run::run() {
     std::exception_ptr failure;
@@ -73,18 +74,13 @@ void Run::start() {
     // Keeps the run from counting as idle before the bundle has started.
     auto starting = std::make_unique<tessel::ActivityToken>(activity);
     context = js::Context::create(scriptLoop);
-    makeRuntime();
     const auto values = context.perform([this](js::Scope& scope) {
         startEngine(scope);
         return settings.parse(scope);
     });
-    store = openStore(options, [json = options.json](const SQLiteFailure& failure) {
-        printConsoleError(json, fmt::format("store: {} (SQLite error {}), to: {}", failure.message,
-                                            failure.code, failure.sql));
-    });
-    connection.emplace(context, activity);
-    connection->add(*store);
-    connection->add(*draftQueuePlugin);
+    openStores();
+    makeRuntime();
+    connectPlugins();
     context.perform([&](js::Scope& scope) {
         addSettings(scope, values);
         globals->watchRuntime(scope);
@@ -95,13 +91,31 @@ void Run::start() {
     startCommands();
 }
 
+void Run::openStores() {
+    store = openStore(options, [json = options.json](const SQLiteFailure& failure) {
+        printConsoleError(json, fmt::format("store: {} (SQLite error {}), to: {}", failure.message,
+                                            failure.code, failure.sql));
+    });
+    binaryStore = openBinaryStore(options, network);
+}
+
+void Run::connectPlugins() {
+    networkAdapterPlugin = NetworkAdapterPlugin::create(network, binaryStore);
+    binaryStorePlugin = BinaryStorePlugin::create(binaryStore);
+    connection.emplace(context, activity);
+    connection->add(*store);
+    connection->add(*networkAdapterPlugin);
+    connection->add(*binaryStorePlugin);
+    connection->add(*draftQueuePlugin);
+}
+
 void Run::makeRuntime() {
     Runtime::Listener listener;
     if (options.shell || options.commands) {
         commands = makeCommands();
         listener = commands->listener();
     }
-    runtime.emplace(activity, draftQueuePlugin, std::move(listener));
+    runtime.emplace(activity, draftQueuePlugin, binaryStore, std::move(listener));
 }
 
 std::shared_ptr<Commands> Run::makeCommands() {
@@ -259,6 +273,8 @@ void Run::finish() {
         runtimeQuiet.waitFor(stopLimit);
     }
     scriptLoop->close();
+    // Ends the requests under way. Their answers are dropped.
+    network->setOnline(false);
     thread.runLoop()->perform([this] {
         timers.reset();
         globals.reset();
@@ -274,18 +290,26 @@ void Run::finish() {
         runtime.reset();
         commands.reset();
     }
-    if (store != nullptr) {
-        const std::future<void> closed = closeStore(std::move(store));
-        if (threadEnds) {
-            closed.wait();
-        } else {
-            // A script that does not stop may hold the store and give it more work.
-            closed.wait_for(stopLimit);
-        }
-    }
+    closeStores(threadEnds);
     platform::setSignpostSink(nullptr);
     if (!threadEnds) {
         _exit(ending->code());
+    }
+}
+
+void Run::closeStores(bool threadEnds) {
+    // A script that does not stop may hold the stores and give them more work.
+    if (binaryStore != nullptr) {
+        binaryStore->close();
+    }
+    if (store == nullptr) {
+        return;
+    }
+    const std::future<void> closed = closeStore(std::move(store));
+    if (threadEnds) {
+        closed.wait();
+    } else {
+        closed.wait_for(stopLimit);
     }
 }
 

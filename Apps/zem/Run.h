@@ -11,12 +11,16 @@
 #include "Process/Interruption.h"
 #include "Process/OneShotEvent.h"
 #include "Process/Options.h"
+#include "Runtime/Network.h"
 #include "Runtime/Runtime.h"
+#include <zem/Adapters/EncryptedBinaryStore.h>
 #include <zem/JavaScript/Context.h>
 #include <zem/SqliteStore/SQLiteStore.h>
 #include <zem/Tessel/Activity.h>
 #include <zem/Tessel/Connection.h>
+#include <zem/TesselPluginZEM/BinaryStore/BinaryStorePlugin.h>
 #include <zem/TesselPluginZEM/DraftQueue/DraftQueuePlugin.h>
+#include <zem/TesselPluginZEM/NetworkAdapter/NetworkAdapterPlugin.h>
 
 #include <atomic>
 #include <future>
@@ -30,7 +34,8 @@ namespace zem::host {
 /// Made and used on the main thread, whose run loop it runs.
 class Run {
   public:
-    /// Reads the files that the options name. Throws a Failure when one cannot be read.
+    /// Reads the files that the options name. Throws a Failure when one cannot be read, or an
+    /// option makes no sense.
     Run(Options options, std::shared_ptr<Ending> ending,
         std::shared_ptr<Interruption> interruption);
 
@@ -41,6 +46,8 @@ class Run {
 
   private:
     void start();
+    void openStores();
+    void connectPlugins();
     void startEngine(js::Scope& scope);
     void addSettings(js::Scope& scope, const std::vector<Settings::Value>& values);
     void makeRuntime();
@@ -55,6 +62,7 @@ class Run {
     [[noreturn]] void standStill();
 
     void finish();
+    void closeStores(bool threadEnds);
 
     Options options;
     std::string bundle;
@@ -73,7 +81,11 @@ class Run {
     /// Set when the services wait for no JavaScript, or the JavaScript thread stands still.
     OneShotEvent runtimeQuiet;
 
+    std::shared_ptr<Network> network;
     std::shared_ptr<SQLiteStore> store;
+    std::shared_ptr<EncryptedBinaryStore> binaryStore;
+    std::shared_ptr<NetworkAdapterPlugin> networkAdapterPlugin;
+    std::shared_ptr<BinaryStorePlugin> binaryStorePlugin;
     /// Has no draft queue behind it until the bundle has set a runtime.
     std::shared_ptr<DraftQueuePlugin> draftQueuePlugin = DraftQueuePlugin::create(nullptr);
     /// Ends the running script, and no later one.

@@ -17,19 +17,19 @@ Usage:
 
 constexpr const char* runUsage = R"(Usage:
   zem run BUNDLE.js [--data DIR | --memory] [--keys DIR | --secret-service]
-          [--set NAME=TEXT] [--set NAME=@FILE.json] [--trace FILE] [--json]
-          [--commands FILE] [-- ARGS...]
+          [--url BASE] [--offline] [--set NAME=TEXT] [--set NAME=@FILE.json]
+          [--trace FILE] [--json] [--commands FILE] [-- ARGS...]
 
 Runs BUNDLE.js as a classic script, with ZEM's plugins as global objects
-(ZemSqliteStore, ZemDraftQueue), until nothing is left to do: no timer, no
-pending callback, no operation.
+(ZemSqliteStore, ZemNetworkAdapter, ZemBinaryStorePlugin, ZemDraftQueue), until
+nothing is left to do: no timer, no pending callback, no request, no operation.
 
 )";
 
 constexpr const char* shellUsage = R"(Usage:
   zem shell BUNDLE.js [--data DIR | --memory] [--keys DIR | --secret-service]
-            [--set NAME=TEXT] [--set NAME=@FILE.json] [--trace FILE] [--json]
-            [-- ARGS...]
+            [--url BASE] [--offline] [--set NAME=TEXT] [--set NAME=@FILE.json]
+            [--trace FILE] [--json] [-- ARGS...]
 
 Runs BUNDLE.js like zem run, and carries out commands as you type them. TAB
 completes commands, options and the names of subscriptions; Ctrl-C gives up the
@@ -42,10 +42,17 @@ like zem run after the last one.
 )";
 
 constexpr const char* optionsHelp = R"(Store:
-  --data DIR             keep the database in DIR (default: ./zem-data)
-  --memory               keep it in memory, under a key made for this run
-  --keys DIR             keep the database's key and salt as files in DIR
-  --secret-service       keep them in the Secret Service (the default)
+  --data DIR             keep the store and the binaries in DIR (default:
+                         ./zem-data)
+  --memory               keep them in memory, under keys made for this run
+  --keys DIR             keep their key and salt as files in DIR
+  --secret-service       keep these in the Secret Service (the default)
+
+Network:
+  --url BASE             send requests that name no host to this http or https
+                         URL; its path leads theirs. Without it, they fail
+  --offline              start without a network: every request fails with
+                         "offline" until the command network on
 
 Bundle:
   --set NAME=TEXT        make TEXT a global; may be given more than once
@@ -88,9 +95,9 @@ Exit codes:
   0    nothing was left to do
   1    an uncaught exception or an unhandled rejection
   2    wrong usage, or a file that cannot be read
-  3    the store cannot be opened
+  3    the store or the binaries cannot be opened
   4    a command has failed
-  130  Ctrl-C; the database was closed cleanly (a second Ctrl-C ends at once)
+  130  Ctrl-C; the databases were closed cleanly (a second Ctrl-C ends at once)
   host.exit(code) ends with its own code, from 0 to 255.
 )";
 

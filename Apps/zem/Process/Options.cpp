@@ -62,6 +62,8 @@ void addOptions(CLI::App& command, Options& options, std::vector<std::string>& s
     auto* keys = command.add_option("--keys", options.keys)->type_name("DIR")->excludes(memory);
     command.add_flag("--secret-service")->excludes(keys)->excludes(memory);
     command.add_option("--set", settings)->type_name("NAME=TEXT")->allow_extra_args(false);
+    command.add_option("--url", options.url)->type_name("BASE");
+    command.add_flag("--offline", options.offline);
     command.add_option("--trace", options.trace)->type_name("FILE");
     command.add_flag("--json", options.json);
 }

@@ -25,6 +25,9 @@ struct Options {
     /// The folder that keeps the keys as files. Absent: the Secret Service keeps them.
     std::optional<std::filesystem::path> keys;
     std::vector<Setting> settings;
+    /// The URL of the server that requests go to which name no host.
+    std::optional<std::string> url;
+    bool offline = false;
     std::optional<std::filesystem::path> trace;
     bool json = false;
     /// The file of commands, or "-" for standard input.

@@ -38,9 +38,11 @@ MissingParts missingOf(const RuntimeParts& parts) {
 /// Used on the services' thread only, except `missing`.
 class Runtime::Services final : public RuntimeServices {
   public:
-    Services(std::shared_ptr<DraftQueuePlugin> draftQueuePlugin, Listener listener)
+    Services(std::shared_ptr<DraftQueuePlugin> draftQueuePlugin,
+             std::shared_ptr<BinaryStore> binaryStore, Listener listener)
         : listener(std::move(listener))
-        , draftQueuePlugin(std::move(draftQueuePlugin)) {}
+        , draftQueuePlugin(std::move(draftQueuePlugin))
+        , binaryStore(std::move(binaryStore)) {}
 
     void make() {
         batchingDataService = BatchingDataService::create();
@@ -118,9 +120,9 @@ class Runtime::Services final : public RuntimeServices {
             draftQueuePlugin->setDraftQueue(DraftQueueProxy::create(*parts.draftQueue));
         }
         if (parts.dataService) {
-            currentDataService =
-                DataService::create(*parts.dataService, nullptr, batchingDataService->takeState(),
-                                    DataService::defaultWatchdogTimeout);
+            currentDataService = DataService::create(*parts.dataService, binaryStore,
+                                                     batchingDataService->takeState(),
+                                                     DataService::defaultWatchdogTimeout);
         }
         if (parts.draftManager) {
             currentDraftManager = DraftManager::create(
@@ -159,6 +161,7 @@ class Runtime::Services final : public RuntimeServices {
 
     const Listener listener;
     const std::shared_ptr<DraftQueuePlugin> draftQueuePlugin;
+    const std::shared_ptr<BinaryStore> binaryStore;
     std::shared_ptr<BatchingDataService> batchingDataService;
     std::shared_ptr<BatchingDraftManager> batchingDraftManager;
     std::shared_ptr<DataServiceProtocol> currentDataService;
@@ -178,10 +181,12 @@ class Runtime::Services final : public RuntimeServices {
 };
 
 Runtime::Runtime(std::shared_ptr<tessel::Activity> activity,
-                 std::shared_ptr<DraftQueuePlugin> draftQueuePlugin, Listener listener)
+                 std::shared_ptr<DraftQueuePlugin> draftQueuePlugin,
+                 std::shared_ptr<BinaryStore> binaryStore, Listener listener)
     : activity(std::move(activity))
     , thread("services")
-    , services(std::make_shared<Services>(std::move(draftQueuePlugin), std::move(listener))) {
+    , services(std::make_shared<Services>(std::move(draftQueuePlugin), std::move(binaryStore),
+                                          std::move(listener))) {
     post([](Services& made) { made.make(); });
 }
 

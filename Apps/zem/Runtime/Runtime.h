@@ -3,6 +3,7 @@
 // The services of the bundle's runtime.
 
 #include "RuntimeParts.h"
+#include <zem/Core/BinaryStore.h>
 #include <zem/Core/DataServiceProtocol.h>
 #include <zem/Core/DraftManagerProtocol.h>
 #include <zem/Core/DraftQueue.h>
@@ -40,9 +41,11 @@ class Runtime {
     /// been handed over; those of the missing parts are dropped after it returns.
     using Listener = std::function<void(const MissingParts& missing)>;
 
-    /// `draftQueuePlugin` gets the runtime's draft queue when that arrives.
+    /// `draftQueuePlugin` gets the runtime's draft queue when that arrives. Uploads go into
+    /// `binaryStore`.
     Runtime(std::shared_ptr<tessel::Activity> activity,
-            std::shared_ptr<DraftQueuePlugin> draftQueuePlugin, Listener listener);
+            std::shared_ptr<DraftQueuePlugin> draftQueuePlugin,
+            std::shared_ptr<BinaryStore> binaryStore, Listener listener);
     ~Runtime();
 
     /// Runs `work` later, in the order of the calls. Any thread.

@@ -48,8 +48,19 @@ Encryption keyInSecretService() {
     return Encryption::kept();
 }
 
-std::string nameOf(const Options& options) {
-    return options.inMemory ? "in memory" : (options.data / "zem.db").string();
+SQLiteStorage storageOf(const Options& options) {
+    return options.inMemory ? SQLiteStorage::memory() : SQLiteStorage::file(options.data);
+}
+
+Encryption encryptionOf(const Options& options) {
+    if (options.inMemory) {
+        return keyOfThisRun();
+    }
+    return options.keys ? keyInFiles(*options.keys) : keyInSecretService();
+}
+
+std::string nameOf(const Options& options, const char* file) {
+    return options.inMemory ? "in memory" : (options.data / file).string();
 }
 
 std::shared_ptr<SQLiteStore> openOrRemove(const Options& options,
@@ -63,32 +74,18 @@ std::shared_ptr<SQLiteStore> openOrRemove(const Options& options,
     }
     printErrorLine(fmt::format("zem: removed the store {}: its first opening was interrupted, and "
                                "it held no row",
-                               nameOf(options)));
+                               nameOf(options, "zem.db")));
     return SQLiteStore::create(store);
 }
 
-SQLiteStore::Options storeOptions(const Options& options) {
-    if (options.inMemory) {
-        return {SQLiteStorage::memory(), keyOfThisRun()};
-    }
-    return {options.data, options.keys ? keyInFiles(*options.keys) : keyInSecretService()};
-}
-
-std::shared_ptr<SQLiteStore> open(const Options& options, SQLiteFailureHandler onFailure) {
-    SQLiteStore::Options opened = storeOptions(options);
-    opened.onFailure = std::move(onFailure);
-    return openOrRemove(options, opened);
-}
-
-} // namespace
-
-std::shared_ptr<SQLiteStore> openStore(const Options& options, SQLiteFailureHandler onFailure) {
+/// Opens a database. A failure says what could not be opened, and why.
+template <class Open>
+auto openOrFail(const std::string& what, const Open& open) {
     const auto fail = [&](const std::string& reason) {
-        return Failure(exitStore,
-                       fmt::format("cannot open the store {}: {}", nameOf(options), reason));
+        return Failure(exitStore, fmt::format("cannot open {}: {}", what, reason));
     };
     try {
-        return open(options, std::move(onFailure));
+        return open();
     } catch (const SQLiteOpeningError& error) {
         throw fail(error.reason());
     } catch (const std::system_error& error) {
@@ -96,6 +93,25 @@ std::shared_ptr<SQLiteStore> openStore(const Options& options, SQLiteFailureHand
     } catch (const std::exception& error) {
         throw fail(error.what());
     }
+}
+
+} // namespace
+
+std::shared_ptr<SQLiteStore> openStore(const Options& options, SQLiteFailureHandler onFailure) {
+    return openOrFail("the store " + nameOf(options, "zem.db"), [&] {
+        SQLiteStore::Options opened(storageOf(options), encryptionOf(options));
+        opened.onFailure = std::move(onFailure);
+        return openOrRemove(options, opened);
+    });
+}
+
+std::shared_ptr<EncryptedBinaryStore> openBinaryStore(const Options& options,
+                                                      std::shared_ptr<Fetcher> fetcher) {
+    return openOrFail("the binaries " + nameOf(options, "binaries.db"), [&] {
+        EncryptedBinaryStore::Options opened(storageOf(options), encryptionOf(options));
+        opened.fetcher = std::move(fetcher);
+        return EncryptedBinaryStore::create(opened);
+    });
 }
 
 std::future<void> closeStore(std::shared_ptr<SQLiteStore> store) {

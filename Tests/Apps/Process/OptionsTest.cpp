@@ -38,10 +38,12 @@ TEST(Options, HelpOfRunNamesEveryOptionAndExitCode) {
     const auto result = host.run({"run", "--help"});
     for (const char* part :
          {"zem run BUNDLE.js [--data DIR | --memory] [--keys DIR | --secret-service]",
-          "[--set NAME=TEXT] [--set NAME=@FILE.json] [--trace FILE] [--json]",
-          "[--commands FILE] [-- ARGS...]",
+          "[--url BASE] [--offline] [--set NAME=TEXT] [--set NAME=@FILE.json]",
+          "[--trace FILE] [--json] [--commands FILE] [-- ARGS...]",
           "--data DIR ",
-          "(default: ./zem-data)",
+          "./zem-data)",
+          "--url BASE ",
+          "--offline ",
           "--memory ",
           "--keys DIR ",
           "--secret-service ",
@@ -74,7 +76,7 @@ TEST(Options, HelpOfRunNamesEveryOptionAndExitCode) {
           "drafts add TARGET K=V... ",
           "drafts executor SUCCESS|NETWORK_ERROR|CLIENT_ERROR\n",
           "drafts watch on|off ",
-          "ZemSqliteStore, ZemDraftQueue",
+          "ZemSqliteStore, ZemNetworkAdapter, ZemBinaryStorePlugin, ZemDraftQueue",
           "wait [NAME] [--for SECONDS] ",
           "up to 30 seconds",
           "sql TEXT [PARAM...] ",
@@ -87,7 +89,7 @@ TEST(Options, HelpOfRunNamesEveryOptionAndExitCode) {
           "  0    nothing was left to do",
           "  1    an uncaught exception or an unhandled rejection",
           "  2    wrong usage, or a file that cannot be read",
-          "  3    the store cannot be opened",
+          "  3    the store or the binaries cannot be opened",
           "  4    a command has failed",
           "  130  Ctrl-C"}) {
         EXPECT_THAT(result.output, testing::HasSubstr(part));

@@ -51,9 +51,11 @@ class StoreFiles : public testing::Test {
     }
 
     void expectClosedCleanly(const std::string& script = "") const {
-        EXPECT_TRUE(exists("data/zem.db")) << script;
-        EXPECT_FALSE(exists("data/zem.db-wal")) << script;
-        EXPECT_FALSE(exists("data/zem.db-shm")) << script;
+        for (const std::string file : {"data/zem.db", "data/binaries.db"}) {
+            EXPECT_TRUE(exists(file)) << file << script;
+            EXPECT_FALSE(exists(file + "-wal")) << file << script;
+            EXPECT_FALSE(exists(file + "-shm")) << file << script;
+        }
     }
 
     Host host;
