@@ -168,7 +168,7 @@ void Run::startCommands() {
                                          return alive == nullptr ? std::vector<std::string>()
                                                                  : alive->subscriptionNames();
                                      }),
-                    *runtime, store);
+                    {&*runtime, store, binaryStore, network});
 }
 
 void Run::startEngine(js::Scope& scope) {

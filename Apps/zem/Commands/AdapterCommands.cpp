@@ -1,6 +1,8 @@
 #include "AdapterCommands.h"
 
 #include "Arguments.h"
+#include "MIMEType.h"
+#include "Process/File.h"
 #include <zem/Core/AdapterRequestContext.h>
 #include <zem/Core/DataServiceProtocol.h>
 #include <zem/Tessel/JSON.h>
@@ -9,6 +11,9 @@
 
 #include <charconv>
 #include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <new>
 #include <utility>
 
 namespace zem::host {
@@ -66,6 +71,38 @@ std::int64_t parseTTL(const std::string& what, const std::string& text) {
     return ttl;
 }
 
+std::string mimeTypeOf(const CommandWords& words, const std::string& fileName) {
+    const auto type = words.find("--type");
+    if (type && !isMIMEType(*type)) {
+        throw CommandFailure(
+            fmt::format("--type: expected a MIME type such as image/png, found {}", *type));
+    }
+    return type.value_or(guessMIMEType(fileName));
+}
+
+platform::Bytes readUpload(const std::string& name) {
+    try {
+        return readBytes(name);
+    } catch (const Failure& failure) {
+        throw CommandFailure(failure.what());
+    } catch (const std::bad_alloc&) {
+        throw CommandFailure(fmt::format("there is not enough memory for {}", name));
+    }
+}
+
+/// Takes the bytes.
+void createContent(DataServiceProtocol& service, CreateContentVersionConfig& config,
+                   std::optional<Metadata> metadata, bool isNewDocument, ResultCallback result) {
+    if (isNewDocument) {
+        service.createContentDocumentAndVersion(
+            {std::move(config.title), std::move(config.description), std::move(config.fileData),
+             std::move(config.fileName), std::move(config.mimeType)},
+            std::move(metadata), std::move(result));
+    } else {
+        service.createContentVersion(std::move(config), std::move(metadata), std::move(result));
+    }
+}
+
 } // namespace
 
 void subscribe(CommandContext& context, const CommandWords& words, const CommandOrigin& origin) {
@@ -111,6 +148,31 @@ void invoke(CommandContext& context, const CommandWords& words, const CommandOri
         } else {
             service.invokeAdapter(adapter, config, requestContext, result);
         }
+    });
+}
+
+void upload(CommandContext& context, const CommandWords& words, const CommandOrigin& origin) {
+    const std::string file = words["FILE"];
+    const std::string name = std::filesystem::path(file).filename();
+    const auto document = words.find("--document");
+    std::optional<Metadata> metadata;
+    if (const auto pairs = words.all("--metadata"); !pairs.empty()) {
+        metadata = parsePairs(pairs, "--metadata");
+    }
+    // Shared: a function's copy would be a copy of the bytes.
+    const auto config = std::make_shared<CreateContentVersionConfig>(
+        CreateContentVersionConfig{.title = words["--title"],
+                                   .description = words.find("--description").value_or(""),
+                                   .contentDocumentId = document.value_or(""),
+                                   .fileData = {},
+                                   .fileName = name,
+                                   .mimeType = mimeTypeOf(words, name)});
+    config->fileData = readUpload(file);
+    const auto call =
+        context.calls->add(Calls::Kind::invocation, RuntimePart::dataService, origin, "upload");
+    context.ask([config, metadata, isNewDocument = !document,
+                 result = resultsTo(context.calls, call)](RuntimeServices& services) {
+        createContent(services.dataService(), *config, metadata, isNewDocument, result);
     });
 }
 

@@ -14,7 +14,7 @@ CommandContext::CommandContext(Options given)
 
 void CommandContext::ask(std::function<void(RuntimeServices&)> question) {
     await<bool>([&](std::function<void(bool)> done) {
-        runtime->perform(
+        parts.runtime->perform(
             [done = std::move(done), question = std::move(question)](RuntimeServices& services) {
                 question(services);
                 done(true);
@@ -50,7 +50,7 @@ CommandContext::waitFor(const std::vector<std::shared_ptr<Call>>& awaited,
     for (;;) {
         // Read before the answers: if nothing goes on any more, a missing answer stays missing.
         const bool isIdle = options.activity->outstanding() == 0;
-        const Calls::Silence silence = calls->silent(awaited, runtime->missing());
+        const Calls::Silence silence = calls->silent(awaited, parts.runtime->missing());
         if (silence.labels.empty()) {
             return std::nullopt;
         }
@@ -68,14 +68,13 @@ CommandContext::waitFor(const std::vector<std::shared_ptr<Call>>& awaited,
     }
 }
 
-void CommandContext::start(Runtime& usedRuntime, std::weak_ptr<SQLiteStore> usedStore) {
+void CommandContext::start(Parts used) {
     calls->setChangeHandler([weak = weak_from_this()] {
         if (const auto alive = weak.lock()) {
             alive->changed();
         }
     });
-    runtime = &usedRuntime;
-    weakStore = std::move(usedStore);
+    parts = std::move(used);
     working = std::make_unique<tessel::ActivityToken>(options.activity);
 }
 

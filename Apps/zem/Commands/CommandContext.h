@@ -8,7 +8,9 @@
 #include "Process/Ending.h"
 #include "Process/Failure.h"
 #include "Report.h"
+#include "Runtime/Network.h"
 #include "Runtime/Runtime.h"
+#include <zem/Adapters/EncryptedBinaryStore.h>
 #include <zem/Core/DataServiceResult.h>
 #include <zem/Platform/Mutex.h>
 #include <zem/SqliteStore/SQLiteStore.h>
@@ -42,6 +44,14 @@ class CommandContext : public std::enable_shared_from_this<CommandContext> {
             evaluate;
         /// Ends the running script, if there is one. Any thread.
         std::function<void()> interruptScript;
+    };
+
+    /// The parts of the run that commands use. The runtime must live until `finish`.
+    struct Parts {
+        Runtime* runtime = nullptr;
+        std::weak_ptr<SQLiteStore> store;
+        std::shared_ptr<EncryptedBinaryStore> binaryStore;
+        std::shared_ptr<Network> network;
     };
 
     explicit CommandContext(Options given);
@@ -81,7 +91,10 @@ class CommandContext : public std::enable_shared_from_this<CommandContext> {
     void end() { options.ending->request(exitDone); }
 
     /// The store of the run; null while the run ends.
-    std::shared_ptr<SQLiteStore> store() const { return weakStore.lock(); }
+    std::shared_ptr<SQLiteStore> store() const { return parts.store.lock(); }
+    /// Closed while the run ends.
+    EncryptedBinaryStore& binaryStore() const { return *parts.binaryStore; }
+    Network& network() const { return *parts.network; }
 
     /// Prints the results of commands.
     const Report report;
@@ -99,8 +112,8 @@ class CommandContext : public std::enable_shared_from_this<CommandContext> {
 
     // For Commands.
 
-    /// The run does not end by itself from `start` to `finish`. `usedRuntime` must live until then.
-    void start(Runtime& usedRuntime, std::weak_ptr<SQLiteStore> usedStore);
+    /// The run does not end by itself from `start` to `finish`.
+    void start(Parts used);
     /// On the commands' thread.
     void finish() { working.reset(); }
 
@@ -135,8 +148,7 @@ class CommandContext : public std::enable_shared_from_this<CommandContext> {
                                        platform::Seconds limit);
 
     const Options options;
-    Runtime* runtime = nullptr;
-    std::weak_ptr<SQLiteStore> weakStore;
+    Parts parts;
     /// Keeps the run from ending while there are commands.
     std::unique_ptr<tessel::ActivityToken> working;
 

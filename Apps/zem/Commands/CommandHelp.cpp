@@ -24,8 +24,8 @@ constexpr const char* rules = R"(
   for before is handed over then. Words are quoted as in a shell, P is high,
   normal or background, lines that begin with # are comments. Results are
   labelled with the name of their subscription (s1, s2 ... or --as NAME),
-  invocation (i1, i2 ...) or command on drafts (d1, d2 ...). With --json each is
-  one object with these keys:
+  invocation or upload (i1, i2 ...) or command on drafts (d1, d2 ...). With
+  --json each is one object with these keys:
   {"command":"invoke","name":"i1","line":1,"data":{},"error":null}
 )";
 
@@ -50,7 +50,9 @@ std::string usageOf(const CommandArgument& argument) {
 }
 
 std::string usageOf(const CommandOption& option) {
-    return fmt::format("[{} {}]{}", option.name, option.value, option.isRepeatable ? "..." : "");
+    const std::string text = fmt::format("{} {}", option.name, option.value);
+    return fmt::format("{}{}", option.isRequired ? text : "[" + text + "]",
+                       option.isRepeatable ? "..." : "");
 }
 
 /// The command's name, and then each argument and option.

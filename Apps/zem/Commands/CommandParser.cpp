@@ -37,7 +37,9 @@ class OptionParser {
             add(argument.name, false)->required(argument.count == CommandArgument::Count::one);
         }
         for (const CommandOption& option : command.options) {
-            add(option.name, option.isRepeatable)->type_name(std::string(option.type));
+            add(option.name, option.isRepeatable)
+                ->type_name(std::string(option.type))
+                ->required(option.isRequired);
         }
         for (const CommandOption& option : command.options) {
             for (const std::string_view other : option.excludes) {

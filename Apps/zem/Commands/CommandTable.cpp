@@ -1,6 +1,7 @@
 #include "CommandTable.h"
 
 #include "AdapterCommands.h"
+#include "BinaryCommands.h"
 #include "DraftsCommands.h"
 #include "HostCommands.h"
 #include <zem/Core/AdapterRequestContext.h>
@@ -53,6 +54,17 @@ std::vector<Command> makeTable() {
                       .excludes = {"--priority", "--cache-policy", "--metadata"}}},
          .help = "prints one result of an adapter",
          .perform = invoke},
+        {.name = "upload",
+         .arguments = {{"FILE"}},
+         .options =
+             {{.name = "--title", .value = "T", .type = "TEXT", .isRequired = true},
+              {"--description", "D", "TEXT"},
+              {"--document", "ID", "ID"},
+              {"--type", "MIME", "TYPE/SUBTYPE"},
+              {.name = "--metadata", .value = "K=V", .type = "KEY=VALUE", .isRepeatable = true}},
+         .help = "stores a file as a binary and has the runtime create a document of it, or a new "
+                 "version of the document ID; MIME is guessed from the file's name otherwise",
+         .perform = upload},
         {.name = "ttl",
          .arguments = {{.name = "WHAT", .words = {"record", "metadata"}}, {"N"}},
          .help = "sets the time to live of records or of metadata",
@@ -117,9 +129,23 @@ std::vector<Command> makeTable() {
                         .count = Count::atMostOne,
                         .completion = Completion::subscriptions}},
          .options = {{"--for", "SECONDS", "SECONDS"}},
-         .help = "up to 30 seconds for the answers to invocations and commands on drafts and the "
-                 "first emission of every subscription, or for one of them",
+         .help = "up to 30 seconds for the answers to invocations, uploads and commands on drafts "
+                 "and the first emission of every subscription, or for one of them",
          .perform = waitForAnswers},
+        {.group = "binary",
+         .name = "list",
+         .help = "a table of the binaries that are stored or cached",
+         .perform = listBinaries},
+        {.group = "binary",
+         .name = "save",
+         .arguments = {{"HANDLE"}, {"FILE"}},
+         .help = "writes a binary to a file, whole or not at all",
+         .perform = saveBinary},
+        {.name = "network",
+         .arguments = {{.name = "SWITCH", .words = {"on", "off"}}},
+         .help = "while it is off, every request fails with \"offline\", and so do those that were "
+                 "under way",
+         .perform = switchNetwork},
         {.name = "sql",
          .arguments = {{"TEXT"}, {"PARAM", Count::any}},
          .help = "PARAM is JSON (a number, a string, true, false, null) or else text as it stands",

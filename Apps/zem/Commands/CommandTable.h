@@ -33,6 +33,7 @@ struct CommandOption {
     /// The value's name in the error about a missing value.
     std::string_view type;
     bool isRepeatable = false;
+    bool isRequired = false;
     /// The words that the value is completed to.
     std::vector<std::string_view> words = {};
     /// The options that must not stand beside this one. One side of a pair suffices.

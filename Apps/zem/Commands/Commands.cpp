@@ -22,15 +22,14 @@ Runtime::Listener Commands::listener() {
     };
 }
 
-void Commands::start(std::unique_ptr<LineSource> fromLines, Runtime& withRuntime,
-                     std::weak_ptr<SQLiteStore> withStore) {
+void Commands::start(std::unique_ptr<LineSource> fromLines, CommandContext::Parts parts) {
     {
         // `abandon` reads `lines` on the signal thread.
         const platform::Lock lock(mutex);
         lines = std::move(fromLines);
     }
-    runtime = &withRuntime;
-    context->start(withRuntime, std::move(withStore));
+    runtime = parts.runtime;
+    context->start(std::move(parts));
     thread = std::thread([this] { run(); });
 }
 

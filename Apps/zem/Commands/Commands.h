@@ -34,8 +34,7 @@ class Commands {
     Runtime::Listener listener();
 
     /// Starts with the first line. The runtime must live until `stop` has succeeded. Once.
-    void start(std::unique_ptr<LineSource> fromLines, Runtime& withRuntime,
-               std::weak_ptr<SQLiteStore> withStore);
+    void start(std::unique_ptr<LineSource> fromLines, CommandContext::Parts parts);
 
     /// Ends the commands, and returns whether the thread has ended within the time.
     bool stop(platform::Seconds limit);

@@ -1,12 +1,11 @@
 #include "DraftsTable.h"
 
+#include "Table.h"
+
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <array>
 #include <cstddef>
 #include <string_view>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -14,12 +13,9 @@ namespace zem::host {
 
 namespace {
 
-using Row = std::array<std::string, 8>;
+const TableRow heading{"ID", "STATE", "OPERATION", "TARGET", "TYPE", "AGE", "ERROR", "MESSAGE"};
 
-const Row heading{"ID", "STATE", "OPERATION", "TARGET", "TYPE", "AGE", "ERROR", "MESSAGE"};
-constexpr const char* absent = "-";
-
-/// What the server said first, in the words of the body where it has any.
+/// The first message of the server, in the words of the body if that has any.
 std::string firstMessage(const DraftQueueItemError& error) {
     const std::vector<Dictionary> body = error.body();
     if (!body.empty()) {
@@ -31,15 +27,8 @@ std::string firstMessage(const DraftQueueItemError& error) {
     return error.statusText;
 }
 
-/// A cell is one line, and shows that there is something.
-std::string cellOf(std::string text) {
-    std::ranges::replace_if(
-        text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, ' ');
-    return text.empty() ? absent : text;
-}
-
-Row rowOf(const DraftQueueItem& item, std::int64_t now) {
-    Row row{item.id,
+TableRow rowOf(const DraftQueueItem& item, std::int64_t now) {
+    return {item.id,
             std::string(tessel::rawText(item.state)),
             std::string(tessel::rawText(item.operationType)),
             item.targetId.value_or(""),
@@ -47,14 +36,6 @@ Row rowOf(const DraftQueueItem& item, std::int64_t now) {
             ageOf(item.timestamp, now),
             item.error ? fmt::format("{}", item.error->status) : "",
             item.error ? firstMessage(*item.error) : ""};
-    std::ranges::transform(row, row.begin(), cellOf);
-    return row;
-}
-
-/// In characters, all of them taken to be as wide.
-std::size_t widthOf(std::string_view text) {
-    return static_cast<std::size_t>(std::ranges::count_if(
-        text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
 }
 
 } // namespace
@@ -81,28 +62,12 @@ std::string describe(const DraftManagerState& state, std::int64_t now) {
     if (count == 0) {
         return fmt::format("queue {}, no items", queue);
     }
-    std::string text = fmt::format("queue {}, {} {}", queue, count, count == 1 ? "item" : "items");
-    std::vector<Row> rows{heading};
+    std::vector<TableRow> rows{heading};
     for (const DraftQueueItem& item : state.items) {
         rows.push_back(rowOf(item, now));
     }
-    std::array<std::size_t, std::tuple_size_v<Row>> widths{};
-    for (const Row& row : rows) {
-        for (std::size_t column = 0; column < row.size(); ++column) {
-            widths[column] = std::max(widths[column], widthOf(row[column]));
-        }
-    }
-    for (const Row& row : rows) {
-        std::string line;
-        for (std::size_t column = 0; column < row.size(); ++column) {
-            line += "  " + row[column];
-            if (column + 1 < row.size()) {
-                line.append(widths[column] - widthOf(row[column]), ' ');
-            }
-        }
-        text += "\n" + line;
-    }
-    return text;
+    return fmt::format("queue {}, {} {}{}", queue, count, count == 1 ? "item" : "items",
+                       describeTable(std::move(rows)));
 }
 
 } // namespace zem::host

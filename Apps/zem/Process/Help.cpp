@@ -17,8 +17,9 @@ Usage:
 
 constexpr const char* runUsage = R"(Usage:
   zem run BUNDLE.js [--data DIR | --memory] [--keys DIR | --secret-service]
-          [--url BASE] [--offline] [--set NAME=TEXT] [--set NAME=@FILE.json]
-          [--trace FILE] [--json] [--commands FILE] [-- ARGS...]
+          [--url BASE] [--offline] [--timeout SECONDS]
+          [--set NAME=TEXT] [--set NAME=@FILE.json] [--trace FILE] [--json]
+          [--commands FILE] [-- ARGS...]
 
 Runs BUNDLE.js as a classic script, with ZEM's plugins as global objects
 (ZemSqliteStore, ZemNetworkAdapter, ZemBinaryStorePlugin, ZemDraftQueue), until
@@ -28,8 +29,9 @@ nothing is left to do: no timer, no pending callback, no request, no operation.
 
 constexpr const char* shellUsage = R"(Usage:
   zem shell BUNDLE.js [--data DIR | --memory] [--keys DIR | --secret-service]
-            [--url BASE] [--offline] [--set NAME=TEXT] [--set NAME=@FILE.json]
-            [--trace FILE] [--json] [-- ARGS...]
+            [--url BASE] [--offline] [--timeout SECONDS]
+            [--set NAME=TEXT] [--set NAME=@FILE.json] [--trace FILE] [--json]
+            [-- ARGS...]
 
 Runs BUNDLE.js like zem run, and carries out commands as you type them. TAB
 completes commands, options and the names of subscriptions; Ctrl-C gives up the
@@ -53,6 +55,7 @@ Network:
                          URL; its path leads theirs. Without it, they fail
   --offline              start without a network: every request fails with
                          "offline" until the command network on
+  --timeout SECONDS      the most time that a request may take (default: 600)
 
 Bundle:
   --set NAME=TEXT        make TEXT a global; may be given more than once
@@ -73,8 +76,8 @@ Commands:
                          standard input where FILE is -. One that fails ends
                          the run with exit code 4 and its line, unless the line
                          begins with -. After the last one the run ends once
-                         nothing is left to do and every invocation and command
-                         on drafts has been answered.
+                         nothing is left to do and every invocation, upload and
+                         command on drafts has been answered.
 
 )";
 

@@ -64,6 +64,7 @@ void addOptions(CLI::App& command, Options& options, std::vector<std::string>& s
     command.add_option("--set", settings)->type_name("NAME=TEXT")->allow_extra_args(false);
     command.add_option("--url", options.url)->type_name("BASE");
     command.add_flag("--offline", options.offline);
+    command.add_option("--timeout", options.timeout)->type_name("SECONDS");
     command.add_option("--trace", options.trace)->type_name("FILE");
     command.add_flag("--json", options.json);
 }

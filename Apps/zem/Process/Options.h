@@ -28,6 +28,8 @@ struct Options {
     /// The URL of the server that requests go to which name no host.
     std::optional<std::string> url;
     bool offline = false;
+    /// The most seconds that a request may take.
+    double timeout = 600;
     std::optional<std::filesystem::path> trace;
     bool json = false;
     /// The file of commands, or "-" for standard input.

@@ -21,14 +21,16 @@ constexpr const char* noBase = "https://no-base.invalid";
 CurlNetworkAdapter::Options adapterOptions(const Options& options) {
     CurlNetworkAdapter::Options made;
     made.baseURL = options.url.value_or(noBase);
+    made.totalTimeout = platform::Seconds(options.timeout);
     return made;
 }
 
-/// The text behind the place that an adapter's error begins with.
-std::string_view reasonOf(std::string_view text) {
-    constexpr std::string_view place = "baseURL: ";
-    const std::size_t found = text.find(place);
-    return found == std::string_view::npos ? text : text.substr(found + place.size());
+/// The adapter's error about one of its options, in the words of the command line.
+Failure wrongOption(const Options& options, std::string_view error) {
+    const std::string_view reason = error.substr(error.find(": ") + 2);
+    return {exitUsage, error.find(", totalTimeout: ") == std::string_view::npos
+                           ? fmt::format("--url {}: {}", options.url.value_or(""), reason)
+                           : fmt::format("--timeout {:g}: {}", options.timeout, reason)};
 }
 
 std::string refuse(const NetworkAdapter::OnError& onError, std::string message) {
@@ -43,7 +45,7 @@ std::shared_ptr<Network> Network::create(const Options& options) {
     try {
         network->setOnline(true);
     } catch (const std::invalid_argument& error) {
-        throw Failure(exitUsage, fmt::format("--url {}: {}", *options.url, reasonOf(error.what())));
+        throw wrongOption(options, error.what());
     }
     network->setOnline(!options.offline);
     return network;

@@ -22,7 +22,7 @@ namespace zem::host {
 /// answered with an error, and a host without a scheme is reached by https.
 class Network final : public NetworkAdapter, public Fetcher {
   public:
-    /// Throws a Failure if the options' base URL is none.
+    /// Throws a Failure if the base URL or the timeout makes no sense.
     static std::shared_ptr<Network> create(const Options& options);
 
     /// Closes all connections before it returns when it switches off; waits for no server. Answers

@@ -63,6 +63,21 @@ TEST(CommandFailure, SaysWhatIsWrongWithALine) {
         expectFailure(std::string("wait --for ") + seconds,
                       "--for: expected a number of seconds, found " + found);
     }
+    expectFailure("upload", "FILE is required");
+    expectFailure("upload commands.txt", "--title is required");
+    expectFailure("upload --title x", "FILE is required");
+    expectFailure("upload commands.txt --title", "--title: 1 required TEXT missing");
+    expectFailure("upload none.txt --title x", "cannot read none.txt: No such file or directory");
+    expectFailure("upload . --title x", "cannot read .: Is a directory");
+    expectFailure("upload commands.txt --title x --metadata y", "--metadata y: expected KEY=VALUE");
+    expectFailure("upload commands.txt --title x --type png",
+                  "--type: expected a MIME type such as image/png, found png");
+    expectFailure("binary", "expected: binary list|save");
+    expectFailure("binary list x", "expected: binary list");
+    expectFailure("binary save x", "expected: binary save HANDLE FILE");
+    expectFailure("binary save x y", "there is no binary \"x\"");
+    expectFailure("network", "expected: network on|off");
+    expectFailure("network maybe", "expected: network on|off");
     expectFailure("sql", "expected: sql TEXT [PARAM...]");
     expectFailure("eval", "expected: eval JAVASCRIPT");
     expectFailure("quit now", "expected: quit");

@@ -15,6 +15,11 @@ constexpr const char* allCommands =
   unsubscribe NAME              ends a subscription
   invoke ADAPTER CONFIG [--priority P] [--cache-policy JSON] [--metadata K=V]...
          [--replace-draft ID]   prints one result of an adapter
+  upload FILE --title T [--description D] [--document ID] [--type MIME]
+         [--metadata K=V]...    stores a file as a binary and has the runtime
+                                create a document of it, or a new version of the
+                                document ID; MIME is guessed from the file's
+                                name otherwise
   ttl record|metadata N         sets the time to live of records or of metadata
   drafts list                   a table of the drafts; an age is counted from
                                 their timestamp, taken to be in milliseconds
@@ -33,9 +38,15 @@ constexpr const char* allCommands =
   drafts executor SUCCESS|NETWORK_ERROR|CLIENT_ERROR
                                 has every external action answered so
   drafts watch on|off           prints every change of the queue
-  wait [NAME] [--for SECONDS]   up to 30 seconds for the answers to invocations
-                                and commands on drafts and the first emission of
-                                every subscription, or for one of them
+  wait [NAME] [--for SECONDS]   up to 30 seconds for the answers to invocations,
+                                uploads and commands on drafts and the first
+                                emission of every subscription, or for one of
+                                them
+  binary list                   a table of the binaries that are stored or
+                                cached
+  binary save HANDLE FILE       writes a binary to a file, whole or not at all
+  network on|off                while it is off, every request fails with
+                                "offline", and so do those that were under way
   sql TEXT [PARAM...]           PARAM is JSON (a number, a string, true, false,
                                 null) or else text as it stands
   eval JAVASCRIPT               prints the value, or what its promise is settled
@@ -52,8 +63,8 @@ constexpr const char* allCommands =
   for before is handed over then. Words are quoted as in a shell, P is high,
   normal or background, lines that begin with # are comments. Results are
   labelled with the name of their subscription (s1, s2 ... or --as NAME),
-  invocation (i1, i2 ...) or command on drafts (d1, d2 ...). With --json each is
-  one object with these keys:
+  invocation or upload (i1, i2 ...) or command on drafts (d1, d2 ...). With
+  --json each is one object with these keys:
   {"command":"invoke","name":"i1","line":1,"data":{},"error":null}
 )";
 

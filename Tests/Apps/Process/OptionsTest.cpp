@@ -38,12 +38,15 @@ TEST(Options, HelpOfRunNamesEveryOptionAndExitCode) {
     const auto result = host.run({"run", "--help"});
     for (const char* part :
          {"zem run BUNDLE.js [--data DIR | --memory] [--keys DIR | --secret-service]",
-          "[--url BASE] [--offline] [--set NAME=TEXT] [--set NAME=@FILE.json]",
-          "[--trace FILE] [--json] [--commands FILE] [-- ARGS...]",
+          "[--url BASE] [--offline] [--timeout SECONDS]",
+          "[--set NAME=TEXT] [--set NAME=@FILE.json] [--trace FILE] [--json]",
+          "[--commands FILE] [-- ARGS...]",
           "--data DIR ",
           "./zem-data)",
           "--url BASE ",
           "--offline ",
+          "--timeout SECONDS ",
+          "(default: 600)",
           "--memory ",
           "--keys DIR ",
           "--secret-service ",

@@ -72,6 +72,17 @@ TEST(Network, ABaseThatIsNoneIsNamed) {
     }
 }
 
+TEST(Network, ATimeoutThatMakesNoSenseIsNamed) {
+    const Host host;
+    for (const char* seconds : {"0", "-1", "1e+300", "nan"}) {
+        const auto result = host.runScript("console.log('never')", {"--timeout", seconds});
+        EXPECT_EQ(result.errors, std::string("zem: --timeout ") + seconds +
+                                     ": expected more than 0 and at most 2073600 seconds\n");
+        EXPECT_EQ(result.output, "");
+        EXPECT_EQ(result.code, 2);
+    }
+}
+
 TEST(Network, OfflineEveryRequestFails) {
     LoopbackServer server(respondDone);
     const Host host;
