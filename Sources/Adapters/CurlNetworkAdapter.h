@@ -7,7 +7,9 @@
 #include <zem/TesselPluginZEM/NetworkAdapter/NetworkAdapter.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -34,6 +36,16 @@ struct HTTPAddress;
 /// `unspecified`. Its message holds no path, no query, no field and no credentials.
 class CurlNetworkAdapter final : public NetworkAdapter, public Fetcher {
   public:
+    /// How far an exchange has come: bytes of bodies as they travel, which may be compressed.
+    struct Progress {
+        std::string token = {}; ///< that of `sendRequest`; a token of its own for a fetch
+        std::uint64_t sent = 0;
+        std::uint64_t toSend = 0; ///< 0 if there is no body
+        std::uint64_t received = 0;
+        std::uint64_t toReceive = 0; ///< 0 while it is not known
+        bool isOver = false;
+    };
+
     struct Options {
         /// Where requests go that name no host: an http or https URL. Its path, if it has one,
         /// leads theirs: "https://x.example/v2" and "/records" make "https://x.example/v2/records".
@@ -48,6 +60,10 @@ class CurlNetworkAdapter final : public NetworkAdapter, public Fetcher {
         std::size_t mostResponseBytes = std::size_t{256} * 1024 * 1024;
         /// A PEM file of the authorities that are trusted; the system's when empty.
         std::filesystem::path certificateAuthorities = {};
+        /// Hears of every exchange that was started: often while bytes travel, and once with
+        /// `isOver`, before its callback. After a redirect it counts anew. Called on the transfer
+        /// thread; it returns soon and throws nothing. Without it nothing is counted.
+        std::function<void(const Progress&)> onProgress = {};
     };
 
     /// Throws std::invalid_argument, which says what was expected, for options that make no sense.

@@ -144,6 +144,12 @@ void Exchange::setTransfer(const CurlNetworkAdapter::Options& options) {
     set(handle, CURLOPT_ERRORBUFFER, errorText.data());
     set(handle, CURLOPT_WRITEFUNCTION, &Exchange::receive);
     set(handle, CURLOPT_WRITEDATA, this);
+    if (options.onProgress) {
+        onProgress = &options.onProgress;
+        set(handle, CURLOPT_NOPROGRESS, 0L);
+        set(handle, CURLOPT_XFERINFOFUNCTION, &Exchange::noteProgress);
+        set(handle, CURLOPT_XFERINFODATA, this);
+    }
     mostResponseBytes = options.mostResponseBytes;
     errorText.front() = '\0';
     received = 0;
@@ -202,6 +208,17 @@ void Exchange::setHeaders() {
         append(line);
     }
     set(easy.get(), CURLOPT_HTTPHEADER, lines.get());
+}
+
+int Exchange::noteProgress(void* exchange, curl_off_t toReceive, curl_off_t received,
+                           curl_off_t toSend, curl_off_t sent) {
+    Exchange& self = *static_cast<Exchange*>(exchange);
+    const auto count = [](curl_off_t bytes) {
+        return static_cast<std::uint64_t>(std::max<curl_off_t>(bytes, 0));
+    };
+    self.progress = {self.token, count(sent), count(toSend), count(received), count(toReceive)};
+    (*self.onProgress)(self.progress);
+    return 0;
 }
 
 std::size_t Exchange::receive(char* data, std::size_t size, std::size_t count, void* exchange) {
@@ -321,6 +338,8 @@ EasyHandle Exchange::stop() {
     set(handle, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr));
     set(handle, CURLOPT_ERRORBUFFER, static_cast<char*>(nullptr));
     set(handle, CURLOPT_WRITEDATA, static_cast<void*>(nullptr));
+    set(handle, CURLOPT_NOPROGRESS, 1L);
+    set(handle, CURLOPT_XFERINFODATA, static_cast<void*>(nullptr));
     set(handle, CURLOPT_PRIVATE, static_cast<void*>(nullptr));
     return std::move(easy);
 }
@@ -334,6 +353,11 @@ void Exchange::answer(Outcome outcome) {
             {networkErrorTypeTexts.at(static_cast<std::size_t>(outcome.error().type)).second});
     }
     platform::Mutex::assertNoneHeld("an exchange is answered");
+    if (onProgress != nullptr) {
+        progress.token = token; // also where no byte has travelled
+        progress.isOver = true;
+        (*onProgress)(progress);
+    }
     onOutcome(std::move(outcome));
 }
 

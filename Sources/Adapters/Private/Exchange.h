@@ -86,6 +86,8 @@ class Exchange {
     void setTransfer(const CurlNetworkAdapter::Options& options);
     bool hasBody() const;
 
+    static int noteProgress(void* exchange, curl_off_t toReceive, curl_off_t received,
+                            curl_off_t toSend, curl_off_t sent);
     static std::size_t receive(char* data, std::size_t size, std::size_t count, void* exchange);
     bool keep(std::string_view piece);
 
@@ -109,6 +111,9 @@ class Exchange {
     ReceivedBody body;
     std::string failure; ///< why `receive` ended the transfer
     platform::SignpostID signpost;
+    /// The options' observer, once the exchange has started; null where there is none.
+    const std::function<void(const CurlNetworkAdapter::Progress&)>* onProgress = nullptr;
+    CurlNetworkAdapter::Progress progress;
 };
 
 } // namespace zem
