@@ -38,6 +38,22 @@ void startTrace(const std::filesystem::path& file) {
     }
 }
 
+std::shared_ptr<ProgressBar> makeProgressBar(const Options& options,
+                                             std::shared_ptr<platform::RunLoop> runLoop) {
+    return options.json || !enableStatusLine()
+               ? nullptr
+               : std::make_shared<ProgressBar>(std::move(runLoop), setStatusLine);
+}
+
+Network::OnProgress progressTo(const std::shared_ptr<ProgressBar>& bar) {
+    if (bar == nullptr) {
+        return nullptr;
+    }
+    return [bar](const CurlNetworkAdapter::Progress& progress) {
+        bar->update(progress);
+    };
+}
+
 } // namespace
 
 Run::Run(Options given, std::shared_ptr<Ending> ending, std::shared_ptr<Interruption> interruption)
@@ -49,7 +65,8 @@ Run::Run(Options given, std::shared_ptr<Ending> ending, std::shared_ptr<Interrup
     , interruption(std::move(interruption))
     , thread("JavaScript")
     , scriptLoop(std::make_shared<ClosableRunLoop>(thread.runLoop()))
-    , network(Network::create(options)) {}
+    , progressBar(makeProgressBar(options, mainLoop))
+    , network(Network::create(options, progressTo(progressBar))) {}
 
 int Run::run() {
     std::exception_ptr failure;
@@ -265,6 +282,9 @@ void Run::standStill() {
 }
 
 void Run::finish() {
+    if (progressBar != nullptr) {
+        progressBar->end();
+    }
     interruption->setTaker(nullptr);
     const bool commandsEnded = commands == nullptr || commands->stop(stopLimit);
     if (runtime) {

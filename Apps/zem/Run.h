@@ -12,6 +12,7 @@
 #include "Process/OneShotEvent.h"
 #include "Process/Options.h"
 #include "Runtime/Network.h"
+#include "Runtime/ProgressBar.h"
 #include "Runtime/Runtime.h"
 #include <zem/Adapters/EncryptedBinaryStore.h>
 #include <zem/JavaScript/Context.h>
@@ -81,6 +82,8 @@ class Run {
     /// Set when the services wait for no JavaScript, or the JavaScript thread stands still.
     OneShotEvent runtimeQuiet;
 
+    /// Null if there is no terminal for it.
+    std::shared_ptr<ProgressBar> progressBar;
     std::shared_ptr<Network> network;
     std::shared_ptr<SQLiteStore> store;
     std::shared_ptr<EncryptedBinaryStore> binaryStore;

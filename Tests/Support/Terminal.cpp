@@ -118,6 +118,7 @@ bool Terminal::readMore() {
 }
 
 void Terminal::takeText(const std::string& piece) {
+    everything += piece;
     for (const char character : piece) {
         if (!control.empty()) {
             control += character;

@@ -29,6 +29,9 @@ class Terminal {
     /// Throws when it does not come.
     std::string waitFor(const std::string& text);
 
+    /// Everything that was written so far, and all that moves the cursor and clears.
+    const std::string& raw() const { return everything; }
+
     /// Returns the exit code when it has ended, or the negative number of the signal that ended it.
     int wait();
 
@@ -42,6 +45,7 @@ class Terminal {
     pid_t pid = -1;
     int terminal = -1;
     std::string written;
+    std::string everything;
     /// The beginning of what moves the cursor or clears.
     std::string control;
 };

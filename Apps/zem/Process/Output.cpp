@@ -3,9 +3,11 @@
 #include <zem/Platform/Mutex.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <memory>
 #include <poll.h>
 #include <string>
+#include <sys/ioctl.h>
 #include <unistd.h>
 #include <utility>
 
@@ -15,6 +17,45 @@ namespace {
 
 platform::Mutex printerMutex;
 std::shared_ptr<const LinePrinter> linePrinter;
+
+/// Set before there are other threads. Without a status line, lines need no lock.
+bool hasStatusLine = false;
+platform::Mutex statusMutex; // guards the next three, and the terminal
+std::string status;
+bool isSuspended = false;
+bool isDrawn = false;
+
+void writeWhole(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(descriptor, text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno == EAGAIN) {
+            // A terminal or a pipe that another process has made non-blocking.
+            pollfd ready{descriptor, POLLOUT, 0};
+            poll(&ready, 1, -1);
+        } else if (errno != EINTR) {
+            return; // there is no way left to report it
+        }
+    }
+}
+
+void eraseStatus() {
+    if (std::exchange(isDrawn, false)) {
+        writeWhole(STDERR_FILENO, "\r\x1b[K");
+    }
+}
+
+/// As much as fits in a row: a longer one could not be erased.
+void drawStatus() {
+    winsize size{};
+    const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    const std::size_t columns = isKnown ? size.ws_col : 80;
+    if (!isSuspended && !status.empty()) {
+        writeWhole(STDERR_FILENO, "\r" + status.substr(0, columns - 1) + "\x1b[K");
+        isDrawn = true;
+    }
+}
 
 void print(int descriptor, std::string_view text) {
     std::shared_ptr<const LinePrinter> printer;
@@ -35,19 +76,43 @@ void writeLine(int descriptor, std::string_view text) {
     std::string line;
     line.reserve(text.size() + 1);
     line.append(text).push_back('\n');
-    std::string_view rest = line;
-    while (!rest.empty()) {
-        const ssize_t written = write(descriptor, rest.data(), rest.size());
-        if (written >= 0) {
-            rest.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno == EAGAIN) {
-            // A terminal or a pipe that another process has made non-blocking.
-            pollfd ready{descriptor, POLLOUT, 0};
-            poll(&ready, 1, -1);
-        } else if (errno != EINTR) {
-            return; // there is no way left to report it
-        }
+    if (!hasStatusLine) {
+        writeWhole(descriptor, line);
+        return;
     }
+    const platform::Lock lock(statusMutex);
+    eraseStatus();
+    writeWhole(descriptor, line);
+    drawStatus();
+}
+
+bool enableStatusLine() {
+    const char* const type = std::getenv("TERM");
+    hasStatusLine = isatty(STDERR_FILENO) == 1 && type != nullptr && std::string_view(type) != "" &&
+                    std::string_view(type) != "dumb";
+    return hasStatusLine;
+}
+
+void setStatusLine(const std::string& text) {
+    const platform::Lock lock(statusMutex);
+    status = text;
+    if (text.empty()) {
+        eraseStatus();
+    } else {
+        drawStatus();
+    }
+}
+
+void suspendStatusLine() {
+    const platform::Lock lock(statusMutex);
+    isSuspended = true;
+    eraseStatus();
+}
+
+void resumeStatusLine() {
+    const platform::Lock lock(statusMutex);
+    isSuspended = false;
+    drawStatus();
 }
 
 void printLine(std::string_view text) {

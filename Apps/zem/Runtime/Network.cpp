@@ -18,10 +18,11 @@ constexpr const char* offline = "offline";
 /// Gives hosts without a scheme theirs. No name in this domain exists.
 constexpr const char* noBase = "https://no-base.invalid";
 
-CurlNetworkAdapter::Options adapterOptions(const Options& options) {
+CurlNetworkAdapter::Options adapterOptions(const Options& options, Network::OnProgress onProgress) {
     CurlNetworkAdapter::Options made;
     made.baseURL = options.url.value_or(noBase);
     made.totalTimeout = platform::Seconds(options.timeout);
+    made.onProgress = std::move(onProgress);
     return made;
 }
 
@@ -40,8 +41,9 @@ std::string refuse(const NetworkAdapter::OnError& onError, std::string message) 
 
 } // namespace
 
-std::shared_ptr<Network> Network::create(const Options& options) {
-    std::shared_ptr<Network> network(new Network(adapterOptions(options), options.url.has_value()));
+std::shared_ptr<Network> Network::create(const Options& options, OnProgress onProgress) {
+    std::shared_ptr<Network> network(
+        new Network(adapterOptions(options, std::move(onProgress)), options.url.has_value()));
     try {
         network->setOnline(true);
     } catch (const std::invalid_argument& error) {

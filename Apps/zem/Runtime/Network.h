@@ -9,6 +9,7 @@
 #include <zem/TesselPluginZEM/NetworkAdapter/NetworkAdapter.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -22,8 +23,11 @@ namespace zem::host {
 /// answered with an error, and a host without a scheme is reached by https.
 class Network final : public NetworkAdapter, public Fetcher {
   public:
-    /// Throws a Failure if the base URL or the timeout makes no sense.
-    static std::shared_ptr<Network> create(const Options& options);
+    using OnProgress = std::function<void(const CurlNetworkAdapter::Progress&)>;
+
+    /// Throws a Failure if the base URL or the timeout makes no sense. `onProgress` is as that of a
+    /// CurlNetworkAdapter, and may be empty.
+    static std::shared_ptr<Network> create(const Options& options, OnProgress onProgress);
 
     /// Closes all connections before it returns when it switches off; waits for no server. Answers
     /// of exchanges that it ends may come a moment later, on the adapter's thread. Throws

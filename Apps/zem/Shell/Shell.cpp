@@ -233,6 +233,7 @@ class Shell::Editor {
     bool beginEditing() {
         const platform::Lock lock(mutex);
         if (!stopped) {
+            suspendStatusLine();
             editing = true;
             abandoned = false;
         }
@@ -261,6 +262,7 @@ class Shell::Editor {
         if (stopped || (!isComplete && !abandoned)) {
             restoreTerminal();
         }
+        resumeStatusLine();
         return stopped ? End::stopped : abandoned ? End::abandoned : End::line;
     }
 
