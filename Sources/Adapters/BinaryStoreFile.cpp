@@ -115,6 +115,8 @@ Time BinaryStoreFile::expiryAfter(Time now, std::int64_t seconds) {
 BinaryStoreFile::BinaryStoreFile(const EncryptedBinaryStore::Options& options, Time now)
     : quota(options.quota)
     , connection(std::make_unique<SQLiteConnection>(connectionOptions(options))) {
+    // The store returns or logs the error itself. Logged here, too, it would be told twice.
+    connection->setFailureHandler([](const SQLiteFailure&) {});
     try {
         removeExpired(now);
     } catch (const SQLiteResult& failure) {

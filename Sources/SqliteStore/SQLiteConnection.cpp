@@ -263,9 +263,10 @@ void SQLiteConnection::execute(const char* sql) {
 }
 
 void SQLiteConnection::rollBack() noexcept {
+    static const SQLiteFailureHandler& silent = *new SQLiteFailureHandler([](const auto&) {});
     emitSQLiteStoreEvent("transaction rollback");
     try {
-        SQLiteStatement("ROLLBACK TRANSACTION", connection.get()).execute();
+        SQLiteStatement("ROLLBACK TRANSACTION", connection.get(), &silent).execute();
     } catch (const SQLiteResult&) {
         // The caller is to see what went wrong first.
     }
