@@ -18,7 +18,7 @@ namespace {
 platform::Mutex printerMutex;
 std::shared_ptr<const LinePrinter> linePrinter;
 
-/// Set before there are other threads. Without a status line, lines need no lock.
+/// Set before other threads write lines. Without a status line, lines need no lock.
 bool hasStatusLine = false;
 platform::Mutex statusMutex; // guards the next three, and the terminal
 std::string status;

@@ -16,8 +16,8 @@ void printErrorLine(std::string_view text);
 /// Writes a line to a descriptor, whole.
 void writeLine(int descriptor, std::string_view text);
 
-/// Has standard error's terminal show a status line from now on. Call it before there are other
-/// threads. False, and nothing else, if standard error is no terminal that can.
+/// Lets standard error's terminal show a status line. Call it before other threads write lines.
+/// False, and without effect, if standard error is no terminal that can.
 bool enableStatusLine();
 
 /// Shows a text below all lines, as far as it fits in one; an empty text removes it. Lines that are

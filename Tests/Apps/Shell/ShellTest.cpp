@@ -186,6 +186,13 @@ TEST_F(Shell, TabCompletesCommandsOptionsAndNames) {
     shell.type("\x15"
                "drafts merge a in\t");
     shell.waitFor("drafts merge a into ");
+    shell.type("\x15upl\tfile --ti\t");
+    shell.waitFor("upload file --title ");
+    shell.type("\x15"
+               "bin\tsa\t");
+    shell.waitFor("binary save ");
+    shell.type("\x15net\tof\t");
+    shell.waitFor("network off ");
     shell.type("\x15he\tdra\t");
     shell.waitFor("help drafts ");
     shell.type("\x15\x04");

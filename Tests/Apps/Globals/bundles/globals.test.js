@@ -1,7 +1,7 @@
 import { done, equal, throws } from './check.js';
 
 // As in browsers and in the language itself, none is listed; the plugins are.
-equal(Object.keys(globalThis), ['ZemSqliteStore', 'ZemDraftQueue']);
+equal(Object.keys(globalThis), ['ZemSqliteStore', 'ZemNetworkAdapter', 'ZemBinaryStorePlugin', 'ZemDraftQueue']);
 for (const name of ['console', 'setTimeout', 'clearTimeout', 'setInterval', 'clearInterval', 'queueMicrotask',
     'performance', 'TextEncoder', 'TextDecoder', 'crypto', 'structuredClone', 'atob', 'btoa', 'URL', 'URLSearchParams',
     'DOMException', 'host']) {
