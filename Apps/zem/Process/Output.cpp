@@ -87,9 +87,9 @@ void writeLine(int descriptor, std::string_view text) {
 }
 
 bool enableStatusLine() {
-    const char* const type = std::getenv("TERM");
-    hasStatusLine = isatty(STDERR_FILENO) == 1 && type != nullptr && std::string_view(type) != "" &&
-                    std::string_view(type) != "dumb";
+    const char* const given = std::getenv("TERM");
+    const std::string_view type = given == nullptr ? "" : given;
+    hasStatusLine = isatty(STDERR_FILENO) == 1 && !type.empty() && type != "dumb";
     return hasStatusLine;
 }
 
