@@ -19,7 +19,7 @@ using test::Event;
 using test::LoopbackServer;
 using Progress = CurlNetworkAdapter::Progress;
 
-/// What the observer has heard, by token.
+/// The observer's reports by token.
 class Heard {
   public:
     void note(const Progress& progress) {

@@ -15,8 +15,8 @@ std::string readFile(const std::string& name);
 platform::Bytes readBytes(const std::string& name);
 
 /// Writes the whole file, or leaves what was there: the bytes go into a new file beside it, which
-/// then takes its place. What is no plain file (a device, a pipe) is written to as it stands.
-/// Throws a Failure with its name and the reason if it cannot be written.
+/// then takes its place. A device or a pipe is written to as it stands. Throws a Failure with its
+/// name and the reason if it cannot be written.
 void writeFile(const std::string& name, platform::BytesView bytes);
 
 /// "line:column" of a byte's place, both from 1, columns in characters.

@@ -25,7 +25,7 @@ struct Options {
     /// The folder that keeps the keys as files. Absent: the Secret Service keeps them.
     std::optional<std::filesystem::path> keys;
     std::vector<Setting> settings;
-    /// The URL of the server that requests go to which name no host.
+    /// The URL of the server of requests that name no host.
     std::optional<std::string> url;
     bool offline = false;
     /// The most seconds that a request may take.
