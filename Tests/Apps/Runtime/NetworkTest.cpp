@@ -86,13 +86,14 @@ TEST(Network, ATimeoutThatMakesNoSenseIsNamed) {
 TEST(Network, OfflineEveryRequestFails) {
     LoopbackServer server(respondDone);
     const Host host;
-    expectOutput(host.runScript(script("send('/a'); send('/b', { host: '" + server.url() +
-                                       "' });"
-                                       "ZemBinaryStorePlugin.cacheBinary('" +
-                                       server.url() +
-                                       "/c', 10, console.log, (why) => console.log('/c', why))"),
-                                {"--url", server.url(), "--offline"}),
-                 "/c offline\n/a unspecified offline\n/b unspecified offline\n");
+    const Host::Words words{"--url", server.url(), "--offline"};
+    expectOutput(
+        host.runScript(script("send('/a'); send('/b', { host: '" + server.url() + "' })"), words),
+        "/a unspecified offline\n/b unspecified offline\n");
+    expectOutput(host.runScript("ZemBinaryStorePlugin.cacheBinary('" + server.url() +
+                                    "/c', 10, console.log, (why) => console.log('/c', why))",
+                                words),
+                 "/c offline\n");
     EXPECT_THAT(server.lines(), ElementsAre());
 }
 
