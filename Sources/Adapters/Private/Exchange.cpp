@@ -155,10 +155,19 @@ void Exchange::setTransfer(const CurlNetworkAdapter::Options& options) {
     received = 0;
 }
 
-/// Some methods have one always, of length 0 if need be: servers ask for a length there.
+/// Some methods have one always, of length 0 if need be: servers ask for a length there. HEAD has
+/// none.
 bool Exchange::hasBody() const {
-    return !bodyOf(request).empty() || request.method == HTTPMethod::POST ||
-           request.method == HTTPMethod::PUT || request.method == HTTPMethod::PATCH;
+    switch (request.method) {
+    case HTTPMethod::HEAD:
+        return false;
+    case HTTPMethod::POST:
+    case HTTPMethod::PUT:
+    case HTTPMethod::PATCH:
+        return true;
+    default:
+        return !bodyOf(request).empty();
+    }
 }
 
 void Exchange::setRequest() {
@@ -191,10 +200,13 @@ void Exchange::setHeaders() {
         return std::ranges::any_of(
             headers, [&](const auto& field) { return isSameField(field.first, name); });
     };
-    // libcurl's own: a type that nobody gave, and a second's wait for servers that do not know it.
-    for (const std::string name : {"Content-Type", "Expect"}) {
-        if (!isGiven(name)) {
-            append(name + ":");
+    // libcurl's own, where there is a body: a type that nobody gave, and a second's wait for
+    // servers that do not know it.
+    if (hasBody()) {
+        for (const std::string name : {"Content-Type", "Expect"}) {
+            if (!isGiven(name)) {
+                append(name + ":");
+            }
         }
     }
     for (const auto& [name, value] : headers) {
