@@ -209,8 +209,8 @@ void Run::startEngine(js::Scope& scope) {
     Globals::Run calls;
     calls.json = options.json;
     calls.arguments = options.arguments;
-    calls.startTimer = [this](Timers::Id id, double milliseconds) {
-        timers->start(id, Milliseconds(milliseconds));
+    calls.startTimer = [this](Timers::Id id, double milliseconds, bool holdsRun) {
+        timers->start(id, Milliseconds(milliseconds), holdsRun);
     };
     calls.stopTimer = [this](Timers::Id id) {
         timers->stop(id);

@@ -103,14 +103,18 @@ Globals::Globals(js::Scope& scope, Run given) {
         expectDone(scope.setAt(arguments, index++, scope.string(argument)));
     }
     natives.value("arguments", arguments);
+    if (run->baseURL) {
+        natives.value("baseURL", scope.string(*run->baseURL));
+    }
     natives.value("timeOrigin", scope.number(millisecondsSince1970() - run->now()));
     natives.function("now", 0,
                      [run](js::Scope& inner, js::Arguments) { return inner.number(run->now()); });
     natives.function("write", 2, [](js::Scope& inner, js::Arguments values) {
         (inner.toBoolean(values[0]) ? printErrorLine : printLine)(inner.toText(values[1]));
     });
-    natives.function("startTimer", 2, [run](js::Scope& inner, js::Arguments values) {
-        run->startTimer(toId(inner, values[0]), inner.toNumber(values[1]));
+    natives.function("startTimer", 3, [run](js::Scope& inner, js::Arguments values) {
+        run->startTimer(toId(inner, values[0]), inner.toNumber(values[1]),
+                        inner.toBoolean(values[2]));
     });
     natives.function("stopTimer", 1, [run](js::Scope& inner, js::Arguments values) {
         run->stopTimer(toId(inner, values[0]));

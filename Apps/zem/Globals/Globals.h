@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,7 +22,10 @@ class Globals {
     struct Run {
         bool json = false;
         std::vector<std::string> arguments;
-        std::function<void(std::uint64_t id, double milliseconds)> startTimer;
+        /// The base of relative URLs, absent if there is none.
+        std::optional<std::string> baseURL;
+        /// `holdsRun`: the run does not end by itself before the timer has fired.
+        std::function<void(std::uint64_t id, double milliseconds, bool holdsRun)> startTimer;
         std::function<void(std::uint64_t id)> stopTimer;
         /// Between `hold` and its `release` the run does not end by itself.
         std::function<void()> hold;
@@ -47,7 +51,8 @@ class Globals {
     /// Calls the callback of setTimeout or setInterval.
     js::Result<js::Local> fireTimer(js::Scope& scope, std::uint64_t id) const;
 
-    /// Begins to watch `globalThis.runtime`. Call it before the bundle runs.
+    /// Takes the plugins that `fetch` uses, and begins to watch `globalThis.runtime`. Call it when
+    /// the plugins are there, before the bundle runs.
     void watchRuntime(js::Scope& scope) const;
     /// Reads `globalThis.runtime` again, in case the bundle has replaced the watched property.
     void lookAtRuntime(js::Scope& scope) const;

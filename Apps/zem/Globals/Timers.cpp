@@ -11,27 +11,31 @@ Timers::Timers(std::shared_ptr<platform::RunLoop> runLoop,
     , activity(std::move(activity))
     , fire(std::move(fire)) {}
 
-void Timers::start(Id id, platform::Seconds delay) {
+void Timers::start(Id id, platform::Seconds delay, bool holdsRun) {
     const auto time =
         runLoop->now() + std::chrono::duration_cast<platform::RunLoop::TimePoint::duration>(delay);
     const Due due{time, ++started};
     waiting.emplace(due, id);
-    dueTimes.emplace(id, due);
+    timers.emplace(id, Started{due, holdsRun});
+    holding += holdsRun ? 1 : 0;
     if (waiting.begin()->first == due) {
         arm();
+    } else {
+        hold();
     }
 }
 
 void Timers::stop(Id id) {
-    const auto found = dueTimes.find(id);
-    if (found == dueTimes.end()) {
+    const auto found = timers.find(id);
+    if (found == timers.end()) {
         return;
     }
-    const bool wasFirst = waiting.begin()->first == found->second;
-    waiting.erase(found->second);
-    dueTimes.erase(found);
+    const bool wasFirst = waiting.begin()->first == found->second.due;
+    remove(id);
     if (wasFirst) {
         arm();
+    } else {
+        hold();
     }
 }
 
@@ -42,21 +46,32 @@ void Timers::fireDue() {
     const Due last{runLoop->now(), started};
     while (!waiting.empty() && waiting.begin()->first <= last) {
         const Id id = waiting.begin()->second;
-        waiting.erase(waiting.begin());
-        dueTimes.erase(id);
+        remove(id);
         fire(id);
     }
     arm();
 }
 
+void Timers::remove(Id id) {
+    const auto found = timers.find(id);
+    holding -= found->second.holdsRun ? 1 : 0;
+    waiting.erase(found->second.due);
+    timers.erase(found);
+}
+
+void Timers::hold() {
+    if (holding == 0) {
+        token.reset();
+    } else if (token == nullptr) {
+        token = std::make_unique<tessel::ActivityToken>(activity);
+    }
+}
+
 void Timers::arm() {
+    hold();
     if (waiting.empty()) {
         alarm.reset();
-        token.reset();
         return;
-    }
-    if (token == nullptr) {
-        token = std::make_unique<tessel::ActivityToken>(activity);
     }
     const platform::Seconds delay = waiting.begin()->first.first - runLoop->now();
     alarm = runLoop->scheduleTimer(std::max(delay, platform::Seconds::zero()), false,

@@ -3,7 +3,10 @@
 //
 //   json                   whether console lines are written as JSON
 //   write(isError, text)   writes a line to standard error or standard output
-//   startTimer(id, delay)  has fireTimer(id) called once, after so many milliseconds
+//   baseURL                what relative URLs are relative to; undefined if there is none
+//   startTimer(id, delay, holdsRun)
+//                          has fireTimer(id) called once, after so many milliseconds; whether the run
+//                          waits for it
 //   stopTimer(id)          takes that back
 //   hold(), release()      keep the run from ending in between
 //   now()                  milliseconds since the run began, with fractions
@@ -27,10 +30,22 @@ import 'core-js/stable/url';
 import 'core-js/stable/url-search-params';
 import { TextDecoder, TextEncoder } from '@exodus/bytes/encoding-lite.js';
 
+import { FormData } from 'formdata-polyfill/esm.min.js';
+
+import { AbortController, AbortSignal, setAlarm } from './abort.js';
+import { Blob } from './blob.js';
 import { makeCrypto } from './crypto.js';
 import { define } from './define.js';
 import { describeUncaught, teachErrors } from './errors.js';
+import { CustomEvent, Event, EventTarget, MessageEvent } from './events.js';
+import { connect, fetch } from './fetch.js';
+import { File } from './file.js';
+import { Headers } from './headers.js';
 import { makeHost, makeQueueMicrotask } from './host.js';
+import { MessageChannel, MessagePort, setLater } from './messages.js';
+import { setNative } from './native.js';
+import { Request } from './request.js';
+import { Response } from './response.js';
 import { makeShowResult } from './results.js';
 import { makeRuntimeWatch } from './runtime.js';
 import { makeTimers } from './timers.js';
@@ -46,10 +61,15 @@ function addGlobal(name, value) {
 }
 
 /// Defines the globals. Returns what the host calls: addGlobal(name, value), fireTimer(id),
-/// watchRuntime() before the bundle runs and lookAtRuntime() after, showResult(failed, value, done), and
-/// describeUncaught(value, wasRejection), the report on a value that nobody caught.
+/// watchRuntime() when the plugins are there, before the bundle runs, and lookAtRuntime() after,
+/// showResult(failed, value, done), and describeUncaught(value, wasRejection), the report on a value that
+/// nobody caught.
 export function install(native) {
-    const { fireTimer, ...timers } = makeTimers(native);
+    setNative(native);
+    const { fireTimer, startAlarm, ...timers } = makeTimers(native);
+    setAlarm(startAlarm);
+    setLater((task) => timers.setTimeout(task));
+    const { watchRuntime, lookAtRuntime } = makeRuntimeWatch(native, inspect);
     define(globalThis, {
         ...timers,
         queueMicrotask: makeQueueMicrotask(native),
@@ -63,6 +83,21 @@ export function install(native) {
         btoa: globalThis.btoa,
         URL: globalThis.URL,
         URLSearchParams: globalThis.URLSearchParams,
+        AbortController,
+        AbortSignal,
+        Blob,
+        CustomEvent,
+        Event,
+        EventTarget,
+        File,
+        FormData,
+        Headers,
+        MessageChannel,
+        MessageEvent,
+        MessagePort,
+        Request,
+        Response,
+        fetch,
         host: makeHost(native),
     });
     replaceConsole(native);
@@ -73,7 +108,11 @@ export function install(native) {
     return {
         addGlobal,
         fireTimer,
-        ...makeRuntimeWatch(native, inspect),
+        watchRuntime() {
+            connect(globalThis.ZemNetworkAdapter, globalThis.ZemBinaryStorePlugin);
+            watchRuntime();
+        },
+        lookAtRuntime,
         showResult: makeShowResult(inspect),
         describeUncaught: (value, wasRejection) => describeUncaught(inspect, value, wasRejection),
     };

@@ -34,6 +34,39 @@ export function throws(action, name, message) {
     return thrown;
 }
 
+/// The error that a promise is rejected with, which has this name and message.
+export async function rejects(promise, name, message) {
+    let thrown;
+    try {
+        await promise;
+    } catch (error) {
+        thrown = error;
+    }
+    equal(thrown && [thrown.name, thrown.message], [name, message]);
+    return thrown;
+}
+
+/// Returns in a later turn, after those that were asked for before.
+export function turn() {
+    return new Promise((resolve) => {
+        setTimeout(resolve);
+    });
+}
+
+/// Classes look like the engine's own: these are their names, and the numbers of arguments they need.
+export function classes(lengths) {
+    for (const [name, length] of Object.entries(lengths)) {
+        const made = globalThis[name];
+        equal([typeof made, made.name, made.length], ['function', name, length]);
+        equal(Object.prototype.toString.call(made.prototype), `[object ${name}]`);
+        const tag = Object.getOwnPropertyDescriptor(made.prototype, Symbol.toStringTag);
+        equal([tag.configurable, tag.enumerable], [true, false]);
+        const { writable, configurable, enumerable } = Object.getOwnPropertyDescriptor(globalThis, name);
+        equal([writable, configurable, enumerable], [true, true, false]);
+        throws(() => made(), 'TypeError', 'Cannot call a class constructor without |new|');
+    }
+}
+
 export function done() {
     console.log(`${count} checks`);
 }

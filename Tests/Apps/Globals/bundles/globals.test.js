@@ -4,12 +4,12 @@ import { done, equal, throws } from './check.js';
 equal(Object.keys(globalThis), ['ZemSqliteStore', 'ZemNetworkAdapter', 'ZemBinaryStorePlugin', 'ZemDraftQueue']);
 for (const name of ['console', 'setTimeout', 'clearTimeout', 'setInterval', 'clearInterval', 'queueMicrotask',
     'performance', 'TextEncoder', 'TextDecoder', 'crypto', 'structuredClone', 'atob', 'btoa', 'URL', 'URLSearchParams',
-    'DOMException', 'host']) {
+    'DOMException', 'fetch', 'host']) {
     const { writable, configurable, enumerable } = Object.getOwnPropertyDescriptor(globalThis, name);
     equal([name, writable, configurable, enumerable], [name, true, true, false]);
 }
 for (const name of ['setTimeout', 'clearTimeout', 'setInterval', 'clearInterval', 'queueMicrotask', 'TextEncoder',
-    'TextDecoder', 'structuredClone', 'atob', 'btoa', 'URL', 'URLSearchParams', 'DOMException']) {
+    'TextDecoder', 'structuredClone', 'atob', 'btoa', 'URL', 'URLSearchParams', 'DOMException', 'fetch']) {
     equal([typeof globalThis[name], globalThis[name].name], ['function', name]);
 }
 for (const name of ['log', 'info', 'warn', 'error', 'debug']) equal([typeof console[name], console[name].name], ['function', name]);
