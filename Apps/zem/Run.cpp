@@ -209,6 +209,7 @@ void Run::startEngine(js::Scope& scope) {
     Globals::Run calls;
     calls.json = options.json;
     calls.arguments = options.arguments;
+    calls.baseURL = options.url;
     calls.startTimer = [this](Timers::Id id, double milliseconds, bool holdsRun) {
         timers->start(id, Milliseconds(milliseconds), holdsRun);
     };
