@@ -109,6 +109,42 @@ TEST(Console, TellsElapsedTime) {
     EXPECT_EQ(lines, 2U);
 }
 
+TEST(Console, ShowsWhatTheClassesOfTheWebHold) {
+    const Host host;
+    const auto result = host.runScript(R"(
+        class Own extends EventTarget {
+            mine = 1;
+            get never() { throw new Error('a getter of a bundle') }
+        }
+        console.log(new Headers({ B: '1', a: '2' }), new Own());
+        console.log(new Blob(['x'], { type: 'a/b' }), new File([], 'n', { lastModified: 1 }));
+        console.log(new Response('x', { status: 201 }));
+        console.log(AbortSignal.abort('why'), [[[[[new Headers()]]]]]);
+    )");
+    EXPECT_EQ(result.output,
+              "Headers { a: '2', b: '1' } Own { mine: 1 }\n"
+              "Blob { size: 1, type: 'a/b' } "
+              "File { name: 'n', lastModified: 1, size: 0, type: '' }\n"
+              "Response {\n"
+              "  type: 'default',\n"
+              "  url: '',\n"
+              "  redirected: false,\n"
+              "  status: 201,\n"
+              "  ok: true,\n"
+              "  statusText: '',\n"
+              "  headers: Headers { 'content-type': 'text/plain;charset=UTF-8' },\n"
+              "  body: null,\n"
+              "  bodyUsed: false\n"
+              "}\n"
+              "AbortSignal { aborted: true, reason: 'why', onabort: null } [\n"
+                             "  [\n"
+                             "    [ [ [ [Headers] ] ] ]\n"
+                             "  ]\n"
+                             "]\n");
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.code, 0);
+}
+
 TEST(Console, WritesOneJSONObjectALineWhenAsked) {
     const Host host;
     const auto result = host.runScript(R"(

@@ -1,3 +1,25 @@
+const customInspection = Symbol.for('nodejs.util.inspect.custom');
+
+/// What the getters give; a bundle's own are not run.
+function membersOf(object) {
+    const members = {};
+    for (let holder = object; holder !== null; holder = Object.getPrototypeOf(holder)) {
+        if (!Object.hasOwn(holder, customInspection)) continue;
+        for (const [name, { get }] of Object.entries(Object.getOwnPropertyDescriptors(holder))) {
+            if (get !== undefined) members[name] ??= object[name];
+        }
+    }
+    return members;
+}
+
+/// What the console shows of an object: its class, its members, and what a bundle has put on it.
+function describe(depth, options, inspect) {
+    const { name } = this.constructor;
+    if (depth < 0) return `[${name}]`;
+    const members = this.entries === undefined ? membersOf(this) : Object.fromEntries(this);
+    return `${name} ${inspect({ ...members, ...this }, { ...options, depth })}`;
+}
+
 /// Gives a class the looks of the web platform's own: its members are enumerable, and its instances
 /// bear its name as their tag. `constants` are found on the class and on its instances.
 export function webClass(made, name, constants = {}) {
@@ -15,6 +37,9 @@ export function webClass(made, name, constants = {}) {
     if (!Object.hasOwn(made.prototype, Symbol.toStringTag)) {
         Object.defineProperty(made.prototype, Symbol.toStringTag, { value: name, configurable: true });
     }
+    Object.defineProperty(made.prototype, customInspection, {
+        value: describe, writable: true, configurable: true, enumerable: false,
+    });
     return made;
 }
 
