@@ -90,7 +90,10 @@ Globals:
   console (warn and error go to standard error), setTimeout, clearTimeout,
   setInterval, clearInterval, queueMicrotask, performance.now, TextEncoder,
   TextDecoder, crypto.getRandomValues, crypto.randomUUID, structuredClone, atob,
-  btoa, URL, URLSearchParams, DOMException, host.args, host.exit(code)
+  btoa, URL, URLSearchParams, DOMException, AbortController, AbortSignal, Event,
+  CustomEvent, EventTarget, MessageChannel, MessagePort, MessageEvent, Headers,
+  Request, Response, Blob, File, FormData, fetch (over ZemNetworkAdapter),
+  host.args, host.exit(code)
 )";
 
 constexpr const char* exitCodesHelp = R"(

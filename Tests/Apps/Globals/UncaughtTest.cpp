@@ -53,6 +53,30 @@ TEST(Uncaught, ExceptionsInMicrotasks) {
                    "    at micro (bundle.js:1:50)\n");
 }
 
+TEST(Uncaught, ExceptionsInEventListeners) {
+    expectUncaught("const target = new EventTarget();\n"
+                   "target.addEventListener('go', function heard() { throw new Error('l') });\n"
+                   "target.addEventListener('go', () => console.log('never'));\n"
+                   "target.dispatchEvent(new Event('go'));\n"
+                   "console.log('never');\n",
+                   "bundle.js:2:65: Uncaught Error: l\n"
+                   "    at heard (bundle.js:2:65)\n"
+                   "    at global code (bundle.js:4:21)\n");
+    expectUncaught(
+        "const controller = new AbortController();\n"
+        "controller.signal.onabort = { handleEvent() {} };\n"
+        "controller.signal.addEventListener('abort', {});\n"
+        "controller.abort();\n",
+        "bundle.js:4:17: Uncaught TypeError: callback.handleEvent is not a function. (In "
+        "'callback.handleEvent(event)', 'callback.handleEvent' is undefined)\n"
+        "    at global code (bundle.js:4:17)\n");
+    expectUncaught("const { port1, port2 } = new MessageChannel();\n"
+                   "port1.onmessage = () => { throw 'text' };\n"
+                   "port2.postMessage(1);\n"
+                   "port2.postMessage(2);\n",
+                   "Uncaught 'text'\n");
+}
+
 TEST(Uncaught, Rejections) {
     expectUncaught("async function f() {\n"
                    "    await null;\n"
