@@ -250,6 +250,29 @@ TEST(Fetch, SendsFilesAsAMultipartForm) {
                   line + "--");
 }
 
+TEST(Fetch, LeavesNoFileOfAFormBehind) {
+    LoopbackServer server(respondDone);
+    const test::RefusingPort refusing;
+    for (const std::string& url : {server.url(), refusing.url()}) {
+        const Host host;
+        const auto result = host.runCommands(R"(
+            globalThis.upload = async () => {
+                const form = new FormData();
+                form.append('f', new Blob(['x']));
+                try {
+                    return (await fetch('/', { method: 'POST', body: form })).status;
+                } catch {
+                    return 'failed';
+                }
+            };
+        )",
+                                             "eval upload()\nwait\nbinary list\n", {"--url", url});
+        const bool isSent = url == server.url();
+        expectOutput(result, std::string("eval: ") + (isSent ? "200" : "'failed'") +
+                                 "\nbinary list: no binaries\n");
+    }
+}
+
 /// Leaves "/hang" without an answer; answers "/asked" when that has been asked for.
 class HangingServer {
   public:
@@ -351,13 +374,13 @@ TEST(Fetch, RefusesBytesThatAreNoTextAndNamesTheWayToThem) {
     LoopbackServer server([](const auto&, LoopbackServer::Connection& connection) {
         connection.respond(200, "Content-Type: image/x\r\n", "\xFF\x01");
     });
-    expectOutput(run("show(fetch('" + server.url() +
-                     "'));"
-                     "ZemBinaryStorePlugin.cacheBinary('" +
-                     server.url() +
-                     "', 60, (handle) => console.log(typeof handle), console.error);"),
-                 "string\nTypeError fetch failed: the response body is not valid UTF-8 text; the "
-                 "binary store's cacheBinary keeps its bytes unspecified\n");
+    expectOutput(run("const cache = () => ZemBinaryStorePlugin.cacheBinary(new URL('/', "
+                     "host.args[0]).href, 60, (handle) => console.log(typeof handle), "
+                     "console.error);"
+                     "show(fetch(host.args[0])).then(cache)",
+                     {"--", server.url()}),
+                 "TypeError fetch failed: the response body is not valid UTF-8 text; the binary "
+                 "store's cacheBinary keeps its bytes unspecified\nstring\n");
 }
 
 TEST(Fetch, IsNotMisledByWhatABundleDoesToThePlugins) {

@@ -77,6 +77,20 @@ TEST(Uncaught, ExceptionsInEventListeners) {
                    "Uncaught 'text'\n");
 }
 
+TEST(Uncaught, InAShellTheOtherListenersAreCalled) {
+    const Host host;
+    host.write("bundle.js", "const target = new EventTarget();\n"
+                            "target.addEventListener('go', () => { throw 'first' });\n"
+                            "target.addEventListener('go', () => console.log('second'));\n"
+                            "console.log(target.dispatchEvent(new Event('go')));\n");
+    auto process = host.startWithInput({"shell", "bundle.js", "--memory"});
+    process.closeInput();
+    const auto result = process.wait();
+    EXPECT_EQ(result.output, "second\ntrue\n");
+    EXPECT_EQ(result.errors, "Uncaught 'first'\n");
+    EXPECT_EQ(result.code, 0);
+}
+
 TEST(Uncaught, Rejections) {
     expectUncaught("async function f() {\n"
                    "    await null;\n"

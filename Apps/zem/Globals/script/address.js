@@ -21,17 +21,12 @@ function isAbsolute(text) {
 /// this is how the network adapter reads a path.
 export function resolve(text, place) {
     const given = text.trim();
+    const base = isAbsolute(given) ? '' : baseOf(place);
     let url;
     try {
-        if (isAbsolute(given)) {
-            url = new URL(given);
-        } else {
-            const base = baseOf(place);
-            url = given.startsWith('//') ? new URL(given, base) : new URL(base + given.replace(/^\//, ''));
-        }
-    } catch (error) {
-        if (error.message.includes('--url')) throw error;
-        throw new TypeError(`${place}: the URL is not valid`, { cause: error });
+        url = given.startsWith('//') ? new URL(given, base) : new URL(base + given.replace(/^\//, ''));
+    } catch (cause) {
+        throw new TypeError(`${place}: the URL is not valid`, { cause });
     }
     if (url.username !== '' || url.password !== '') throw new TypeError(`${place}: the URL holds credentials`);
     return url;

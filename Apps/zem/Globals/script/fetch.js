@@ -1,12 +1,12 @@
 import { whenAborted } from './abort.js';
 import { addressOf } from './address.js';
 import { bytesOfBlob } from './blob.js';
-import { copyContent, takeContent, textOf } from './body.js';
+import { takeContent, textOf } from './body.js';
 import { priorityOf, Request } from './request.js';
 import { responseOf } from './response.js';
 import { needArguments } from './web-class.js';
 
-const priorities = { high: 'high', low: 'background' };
+const priorities = new Map([['high', 'high'], ['low', 'background']]);
 
 // The plugins as they were before the bundle ran; it may lay hands on them. Undefined if there is none.
 let network;
@@ -113,9 +113,10 @@ function headersOf(request) {
 }
 
 function start(request, send) {
-    const content = copyContent(request);
+    const content = takeContent(request);
     const message = { method: request.method, headers: headersOf(request), ...addressOf(request.url, 'fetch') };
-    if (Object.hasOwn(priorities, priorityOf(request))) message.priority = priorities[priorityOf(request)];
+    const priority = priorities.get(priorityOf(request));
+    if (priority !== undefined) message.priority = priority;
     if (content?.form !== undefined) return sendForm(message, content.form, send);
     if (content !== null) message.body = bodyText(request.method, content);
     return send(message);
@@ -146,7 +147,6 @@ export function fetch(input) {
         const token = start(request, (message) => network.sendRequest(message,
             (response) => settle(resolve, responseOf(response, withoutFragment)),
             (error) => settle(reject, failure(error))));
-        takeContent(request);
         forget = whenAborted(signal, () => {
             network.cancelRequest(token);
             reject(signal.reason);
