@@ -76,6 +76,8 @@ async function requests() {
         ['/a', { headers: { A: '1', b: '2' } }, { path: '/a', headers: { a: '1', b: '2' } }],
         ['/a', { method: 'PATCH', body: 'x' },
             { path: '/a', method: 'PATCH', body: 'x', headers: { 'content-type': 'text/plain;charset=UTF-8' } }],
+        ['/a', { method: 'PUT', body: new Uint8Array([0xef, 0xbb, 0xbf, 0x61]) },
+            { path: '/a', method: 'PUT', body: '\ufeffa' }],
         ['/a', { method: 'POST', body: '', headers: { 'content-type': 'a/b' } },
             { path: '/a', method: 'POST', body: '', headers: { 'content-type': 'a/b' } }],
     ]) {
