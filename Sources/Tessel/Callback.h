@@ -63,6 +63,8 @@ class Callback {
             throw std::bad_function_call();
         }
         const zem::js::Context context = function.context();
+        // Outlives the promise jobs, which run when the engine is left and may begin other work.
+        const std::shared_ptr<ActivityToken> working = token;
         try {
             context.perform([&](zem::js::Scope& scope) {
                 const zem::js::Sequence sequence(scope);

@@ -398,6 +398,15 @@ TEST(Fetch, IsNotMisledByWhatABundleDoesToThePlugins) {
     EXPECT_EQ(server.requests().at(0).body, "a");
 }
 
+TEST(Fetch, AResponseMayBeginTheNextRequest) {
+    LoopbackServer server(respondDone);
+    expectOutput(
+        run("(async () => { for (let i = 0; i < 5; i += 1) await show(fetch('/' + i)) })()",
+            {"--url", server.url()}),
+        "200 done\n200 done\n200 done\n200 done\n200 done\n");
+    EXPECT_THAT(server.lines(), ElementsAre("GET /0", "GET /1", "GET /2", "GET /3", "GET /4"));
+}
+
 TEST(Fetch, AnsweredRequestsEndTheRun) {
     LoopbackServer server(respondDone);
     std::string expected;
