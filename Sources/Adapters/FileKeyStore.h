@@ -13,7 +13,7 @@
 
 namespace zem {
 
-/// What was expected of which path, and what was found. Never holds a secret.
+/// Its text names the path, the expected and the found. It never holds a secret.
 class FileKeyStoreError final : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
@@ -31,8 +31,8 @@ class FileKeyStore final : public KeyStoring {
     static std::expected<std::shared_ptr<FileKeyStore>, std::string>
     create(const std::filesystem::path& folder);
 
-    /// Nothing only when there is no file: throws FileKeyStoreError when there is one that cannot
-    /// be read or may not be trusted, so that no new key is made for a database whose own key is
+    /// Absent only if there is no file: throws FileKeyStoreError when there is one that cannot be
+    /// read or may not be trusted, so that no new key is made for a database whose own key is
     /// out of reach.
     std::optional<platform::SecretBytes> storedItem(const std::string& label) override;
 

@@ -82,7 +82,7 @@ void AdapterInvokeOperation::start() {
         return;
     }
     setState(State::executing);
-    // What the block captured is let go when it has run, not when the operation is.
+    // The block's captures are destroyed when it has run, not with the operation.
     if (platform::Task block = std::exchange(workBlock, nullptr)) {
         block();
     }

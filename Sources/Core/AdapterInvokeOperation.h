@@ -25,8 +25,8 @@ class AdapterInvokeOperation final : public platform::Operation {
 
     static std::shared_ptr<AdapterInvokeOperation> create(AdapterRequestPriority priority);
 
-    /// What to run when it starts: once, on the thread that starts it, which is its lane's or else
-    /// the queue's. Destroyed when it has run. Set before it is added to a queue.
+    /// Sets the block that its start runs: once, on the thread that starts it, which is its lane's
+    /// or else the queue's. Destroyed when it has run. Set before it is added to a queue.
     void setWorkBlock(platform::Task block);
 
     /// Withdraws the request: if it has not begun executing, it never runs its work block and

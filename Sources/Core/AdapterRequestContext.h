@@ -1,7 +1,8 @@
 #pragma once
 
-// What a call into an adapter may carry: how to use its cache, how urgent it is, and which trace it
-// belongs to. This layer only carries the policies; what they mean is the adapters' business.
+// The context that a call into an adapter may carry: how to use its cache, how urgent it is, and
+// which trace it belongs to. This layer only carries the policies; what they mean is the adapters'
+// business.
 
 #include <zem/Tessel/Coding.h>
 

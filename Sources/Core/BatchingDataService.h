@@ -15,7 +15,7 @@ namespace zem {
 
 class SubscriptionList;
 
-/// Nothing is called back while it batches: results come after `takeState`, from the service that
+/// No callback is called while it batches: results come after `takeState`, from the service that
 /// is made of the state. Of a TTL that is set more than once, only the last request counts; the
 /// completions of those before are dropped without being called. Thread-safe.
 class BatchingDataService final : public DataServiceProtocolDeprecated,
@@ -50,7 +50,7 @@ class BatchingDataService final : public DataServiceProtocolDeprecated,
     void createContentVersion(CreateContentVersionConfig config, std::optional<Metadata> metadata,
                               ResultCallback callback) override;
 
-    /// What was recorded since the last time. Requests that come later stay recorded here.
+    /// The requests recorded since the last time. Requests that come later stay recorded here.
     [[nodiscard]] DataServiceState takeState() override;
 
     /// The last values asked for; a hand-over does not clear them.

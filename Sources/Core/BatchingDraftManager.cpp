@@ -6,8 +6,8 @@
 
 namespace zem {
 
-// What a request takes the place of is dropped when the lock has been given back: it runs the
-// application's code. So it is swapped with what came, never assigned.
+// A replaced request is destroyed after the lock was given back: its destructor runs the
+// application's code. So it is swapped with the new one, never assigned.
 
 std::shared_ptr<BatchingDraftManager> BatchingDraftManager::create() {
     return std::shared_ptr<BatchingDraftManager>(new BatchingDraftManager);

@@ -11,7 +11,7 @@
 
 namespace zem {
 
-/// Nothing is called back while it batches: completions and events come from the draft manager that
+/// No callback is called while it batches: completions and events come from the draft manager that
 /// is made of the batch. Of several removals of one action only the last counts, and so of several
 /// metadata of one action and of several executors; the completions of those before are dropped
 /// without being called. What is recorded is kept as long as the batch, also when that has been

@@ -23,8 +23,8 @@ struct BatchingSubscription {
         , adapterOperation(std::move(adapterOperation))
         , unsubscribable(std::move(unsubscribable)) {}
 
-    /// Nobody is left to hear an answer, and what waits for one gives its slot on the shared queue
-    /// back.
+    /// No owner is left to hear an answer: an operation that waits for one gives its slot on the
+    /// shared queue back.
     ~BatchingSubscription() {
         if (const auto operation = adapterOperation.lock()) {
             operation->finish();

@@ -1,6 +1,6 @@
 #pragma once
 
-// What an external action's native executor tells the runtime.
+// The result that an external action's native executor gives the runtime.
 
 #include <zem/Tessel/Coding.h>
 

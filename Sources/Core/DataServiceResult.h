@@ -1,6 +1,6 @@
 #pragma once
 
-// What every call of the data service ends in.
+// The result of every call of the data service.
 
 #include <zem/Core/DataServiceError.h>
 
@@ -19,7 +19,7 @@ using Dictionary = boost::json::object;
 using DataServiceResult = std::expected<Dictionary, DataServiceError>;
 using ResultCallback = std::function<void(DataServiceResult)>;
 
-/// What a mutating call attaches to the draft that it creates.
+/// The texts that a mutating call attaches to the draft that it creates.
 using Metadata = std::map<std::string, std::string>;
 
 /// Ends a subscription. Any thread, any number of times.

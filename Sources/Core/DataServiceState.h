@@ -1,6 +1,6 @@
 #pragma once
 
-// What one service hands over to the next.
+// The state that one service hands over to the next.
 
 #include <zem/Core/BatchingSubscription.h>
 #include <zem/Core/ContentAdapterConfigs.h>

@@ -38,7 +38,7 @@ namespace zem {
 class DraftManager final : public BatchingDraftManagerProtocol,
                            public std::enable_shared_from_this<DraftManager> {
   public:
-    /// What external actions and their executor are registered under in the runtime.
+    /// The name under which external actions and their executor are registered in the runtime.
     static constexpr std::string_view externalActionHandlerId = "EXTERNAL_ACTION";
 
     /// The manager of the runtime's object `draftManager`. Replays `batching`, which is left as it

@@ -1,6 +1,6 @@
 #pragma once
 
-// What was asked of a batching draft manager, and the live registry of a draft manager.
+// The requests to a batching draft manager, and the live registry of a draft manager.
 
 #include <zem/Core/BatchingSubscription.h>
 #include <zem/Core/CustomActionResult.h>

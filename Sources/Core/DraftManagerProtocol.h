@@ -1,6 +1,6 @@
 #pragma once
 
-// What the application asks of the runtime's draft queue, whether there is a runtime yet or not.
+// The calls of the runtime's draft queue, whether there is a runtime yet or not.
 
 #include <zem/Core/DraftManagerBatch.h>
 

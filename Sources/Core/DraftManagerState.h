@@ -31,7 +31,7 @@ struct DraftManagerState {
 };
 BOOST_DESCRIBE_STRUCT(DraftManagerState, (), (queueState, items))
 
-/// What a change of the queue was.
+/// The kind of a change of the queue.
 enum class DraftQueueItemOperationType {
     ItemAdded,
     ItemUploading,

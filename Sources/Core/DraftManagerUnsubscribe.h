@@ -1,6 +1,6 @@
 #pragma once
 
-// What ends a listener of the draft queue, wherever that has moved meanwhile.
+// The handle that ends a listener of the draft queue, wherever that has moved meanwhile.
 
 #include <zem/Platform/Mutex.h>
 
@@ -20,9 +20,9 @@ class DraftManagerUnsubscribe {
     /// was on its way to the listener before still reaches it.
     void unsubscribe();
 
-    /// What `unsubscribe` calls from now on; may be empty. A draft manager that takes the listener
-    /// over from another one calls what is set, once and with its lock held, and sets its own: what
-    /// is set calls no manager, no handle of a listener and not the runtime.
+    /// Sets the function that `unsubscribe` calls from now on; may be empty. A draft manager that
+    /// takes the listener over from another one calls what is set, once and with its lock held, and
+    /// sets its own: what is set calls no manager, no handle of a listener and not the runtime.
     void setUnsubscribe(std::function<void()> callback);
 
   private:

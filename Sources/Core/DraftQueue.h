@@ -15,7 +15,7 @@
 
 namespace zem {
 
-/// What became of asking the runtime to process the next action.
+/// The outcome of asking the runtime to process the next action.
 enum class ProcessActionResult {
     actionError,
     actionSucceeded,

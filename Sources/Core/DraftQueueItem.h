@@ -29,7 +29,7 @@ inline constexpr std::array<std::pair<DraftActionStatus, std::string_view>, 4>
         {DraftActionStatus::completed, "completed"},
     }};
 
-/// What the action does to its record.
+/// The effect of the action on its record.
 enum class DraftActionOperationType { create, update, delete_, custom };
 
 inline constexpr std::array<std::pair<DraftActionOperationType, std::string_view>, 4>
@@ -65,7 +65,7 @@ struct DraftQueueItem {
     std::optional<Metadata> metadata;
     std::optional<DraftQueueItemError> error;
 
-    /// What the metadata hold under "ZEM_ACTION_METADATA_API_NAME".
+    /// The metadata's value under "ZEM_ACTION_METADATA_API_NAME".
     std::optional<std::string> targetApiName() const;
 
     bool operator==(const DraftQueueItem&) const = default;

@@ -1,6 +1,6 @@
 #pragma once
 
-// What a draft queue is to other JavaScript than its own runtime's.
+// A draft queue as JavaScript outside its own runtime sees it.
 
 #include <functional>
 #include <string>

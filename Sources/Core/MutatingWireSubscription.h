@@ -11,7 +11,7 @@
 
 namespace zem {
 
-/// What distinguishes a mutating call from a plain one.
+/// The difference between a mutating call and a plain one.
 struct SpecialOperation {
     struct SetMetadata {
         Metadata metadata;

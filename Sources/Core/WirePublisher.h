@@ -61,7 +61,7 @@ class WirePublisherSubscription final : public platform::Subscription {
     Unsubscribe unsub;
 };
 
-/// What providers of wires report. There is no such provider in this layer.
+/// An error of a provider of wires. There is no such provider in this layer.
 struct WireProviderError {
     struct JSException {
         std::string message;

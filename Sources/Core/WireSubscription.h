@@ -17,9 +17,9 @@
 
 namespace zem {
 
-/// Whatever the order in which the caller ends the subscription and the runtime's function arrives,
-/// that function is called at most once, and what takes the subscription out of its service runs
-/// once. Compared by identity. Thread-safe.
+/// The caller may end the subscription before or after the runtime's function arrives: that
+/// function is called at most once, and the clean-up that takes the subscription out of its service
+/// runs once. Compared by identity. Thread-safe.
 class WireSubscription : public std::enable_shared_from_this<WireSubscription> {
   public:
     /// The runtime's function is called from `unsubscribeQueue`, ahead of everything that waits
@@ -35,8 +35,8 @@ class WireSubscription : public std::enable_shared_from_this<WireSubscription> {
     /// every service. The runtime's function is called later, from the queue.
     std::function<void()> cleanupHandle();
 
-    /// What takes the subscription out of its service. Called at once, and not kept, when the
-    /// clean-up was requested before the runtime's function came.
+    /// Sets the clean-up that takes the subscription out of its service. Called at once, and not
+    /// kept, when the clean-up was requested before the runtime's function came.
     void setCleanupFunc(std::function<void()> function);
 
     /// The runtime has answered with its unsubscribe function, empty when the answer was none, and

@@ -125,7 +125,7 @@ class Context {
     /// True when the calling thread is inside this context.
     bool isEntered() const;
 
-    /// What happens to an exception that nobody is there to catch: one thrown by a callback that
+    /// Sets the handler of exceptions that no code can catch: those thrown by a callback that
     /// native code called. Without a handler its text is written to the log, marked private. Called
     /// inside the engine, on the thread that ran the callback.
     void setUncaughtHandler(std::function<void(Scope&, const Exception&)> handler) const;

@@ -297,7 +297,7 @@ Entry::Entry(std::shared_ptr<ContextState> state, By by)
 
 Entry::~Entry() {
     state->settle();
-    // What was collected meanwhile may have nobody else to see to it for long.
+    // The next entry may be far away: handles dropped by a collection meanwhile are freed now.
     if (state->hasReleased()) {
         state->drainReleased();
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-// What JavaScript threw, read out so that it can be shown without entering the engine again.
+// An exception of JavaScript, read out so that it can be shown without entering the engine again.
 
 #include <zem/JavaScript/Value.h>
 

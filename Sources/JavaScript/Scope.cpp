@@ -274,7 +274,7 @@ Result<void> Scope::defineNamed(Local object, void* name, Local value) {
     assert(isObject(object));
     if (!JSObjectHasProperty(engineContext(engine), engineObject(object),
                              static_cast<JSStringRef>(name))) {
-        // Nothing of that name is in the way.
+        // No prototype has a property of that name.
         return setNamed(object, name, value);
     }
     const Local inherited = prototype(object);

@@ -106,9 +106,9 @@ class Scope {
                              std::initializer_list<Local> arguments);
     Result<Local> evaluate(std::string_view source, std::string_view sourceURL,
                            int startingLine = 1);
-    /// What `String(value)` gives; absent for a value that cannot be made text.
+    /// The text of `String(value)`; absent for a value that cannot be made text.
     std::optional<std::string> stringForm(Local value);
-    /// The same, and for a value that cannot be made text what it is.
+    /// The same, and the name of its kind for a value that cannot be made text.
     std::string describe(Local value);
     /// `JSON.stringify(value)`; absent where that gives undefined.
     Result<std::optional<std::string>> stringify(Local value);

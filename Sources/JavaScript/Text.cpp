@@ -79,7 +79,7 @@ JSStringRef makeUTF16(std::string_view text) {
                                         static_cast<std::size_t>(length));
 }
 
-/// What fits of the UTF-8 form, in `text`; the length of the whole.
+/// Writes as much of the UTF-8 form as fits into `text`. Returns the length of the whole.
 std::size_t convert(const char16_t* units, std::size_t count, std::string& text) {
     std::int32_t length = 0;
     UErrorCode status = U_ZERO_ERROR;

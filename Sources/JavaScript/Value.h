@@ -41,7 +41,7 @@ enum class Kind {
     function
 };
 
-/// What a value of the kind is called in an error text: "a number", "undefined", "an array".
+/// The name of a value of the kind in an error text: "a number", "undefined", "an array".
 const char* nameOf(Kind kind);
 
 /// A handle that keeps an engine value alive, and with it the value's context. Copies share one

@@ -1,6 +1,6 @@
 #pragma once
 
-// What can be asked to end, and the value that asks it when it goes out of scope.
+// Things that can be asked to end, and a value that asks when it goes out of scope.
 
 #include <zem/Platform/Mutex.h>
 #include <zem/Platform/Task.h>

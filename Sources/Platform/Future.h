@@ -18,7 +18,7 @@
 
 namespace zem::platform {
 
-/// What a future and its promise share.
+/// The state that a future and its promise share.
 template <class T>
 class FutureState {
   public:
@@ -38,7 +38,7 @@ class FutureState {
         }
         for (Continuation& continuation : called) {
             continuation(*value);
-            // What it captured goes before the next one is called.
+            // Its captures are destroyed before the next one is called.
             continuation = nullptr;
         }
     }

@@ -133,7 +133,7 @@ class GLibRunLoop final : public RunLoop, public std::enable_shared_from_this<GL
         }
         Frame frame{done, innermost, false};
         innermost = &frame;
-        // What is not ours on the context may end it too: asked again after each iteration.
+        // A foreign source on the context may end the frame too: ask again after each iteration.
         while (!frameIsFinished()) {
             g_main_context_iteration(context, TRUE);
         }
@@ -225,7 +225,7 @@ class GLibRunLoop final : public RunLoop, public std::enable_shared_from_this<GL
     std::atomic<bool> closed = false;
 };
 
-/// What a thread other than the initial one keeps of its run loop.
+/// The run loop of a thread other than the initial one, as that thread keeps it.
 class ThreadRunLoop {
   public:
     ~ThreadRunLoop() {

@@ -59,7 +59,7 @@ struct SignpostID {
 
 enum class SignpostType { event, intervalBegin, intervalEnd };
 
-/// What a sink is told. The views live for the duration of the call.
+/// A signpost as a sink receives it. The views live for the duration of the call.
 struct Signpost {
     SignpostType type;
     SignpostID id;

@@ -65,7 +65,7 @@ class Operation : public std::enable_shared_from_this<Operation> {
     void addObserver(Observer observer);
 
   protected:
-    /// What a plain operation does. Nothing here.
+    /// The work of a plain operation. Empty here.
     virtual void main();
 
     /// Tells the observers. When a change of state touches two keys, the order is will(old),

@@ -9,7 +9,7 @@ namespace zem::platform {
 
 namespace {
 
-/// Whatever else waits for the lane's thread waits for one turn at most.
+/// Other work for the lane's thread waits for one turn at most.
 constexpr int mostStartsOfATurn = 16;
 
 } // namespace

@@ -3,8 +3,8 @@
 // Streams of values: a publisher hands each subscriber a subscription, then values, then at most
 // one completion. Names and roles are those of reactive streams.
 //
-// What holds for all of them: nothing here is thrown; every call may come on any thread; no lock is
-// held while one side calls the other, and each side may call back before the call returns.
+// These rules hold for all of them: nothing here is thrown; every call may come on any thread; no
+// lock is held while one side calls the other, and each side may call back before the call returns.
 
 #include <zem/Platform/Cancellable.h>
 #include <zem/Platform/Mutex.h>
@@ -116,7 +116,7 @@ class Sink final : public Subscriber<Output, Failure>, public Cancellable {
     explicit Sink(Closures closures)
         : closures(std::make_shared<const Closures>(std::move(closures))) {}
 
-    // What is called may drop the last reference to this: none of these touches a member after it.
+    // A call may drop the last reference to this: none of these touches a member after it.
 
     void receive(std::shared_ptr<Subscription> offered) noexcept override {
         Mutex::assertNoneHeld("a subscription is received");

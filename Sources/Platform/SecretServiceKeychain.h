@@ -21,7 +21,7 @@ inline constexpr std::chrono::seconds secretServiceLimit{5};
 /// gives errSecNotAvailable, and so does, at once, every call in the `limit` that follows, so that
 /// a start that needs several items waits once.
 ///
-/// Nothing ever prompts. A locked collection gives errSecInteractionNotAllowed, for adding too, so
+/// No call ever prompts. A locked collection gives errSecInteractionNotAllowed, for adding too, so
 /// that no second item ever comes to stand under an account that a locked collection may hold.
 /// Access denied gives errSecAuthFailed; no bus, no service, no default collection and every other
 /// failure errSecNotAvailable; attributes that make no sense errSecParam.

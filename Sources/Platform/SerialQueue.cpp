@@ -180,7 +180,7 @@ void SerialQueue::State::run(std::vector<Task>& batch) noexcept {
     for (Task& task : batch) {
         Mutex::assertNoneHeld("a task of a serial queue is run");
         task();
-        // What the task captured goes before the next one runs, and still on this queue.
+        // The task's captures are destroyed before the next one runs, and still on this queue.
         task = nullptr;
     }
     innermost = current.outer;

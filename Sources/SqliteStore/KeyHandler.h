@@ -31,7 +31,7 @@ class KeyStoring {
 };
 
 /// Secrets as generic-password items of the platform's keychain, the label being the account.
-/// Nothing is thrown; whatever the keychain's reason, an item that it does not give is not there.
+/// Throws nothing. An item that the keychain does not give counts as absent, for whatever reason.
 class KeychainStore final : public KeyStoring {
   public:
     /// Over the Secret Service when `keychain` is null.

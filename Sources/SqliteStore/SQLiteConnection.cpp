@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 constexpr int existing = SQLITE_OPEN_READWRITE | SQLITE_OPEN_URI;
 constexpr int existingOrNew = existing | SQLITE_OPEN_CREATE;
 
-/// Nothing for a database in memory.
+/// Absent for a database in memory.
 std::optional<fs::path> databaseFolder(const SQLiteStorage& storage) {
     const auto* file = std::get_if<SQLiteStorage::File>(&storage.value);
     return file == nullptr ? std::nullopt : std::optional(file->folder);

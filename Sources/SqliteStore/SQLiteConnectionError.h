@@ -1,6 +1,6 @@
 #pragma once
 
-// What opening a database can find wrong besides what SQLite itself reports.
+// The errors of opening a database besides those that SQLite itself reports.
 
 #include <exception>
 

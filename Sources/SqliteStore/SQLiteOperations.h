@@ -1,6 +1,6 @@
 #pragma once
 
-// What a batch writes, and what the change listeners hear of it.
+// The operations of a batch, and the changes that listeners hear of.
 
 #include <zem/SqliteStore/SQLiteValue.h>
 
@@ -76,8 +76,8 @@ struct SQLiteOperation {
     std::variant<SQLiteUpsert, SQLiteDelete> value;
 };
 
-/// What one operation of a committed batch did. An upsert whose key column is not among its columns
-/// is reported without keys.
+/// The effect of one operation of a committed batch. An upsert whose key column is not among its
+/// columns is reported without keys.
 struct SQLiteStoreChange {
     SQLiteOperationType type = SQLiteOperationType::upsert;
     std::string table;

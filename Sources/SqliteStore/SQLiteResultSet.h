@@ -1,6 +1,6 @@
 #pragma once
 
-// What a query returns.
+// The result of a query.
 
 #include <zem/SqliteStore/SQLiteValue.h>
 

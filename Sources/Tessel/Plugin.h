@@ -1,6 +1,6 @@
 #pragma once
 
-// What native code offers to JavaScript.
+// The interface of native code that JavaScript may call.
 
 #include <string_view>
 

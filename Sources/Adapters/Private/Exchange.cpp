@@ -341,7 +341,8 @@ ReceivedResponse Exchange::takeResponse(std::int64_t status) {
 }
 
 EasyHandle Exchange::stop() {
-    // Whatever `start` sets that the next one might leave as it is, and what points to here.
+    // Resets the options that `start` of the next exchange might leave as they are, and pointers to
+    // this one.
     CURL* const handle = easy.get();
     set(handle, CURLOPT_POSTFIELDS, static_cast<const char*>(nullptr));
     set(handle, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t{-1});

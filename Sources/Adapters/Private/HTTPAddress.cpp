@@ -155,7 +155,7 @@ std::expected<HTTPAddress, std::string> addressOf(const Request& request, const 
     }
     url += encodedPath(request.path);
     appendQuery(url, request.queryParams);
-    // What follows the server's name is encoded, and can only be a path and a query.
+    // The rest behind the server's name is encoded, and can only be a path and a query.
     return HTTPAddress{std::move(url), server->scheme, server->origin};
 }
 

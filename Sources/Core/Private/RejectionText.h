@@ -1,6 +1,6 @@
 #pragma once
 
-// What a draft queue says when it refuses.
+// The text with which a draft queue refuses.
 
 #include <zem/JavaScript/Scope.h>
 

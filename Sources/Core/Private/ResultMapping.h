@@ -1,6 +1,6 @@
 #pragma once
 
-// What the runtime's answers mean.
+// The meaning of the runtime's answers.
 
 #include <zem/Core/DataServiceResult.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// What stands behind a Context: the engine's reference, the way in, and the list of what has to be
-// let go of at the next entry.
+// The state behind a Context: the engine's reference, the way in, and the list of handles that are
+// freed at the next entry.
 
 #include <zem/JavaScript/Context.h>
 #include <zem/JavaScript/Private/Door.h>
@@ -71,8 +71,8 @@ class ContextState : public std::enable_shared_from_this<ContextState> {
     /// Asked by the engine while JavaScript runs.
     bool shouldStop();
 
-    /// What was thrown where nobody could pick it up, which the engine leaves pending: whatever is
-    /// done next would seem to throw it. Null when there is nothing. Inside the engine only.
+    /// Takes an exception that the engine has left pending because no code could catch it: the next
+    /// step would seem to throw it. Null if there is none. Inside the engine only.
     JSValueRef takePending();
 
     /// Picks up the end of a promise job that was stopped after its script.

@@ -79,7 +79,7 @@ inline constexpr const char* packingScript = R"js(
                 if (!isWhole) break;
             }
         } catch {
-            // Whoever reads that element by itself hears of it.
+            // The error is thrown again when that element is read by itself.
         }
         numbers[0] = index - first;
         spare = numbers;

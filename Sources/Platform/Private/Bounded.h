@@ -24,9 +24,9 @@ struct Unref {
 template <class T>
 using Object = std::unique_ptr<T, Unref>;
 
-/// What `work(GCancellable*)` returns, or nothing when it takes longer than `limit`. It runs on a
-/// thread of its own: not every wait inside GLib heeds a cancellable, so that work that is late is
-/// cancelled and left behind, to end on its own. It must therefore own everything it uses.
+/// Returns the result of `work(GCancellable*)`, absent if it takes longer than `limit`. It runs on
+/// a thread of its own: not every wait inside GLib heeds a cancellable, so that work that is late
+/// is cancelled and left behind, to end on its own. It must therefore own everything it uses.
 template <class Work>
 auto bounded(std::chrono::milliseconds limit, Work work)
     -> std::optional<std::invoke_result_t<Work&, GCancellable*>> {

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the other queues may ask of the threads behind the global queue.
+// The questions that other queues may ask of the threads behind the global queue.
 
 namespace zem::platform {
 

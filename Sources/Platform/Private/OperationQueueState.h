@@ -1,6 +1,6 @@
 #pragma once
 
-// What stands behind an operation queue.
+// The state behind an operation queue.
 
 #include <zem/Platform/Mutex.h>
 #include <zem/Platform/Operation.h>

@@ -34,7 +34,7 @@ class Failing {
     GError** out() { return &error; }
     bool isCancelled() const { return g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED); }
 
-    /// What failed, with the error's text behind it.
+    /// The failure of `what`, with the error's text behind it.
     std::unexpected<SecretFailure> because(const std::string& what) {
         if (error == nullptr) {
             return std::unexpected(SecretFailure{errSecNotAvailable, what});
@@ -168,7 +168,7 @@ SecretSession::~SecretSession() {
     if (bus) { // closing gives back the turn
         g_dbus_connection_close_sync(bus.get(), cancellable, nullptr);
     }
-    // What GLib gives back, it gives back from the main context.
+    // GLib frees such objects from the main context.
     while (context && g_main_context_iteration(context.get(), FALSE) != FALSE) {
     }
 }

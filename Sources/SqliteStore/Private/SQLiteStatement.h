@@ -93,7 +93,7 @@ class SQLiteStatement {
         }
     }
 
-    /// What `reader` makes of every row. Rows read before a failure are dropped.
+    /// The results of `reader` for every row. Rows read before a failure are dropped.
     template <class Reader>
     auto fetchAll(Reader&& reader) {
         std::vector<std::invoke_result_t<Reader&, SQLiteRow>> rows;

@@ -1,4 +1,4 @@
-// What Request and Response have in common. whatwg-fetch, the package for both and for fetch, is built on
+// The common part of Request and Response. whatwg-fetch, the package for both and for fetch, is built on
 // XMLHttpRequest and FileReader, which this engine does not have.
 
 import { TextDecoder, TextEncoder } from '@exodus/bytes/encoding-lite.js';

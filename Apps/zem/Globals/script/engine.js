@@ -1,4 +1,4 @@
-// What the packages change of the engine's own, to be put back. Imported before any of them.
+// The parts of the engine that the packages change, to be put back. Imported before any of them.
 
 const functionToString = Object.getOwnPropertyDescriptor(Function.prototype, 'toString');
 

@@ -1,9 +1,9 @@
 const customInspection = Symbol.for('nodejs.util.inspect.custom');
 
-// What the engine puts on every error, and its name; other properties are somebody's own.
+// The properties that the engine puts on every error, and its name; others are the program's own.
 const knownParts = new Set(['name', 'message', 'line', 'column', 'sourceURL', 'stack']);
 
-// The frames of this file and its neighbours say nothing to whoever reads a bundle's stack.
+// The frames of this file and its neighbours are of no use in a bundle's stack.
 const ownFrames = 'zem:globals';
 
 /// The stack as the engine writes it ("name@file:line:column", a frame a line), taken apart.
@@ -25,7 +25,7 @@ function placeOf(error) {
     return [error.sourceURL, error.line, error.column].filter((part) => part !== undefined).join(':');
 }
 
-/// What `String(error)` gives, the frames of its stack, and its own properties, its cause included.
+/// The text of `String(error)`, the frames of its stack, and its own properties, its cause included.
 function describe(depth, options, inspect) {
     const head = String(this);
     if (depth < 0) return `[${head}]`;

@@ -19,7 +19,7 @@ export function makeQueueMicrotask(native) {
         if (typeof callback !== 'function') {
             throw new TypeError('queueMicrotask: the callback is not a function');
         }
-        // What the callback throws is an uncaught exception, and not a promise's rejection.
+        // An exception of the callback is an uncaught one, and not a promise's rejection.
         Reflect.apply(then, ready, [
             () => {
                 try {

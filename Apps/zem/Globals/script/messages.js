@@ -23,7 +23,7 @@ export class MessagePort extends EventTarget {
     #messages = [];
     #isStarted = false;
     #isDetached = false;
-    // What the package that clones takes this port for, and the port that it then finds as the clone.
+    // The port that the cloning package finds as this one's clone, while it takes this one for a Blob.
     #successor = null;
 
     constructor() {

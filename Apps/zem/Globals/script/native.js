@@ -1,4 +1,4 @@
-/// What index.js describes. Set once, before any of the globals is used.
+/// The functions that index.js describes. Set once, before any of the globals is used.
 export let native;
 
 export function setNative(given) {

@@ -1,4 +1,4 @@
-/// What a value that is no object is called in an error text.
+/// The name of a value that is no object, in an error text.
 function kindOf(value) {
     if (value === undefined || value === null) return String(value);
     return typeof value === 'bigint' ? 'a BigInt' : `a ${typeof value}`;

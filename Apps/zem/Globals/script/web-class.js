@@ -1,6 +1,6 @@
 const customInspection = Symbol.for('nodejs.util.inspect.custom');
 
-/// What the getters give; a bundle's own are not run.
+/// The values of the getters; a bundle's own are not run.
 function membersOf(object) {
     const members = {};
     for (let holder = object; holder !== null; holder = Object.getPrototypeOf(holder)) {
@@ -12,7 +12,7 @@ function membersOf(object) {
     return members;
 }
 
-/// What the console shows of an object: its class, its members, and what a bundle has put on it.
+/// An object as the console shows it: its class, its members, and what a bundle has put on it.
 function describe(depth, options, inspect) {
     const { name } = this.constructor;
     if (depth < 0) return `[${name}]`;
