@@ -1,4 +1,4 @@
-// What a call from JavaScript into a bound method costs beside a bare callback of the engine's C
+// The cost of a call from JavaScript into a bound method beside a bare callback of the engine's C
 // API that reads the same two numbers and returns one. Both are called from the same JavaScript
 // loop.
 

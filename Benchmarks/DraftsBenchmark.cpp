@@ -1,7 +1,7 @@
-// What the draft manager costs beside what the engine has to do in any case: a long queue read
-// whole, one whose items hold much that the manager does not know beside the same floor, and many
-// changes of a short one told to many listeners. The context is bound to a thread, as the host's
-// is.
+// The cost of the draft manager beside the work that the engine has to do in any case: a long queue
+// read whole; one whose items hold many fields unknown to the manager, beside the same floor; and
+// many changes of a short one told to many listeners. The context is bound to a thread, as the
+// host's is.
 
 #include "BareEngine.h"
 #include "Baton.h"

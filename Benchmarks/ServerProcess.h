@@ -56,7 +56,7 @@ class ServerProcess {
     const std::string& url() const { return base; }
 
   private:
-    /// What has come of a request.
+    /// The request under way: its head so far, and the bytes of its body still to come.
     struct Connection {
         std::string head;
         std::size_t bodyLeft = 0;

@@ -1,5 +1,5 @@
-// What the data service costs beside the least that the same work can cost: a call there and back,
-// many calls at once, and a large answer. The context is bound to a thread, as the host's is.
+// The cost of the data service beside the least possible cost of the same work: a call there and
+// back, many calls at once, and a large answer. The context is bound to a thread, as the host's is.
 
 #include "BareEngine.h"
 #include "Baton.h"

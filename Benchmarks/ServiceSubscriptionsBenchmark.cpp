@@ -1,7 +1,6 @@
-// Whether many live subscriptions make each one dearer: what subscribing, one emission and
-// unsubscribing in random order cost for each of 100,000 beside the same for each of 1,000; and for
-// how long a look of the watchdog at 100,000 holds the service's lock, beside walking an array of
-// as many times.
+// The cost of many live subscriptions: subscribing, one emission and unsubscribing in random order
+// for each of 100,000, beside the same for each of 1,000. And the time for which a look of the
+// watchdog at 100,000 holds the service's lock, beside walking an array of as many times.
 
 #include "Measure.h"
 #include <zem/Core/DataService.h>
@@ -127,7 +126,7 @@ void reportSweep() {
     bench::report(bench::measure(
         {"service.sweep", "us", 10},
         [&] {
-            // What runs under the lock.
+            // Only the work under the lock is measured.
             bool any = false;
             const double cost = bench::milliseconds(
                 [&] { any = !list.takeOverdue(before, list.appended()).empty(); });

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the store's benchmarks compare: a database driven by raw SQLCipher calls, and the same one
-// driven from JavaScript through the store's plugin. Both hold the same rows under the same
+// The subjects of the store's benchmarks: a database driven by raw SQLCipher calls, and the same
+// one driven from JavaScript through the store's plugin. Both hold the same rows under the same
 // indexes.
 
 #include <zem/JavaScript/Context.h>

@@ -13,7 +13,7 @@ add_library(zem_sqlcipher INTERFACE)
 add_library(ZEM::SQLCipher ALIAS zem_sqlcipher)
 
 # The package's own version says nothing: Debian gives its pkg-config file SQLite's. Ask the library.
-# What pkg-config said is asked anew each time, so that a package removed or upgraded since is noticed.
+# pkg-config is asked anew each time, so that a package removed or upgraded since is noticed.
 function(zem_system_sqlcipher_version RESULT)
     set(${RESULT} "" PARENT_SCOPE)
     get_cmake_property(CACHED CACHE_VARIABLES)
@@ -68,8 +68,8 @@ if(NOT EXISTS ${ZEM_SQLCIPHER_AMALGAMATION}/sqlite3.c)
 endif()
 message(STATUS "SQLCipher: the amalgamation in ${ZEM_SQLCIPHER_AMALGAMATION}")
 
-# Memory and threads are watched inside SQLCipher too. Undefined behaviour is not: what is found there
-# is not ours to mend, and the first finding would end the process.
+# Memory and threads are watched inside SQLCipher too. Undefined behaviour is not: findings there are not
+# ours to mend, and the first one would end the process.
 set(SQLCIPHER_SANITIZE_FLAGS ${ZEM_SANITIZE_FLAGS})
 list(TRANSFORM SQLCIPHER_SANITIZE_FLAGS REPLACE ",undefined|undefined," "")
 list(REMOVE_ITEM SQLCIPHER_SANITIZE_FLAGS

@@ -19,7 +19,7 @@ using Connection = LoopbackServer::Connection;
 
 namespace {
 
-/// What comes of GET "/" where a server answers with `handler`.
+/// The outcome of GET "/" from a server that answers with `handler`.
 test::Outcome outcomeOf(const LoopbackServer::Handler& handler,
                         CurlNetworkAdapter::Options options = {}) {
     LoopbackServer server(handler);

@@ -1,4 +1,4 @@
-// What is asked for is what a server receives, and what it answers is what is handed over.
+// The server receives each request as the caller made it, and the caller gets the server's answer.
 
 #include <zem/Adapters/CurlNetworkAdapter.h>
 

@@ -1,4 +1,4 @@
-// Who gets a turn when, cancelling, and the adapter's end.
+// The turns of requests, cancelling, and the adapter's end.
 
 #include <zem/Adapters/CurlNetworkAdapter.h>
 #include <zem/Platform/Log.h>
@@ -65,7 +65,7 @@ class HangingServer {
     LoopbackServer server;
 };
 
-/// What the adapters' signposts say while it lives.
+/// Records the adapters' signposts while it lives.
 class Signposts {
   public:
     Signposts() { platform::setSignpostSink(std::make_shared<Sink>(transcript)); }
@@ -141,7 +141,7 @@ TEST(CurlNetworkAdapterTurns, RunAtMostSoManyAtOnceForEachHost) {
         }
         Request elsewhere = get("/");
         elsewhere.host = other.url();
-        // The last to start: what could start before it has started.
+        // The last call to start: every other that may start has started before it.
         EXPECT_EQ(Call(*adapter, elsewhere).text(), "200 other");
         EXPECT_EQ(signposts.begun(), most + 1);
         gated.arrived.wait(static_cast<int>(most));

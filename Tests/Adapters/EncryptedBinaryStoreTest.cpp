@@ -179,7 +179,7 @@ class EncryptedBinaryStoreTest : public testing::Test {
         return result;
     }
 
-    /// What the closed file holds, table by table.
+    /// Closes the store and counts the rows of its file, table by table.
     std::vector<std::string> counts() {
         store.reset();
         RawDatabase database(file, RawDatabase::Secrets{.key = std::string(test::storeKey),

@@ -61,7 +61,7 @@ class NetworkRuntime {
 
     void evaluate(std::string_view script) const { test::evaluate(context, script); }
 
-    /// What JavaScript has heard, when it has heard this many things.
+    /// All lines that JavaScript has heard, once there are this many.
     std::vector<std::string> waitForHeard(int times) {
         heard.wait(times);
         return transcript.lines();

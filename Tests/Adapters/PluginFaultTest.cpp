@@ -1,5 +1,4 @@
-// What JavaScript hears of the network's faults: one clear error each, and nothing is stored by
-// half.
+// Network faults as JavaScript hears of them: one clear error each, and nothing is stored by half.
 
 #include <zem/Adapters/CurlNetworkAdapter.h>
 #include <zem/Adapters/EncryptedBinaryStore.h>
@@ -68,7 +67,7 @@ class PluginFaultTest : public testing::Test {
         return heard;
     }
 
-    /// All that JavaScript hears of caching what a server has. Nothing is kept of it.
+    /// All that JavaScript hears of caching a server's file. The store keeps no part of it.
     std::vector<std::string> heardOfCaching(const LoopbackServer& server,
                                             double totalTimeout = 100'000) const {
         std::vector<std::string> heard;
@@ -164,7 +163,7 @@ TEST_F(PluginFaultTest, CancellingOneOfFiveUploadsStopsThatOneOnly) {
     EXPECT_THAT(runtime.waitForAll(),
                 testing::UnorderedElementsAre("c: unspecified, canceled", "a: 200 done",
                                               "b: 200 done", "d: 200 done", "e: 200 done"));
-    // What the server has received whole.
+    // The server has received these requests whole.
     EXPECT_THAT(server.lines(),
                 testing::UnorderedElementsAre("POST /a", "POST /b", "POST /d", "POST /e"));
     for (const auto& request : server.requests()) {

@@ -39,7 +39,7 @@ class SecureServer {
     void writeConfiguration();
 
     TemporaryFolder folder;
-    // Nobody else gets a port that is held here, and the server may listen there.
+    // The held ports: no other program gets one, and the server may listen on them.
     RefusingPort ports[4] = {RefusingPort(true), RefusingPort(true), RefusingPort(true),
                              RefusingPort(true)};
     std::unique_ptr<Process> process;

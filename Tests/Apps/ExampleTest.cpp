@@ -1,4 +1,4 @@
-// What the README says the host and its first program print.
+// The README shows the real output of the host and of its first program.
 
 #include "Host.h"
 

@@ -24,7 +24,7 @@ tessel::Decoded<T> read(std::string_view json) {
     return tessel::fromAny<T>(*tessel::parse(json));
 }
 
-/// What reading fails with; empty when it does not fail.
+/// The error of reading `json`; empty when it can be read.
 template <class T>
 std::string failure(std::string_view json) {
     const auto outcome = read<T>(json);

@@ -113,7 +113,7 @@ TEST(BatchingDataService, HandsOverOnlyWhatCameSinceTheLastTime) {
     EXPECT_EQ(state.mutatingSubscriptions[0]->adapterId, "second");
     EXPECT_EQ(state.subscriptions.size(), 1u);
     EXPECT_FALSE(state.recordTTL);
-    // What was asked for last stays known.
+    // The last requested TTL stays known.
     EXPECT_EQ(batching->lastRecordTTL(), 1);
     EXPECT_EQ(batching->lastMetadataTTL(), std::nullopt);
     expectEmpty(batching->takeState());

@@ -1,4 +1,4 @@
-// What the runtime's answers come to, however odd they are.
+// The results that callers get for the runtime's answers, however odd these are.
 
 #include <gtest/gtest.h>
 
@@ -35,7 +35,7 @@ class DataServiceAnswer : public test::ServiceCallTest {
         });
     }
 
-    /// What a caller hears of an answer.
+    /// The text that a caller hears of an answer.
     std::string heardOf(const std::string& answer) {
         runtime.run("callbacks = []");
         Results heard;
@@ -73,7 +73,7 @@ TEST_P(DataServiceAnswer, WithoutDataAndErrorSaysNothing) {
           "({ n: 1n, error: { n: 1n, errorType: 'other', message: 'm' } })",
           "({ n: 1n, error: { n: 1n, errorType: 'networkAdapterError', message: 5 } })",
           "({ n: 1n, error: { n: 1n, get errorType() { throw 1 }, message: 'm' } })",
-          // What enumeration does not show, or all objects inherit, is no part of an answer.
+          // Inherited properties, and those that are not enumerable, are no part of an answer.
           "Object.defineProperty({ n: 1n }, 'error', { value: 'hidden' })",
           "Object.assign(Object.create({ error: 'inherited' }), { n: 1n })"}) {
         EXPECT_EQ(heardOf(answer), GetParam().nothing) << answer;

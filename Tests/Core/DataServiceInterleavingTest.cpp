@@ -1,4 +1,4 @@
-// What can happen to a subscription, in every order in which it can.
+// The events of a subscription, in every order in which they can happen.
 
 #include <zem/Core/DataService.h>
 
@@ -22,8 +22,8 @@ using test::Results;
 using test::ServiceRuntime;
 using Lines = std::vector<std::string>;
 
-/// The runtime is asked when the operation runs, and has returned when its function arrives: what
-/// comes between the two happens while the runtime is being asked.
+/// The runtime is asked when the operation runs, and has returned when its function arrives: events
+/// between the two happen while the runtime is being asked.
 enum class Event { operationRuns, functionArrives, unsubscribe, emission, destroyOwner };
 
 const char* nameOf(Event event) {

@@ -1,4 +1,4 @@
-// Where a data service does its work, and in which order it passes on what has come.
+// The queues of a data service's work, and the order in which it passes answers on.
 
 #include <zem/Core/DataService.h>
 #include <zem/Platform/Log.h>
@@ -57,7 +57,7 @@ TEST(DataServiceQueues, DeliverOnTheCallbackQueue) {
     silent();
 }
 
-/// What a service hands over that delivers on `queue`.
+/// The state that a service hands over when it delivers on `queue`.
 DataServiceState stateOf(const std::shared_ptr<SerialQueue>& queue,
                          platform::RunLoop::TimePoint now) {
     DataServiceState state;

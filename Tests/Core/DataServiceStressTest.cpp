@@ -25,8 +25,8 @@ namespace {
 
 using namespace zem;
 
-/// How many operations are done: what the environment variable says, else what fits into a run of
-/// the whole suite.
+/// The number of operations: the environment variable's, else one that fits into a run of the whole
+/// suite.
 int operationsToDo() {
     constexpr int usual = 1'000'000;
     const char* asked = std::getenv("ZEM_STRESS_OPERATIONS");
@@ -34,7 +34,7 @@ int operationsToDo() {
 }
 
 /// Answers most calls at once, some later and together, and emits to subscriptions now and then.
-/// What a subscription hears carries a number from `stamp`, which only grows.
+/// Each emission carries a number from `stamp`, which only grows.
 constexpr const char* script = R"js(
     var waiting = [];
     var listeners = [];

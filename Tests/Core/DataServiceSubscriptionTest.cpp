@@ -90,7 +90,7 @@ TEST(DataServiceSubscription, ThatEndsTwiceCallsTheRuntimesFunctionOnce) {
     unsubscribe();
     unsubscribe();
     runtime.calls.wait(2);
-    // What follows on the same queue has been called, and nothing else came before it.
+    // This call takes the same queue: a second "unsubscribe" would arrive before it.
     service->invokeAdapterWithMetadata("after", "{}", {}, results.callback());
     const Lines calls = runtime.calls.wait(3);
     EXPECT_EQ(std::ranges::count(calls, "unsubscribe(list)"), 1);
@@ -225,8 +225,8 @@ TEST(DataServiceSubscription, IsAskedForAgainByTheServiceThatTakesItOver) {
     EXPECT_EQ(runtime.calls.lines().size(), 1u);
 
     const auto second = runtime.service(std::move(state));
-    // Asked for again before the service is there; the function of the first time, which nobody
-    // else will call, is called.
+    // The runtime is asked again before the service is there. The function of the first time is
+    // called now: no later call reaches it.
     EXPECT_EQ(runtime.calls.wait(3),
               (Lines{R"js(subscribeToAdapter("list", "{}", callback, undefined))js",
                      R"js(subscribeToAdapter("list", "{}", callback, undefined))js",
@@ -388,7 +388,7 @@ TEST(DataServiceSubscription, ThatIsSelfEndingHearsNothingMoreOnceItHasSaidSo) {
     emit(Dictionary{{"n", 3}});
     emit(std::unexpected(DataServiceError::unknown()));
     EXPECT_EQ(transcript.lines(), (Lines{R"({"n":1})", R"({"n":2})", "unsubscribed"}));
-    // What the caller was given is the service's own.
+    // The caller holds the function that the service returned: it runs again.
     unsubscribe();
     EXPECT_EQ(transcript.lines().size(), 4u);
     EXPECT_EQ(transcript.lines().back(), "unsubscribed");

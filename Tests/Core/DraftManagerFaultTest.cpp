@@ -24,14 +24,14 @@ using Lines = std::vector<std::string>;
 /// One of the operations that ask the runtime for a promise.
 struct Operation {
     const char* function;
-    /// What the runtime fulfils its promise with, and how that is heard of.
+    /// The script of the promise's value, and the text that the caller hears of it.
     const char* answer;
     const char* heard;
     void (*ask)(DraftManager& manager, DraftResults& results);
     /// The text of a rejection with undefined, and of one that has no text.
     const char* rejectedWithUndefined;
     const char* rejectedWithoutText;
-    /// What is heard when there is no promise; empty for silence.
+    /// The text that the caller hears when there is no promise; empty for silence.
     const char* withoutPromise;
 };
 
@@ -85,7 +85,7 @@ class DraftManagerFault : public testing::TestWithParam<Operation> {
         runtime.run(std::string("on.") + GetParam().function + " = () => (" + script + ")");
     }
     std::string answer() const { return GetParam().answer; }
-    /// All that has been heard when what is on its way has arrived.
+    /// All lines heard, once every answer on its way has arrived.
     Lines heard() {
         DraftResults marker;
         runtime.run("on.getQueue = () => Promise.resolve(queue())");

@@ -1,4 +1,4 @@
-// What was recorded before there was a runtime, and how the draft manager takes it over.
+// Calls recorded before there was a runtime, and how the draft manager takes them over.
 
 #include <zem/Core/BatchingDraftManager.h>
 #include <zem/Core/DraftManager.h>
@@ -29,7 +29,7 @@ class DraftManagerHandOver : public testing::Test {
   protected:
     std::shared_ptr<DraftManager> handOver() { return runtime.manager(*batching->batching()); }
 
-    /// What the runtime has heard but for the registration of the listener.
+    /// The runtime's transcript without the registration of the listener.
     Lines calls() const {
         Lines all = runtime.calls.lines();
         EXPECT_EQ(all.at(0), "register(function)");
@@ -97,7 +97,7 @@ TEST_F(DraftManagerHandOver, MayBeAskedMoreByWhatItCalls) {
                 "        on.getQueue; }");
     const auto done = [](const auto&) {
     };
-    // The ones who do not know yet that there is a runtime.
+    // These callbacks still call the batching manager, as callers unaware of the runtime do.
     batching->addExternalAction("record", {}, [&](const auto&) {
         for (int count = 0; count < 50; ++count) {
             batching->addExternalAction("late", {}, done);
@@ -171,7 +171,7 @@ TEST_F(DraftManagerHandOver, CompletesTheExecutorsRegistrationOnTheGivenQueue) {
     EXPECT_EQ(results.lines(), Lines{});
     EXPECT_EQ(runtime.handOverQueue->runAll(), 1);
     EXPECT_EQ(results.lines(), Lines{"executor: done"});
-    // What is recorded is what forwards.
+    // The recorded completion is the one that forwards to the queue.
     manager->batching()->externalActionExecutor->completion({});
     EXPECT_EQ(results.lines().size(), 1u);
     EXPECT_EQ(runtime.handOverQueue->runAll(), 1);
@@ -469,7 +469,7 @@ TEST(BatchingDraftManager, RecordsEverythingAndCallsNothingBack) {
 TEST(BatchingDraftManager, LetsGoOfWhatIsReplacedAtOnceAndMayBeCalledByThat) {
     const auto batching = BatchingDraftManager::create();
     Lines ended;
-    // What is let go of calls the manager, as any other code of the application may.
+    // A callback that is let go of calls the manager, as any other code of the application may.
     const auto token = [&](std::string name) {
         return std::shared_ptr<void>(nullptr, [&, name = std::move(name)](void*) {
             platform::Mutex::assertNoneHeld("a callback is let go of");

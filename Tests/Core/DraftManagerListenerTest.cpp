@@ -28,7 +28,7 @@ using Lines = std::vector<std::string>;
 
 class DraftManagerListener : public testing::Test {
   protected:
-    /// What was reported before has been delivered.
+    /// Returns when every earlier report has been delivered.
     void settle() {
         DraftResults marker;
         manager->getDraftQueue(marker.callback());

@@ -1,4 +1,4 @@
-// What the draft manager asks of the runtime, and how it answers.
+// The draft manager's calls into the runtime, and its answers.
 
 #include <zem/Core/DraftManager.h>
 #include <zem/Platform/Queue.h>
@@ -360,7 +360,7 @@ TEST(DraftManager, EndsWithoutWaitingForTheEngine) {
     isBusy.wait();
     manager.reset();
     if (test::engineEntry == test::EngineEntry::bound) {
-        // What remains to be done in the engine's thread is not waited for on the main thread.
+        // The main thread does not wait for the work left for the engine's thread.
         test::runMainQueue();
     }
     hasEnded = true;

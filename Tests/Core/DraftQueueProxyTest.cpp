@@ -44,7 +44,7 @@ class DraftQueueProxyTest : public testing::Test {
         called.callProxyMethod("method", "[]", onResult(), onError());
     }
 
-    /// What is heard of a call that was answered by this script, and nothing more.
+    /// The lines of one call that this script answers.
     Lines answer(const std::string& script) {
         runtime.transcript.clear();
         call(*calling(script));
@@ -211,7 +211,7 @@ TEST_F(DraftQueueProxyTest, TakesItsCallbacksAsThenWantsThem) {
               Lines{"result: 1"});
 }
 
-// --- What cannot be called
+// --- Calls that fail
 
 TEST_F(DraftQueueProxyTest, FailsBeforeItReturnsWhereThereIsNothingToCall) {
     const auto fails = [&](DraftQueueProxy& called) {

@@ -49,7 +49,7 @@ class DraftQueueRuntime {
     std::vector<std::string> lines() const { return transcript.lines(); }
 
     const zem::js::Context context;
-    /// What the runtime says it heard, and what callbacks add.
+    /// The lines of the runtime and of the callbacks.
     Transcript transcript;
     Transcript uncaught;
 };

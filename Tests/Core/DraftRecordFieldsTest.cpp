@@ -1,5 +1,4 @@
-// Every field of the drafts' records given every kind of value: what is read, and what is said of
-// what cannot be.
+// Every field of the drafts' records with every kind of value: read, or refused with an error.
 
 #include <zem/Core/CustomActionResult.h>
 #include <zem/Core/DraftManagerState.h>
@@ -42,10 +41,10 @@ const std::vector<Value> values{
 
 const std::string read = "read";
 
-/// What becomes of a field.
+/// The outcome of a field for each value.
 struct Shape {
     const char* expected;
-    /// What is read, or fails in its own way, by the value's script.
+    /// Outcomes by the value's script, for values that are read or fail in their own way.
     std::map<std::string, std::string> outcomes;
 
     std::string outcome(const Value& value) const {

@@ -136,7 +136,7 @@ class DraftRuntime : public RecordingRuntime {
         )js");
     }
 
-    /// What destroyed managers left to be done is done.
+    /// Runs the work that destroyed managers left to be done.
     ~DraftRuntime() { runMainQueue(); }
 
     std::shared_ptr<zem::DraftManager> manager(const zem::DraftManagerBatch& batch = {}) {

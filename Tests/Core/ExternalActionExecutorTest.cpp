@@ -33,12 +33,12 @@ class ExternalActionExecution : public testing::Test {
         manager->setExternalActionExecutor(std::move(executor), results.callback());
         runtime.calls.wait(2);
     }
-    /// What the runtime has heard since the executor was set.
+    /// The runtime's transcript since the executor was set.
     Lines replies(int count) {
         Lines all = runtime.calls.wait(2 + count);
         return {all.begin() + 2, all.end()};
     }
-    /// What was sent to the runtime has arrived.
+    /// Returns when everything sent to the runtime has arrived.
     void settle() {
         runtime.context.perform([](js::Scope&) {});
     }
@@ -219,7 +219,7 @@ TEST_F(ExternalActionExecution, IsRecordedBeforeTheRuntimeHearsOfIt) {
 TEST_F(ExternalActionExecution, MayCallTheManagerWhenAnotherTakesItsPlace) {
     auto token = std::shared_ptr<void>(nullptr, [&](void*) { manager->startQueue(); });
     manager->setExternalActionExecutor({}, [token = std::move(token)](const auto&) {});
-    // Nobody else has the completion any more.
+    // No other owner of the completion is left.
     runtime.resolve(0, "undefined");
     manager->setExternalActionExecutor({}, {});
     EXPECT_EQ(runtime.calls.lines().back(), "startQueue()");

@@ -1,4 +1,4 @@
-// What every facade that calls back promises about beginnings and ends, whichever facade it is.
+// The promises of every facade that calls back, about its beginning and its end.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ class FacadeLifecycle : public testing::Test {
   protected:
     ~FacadeLifecycle() override { expectNothingMore(); }
 
-    /// What has been set going has come to its end.
+    /// Returns when all work set going has come to its end.
     static void settle(AnsweringRuntime& runtime) {
         test::waitUntil("the end of all adapter calls",
                         [] { return SharedPriorityQueue::priority()->operationCount() == 0; });
@@ -197,7 +197,7 @@ TYPED_TEST(FacadeLifecycle, CanBeEndedWhenItsOwnerIsDestroyedFirst) {
 TYPED_TEST(FacadeLifecycle, GoesOnWhenTheApplicationLetsGoOfTheContextFirst) {
     AnsweringRuntime runtime(test::makeUncheckedContext());
     TypeParam facade(runtime);
-    // Nobody else is left to make it happen: those who listen hear of what is asked for, too.
+    // Each call makes the runtime tell its listeners, too: without the context, the test cannot.
     test::evaluate(runtime.context, "isAnsweredAtOnce = (kind) => {"
                                     "    if (kind !== 'invoke') return false;"
                                     "    Promise.resolve('list').then(answer);"
@@ -214,7 +214,7 @@ TYPED_TEST(FacadeLifecycle, GoesOnWhenTheApplicationLetsGoOfTheContextFirst) {
         UnorderedElementsAreArray({R"(caller: {"id":"first"})", R"(listener: {"id":"list"})",
                                    R"(caller: {"id":"second"})", R"(listener: {"id":"list"})"}));
     facade.destroy();
-    // The last of those who hold the context, from now on.
+    // From now on, `end` is the last owner of the context.
     end();
     this->expectCalls(runtime, {"listen list", "invoke first", "invoke second", "end list"});
 }

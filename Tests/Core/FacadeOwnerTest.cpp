@@ -1,4 +1,4 @@
-// Whatever a facade calls, of the runtime or of the application, may drop the last reference to it.
+// Any function that a facade calls, in the runtime or the application, may drop its last reference.
 
 #include <zem/Core/BatchingDataService.h>
 #include <zem/Core/BatchingDraftManager.h>
@@ -60,7 +60,7 @@ class Steps {
     std::shared_ptr<void> owner;
 };
 
-/// What callbacks capture: that they are let go of is a step, too.
+/// A capture of the callbacks. Letting go of it is a step, too.
 class Token {
   public:
     Token(std::shared_ptr<Steps> steps, std::shared_ptr<std::atomic<int>> alive)
@@ -134,7 +134,7 @@ class Stage {
         return std::make_shared<const Token>(steps, alive);
     }
 
-    /// Whatever has been set going has come to its end.
+    /// Returns when all work set going has come to its end and every callback is gone.
     void settle() {
         test::waitUntil("the end of all adapter calls",
                         [] { return SharedPriorityQueue::priority()->operationCount() == 0; });

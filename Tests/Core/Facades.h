@@ -79,15 +79,14 @@ class AnsweringRuntime {
             return scope.keep(scope.evaluate(script, "test.js").value());
         });
     }
-    /// From now on everything is answered at once; what has been asked before is not answered by
-    /// that.
+    /// Answers everything at once from now on. Earlier calls stay unanswered.
     void answerAtOnce() { evaluate(context, "isAnsweredAtOnce = () => true"); }
     /// Answers what is asked for, or tells those who listen, under this name.
     void answer(const std::string& id) { evaluate(context, "answer('" + id + "')"); }
     void answerWhatWasAskedBefore() {
         evaluate(context, "for (const id of Object.keys(answers)) answer(id);");
     }
-    /// The application's reference: what is left of the context is what others hold.
+    /// Drops the application's reference: other owners alone keep the context from now on.
     void letGoOfContext() { context = {}; }
 
     zem::js::Context context;
@@ -96,7 +95,7 @@ class AnsweringRuntime {
 
 using Heard = std::function<void(std::string)>;
 
-/// What facades differ in:
+/// The facades differ in these members:
 /// - `name`, for people.
 /// - `asksAtOnce`: it has nothing to wait for before it is ready.
 /// - `hasListenersInTheRuntime`: the runtime knows who listens, and is told of the end. Where it is
@@ -144,7 +143,7 @@ class DirectDataService : public OfTheDataService {
     std::shared_ptr<zem::DataService> service;
 };
 
-/// The batching service, and what is made of its state: until that is, calls are recorded.
+/// The batching service, and the service made of its state. Until then, calls are recorded.
 class HandedOverDataService : public OfTheDataService {
   public:
     static constexpr const char* name = "BatchingDataService";
@@ -162,7 +161,7 @@ class HandedOverDataService : public OfTheDataService {
         service = handOver();
         current = service.get();
     }
-    /// What callers that had the batching service in hand asked of it after its state was taken.
+    /// Takes over the calls that reached the batching service after its state was taken.
     void takeInStragglers() { stragglers = handOver(); }
     void destroy() {
         stragglers.reset();
@@ -229,7 +228,7 @@ class DirectDrafts : public OfTheDrafts {
     std::shared_ptr<zem::DraftManager> manager;
 };
 
-/// The batching manager, and what is made of its batch.
+/// The batching manager, and the manager made of its batch.
 class HandedOverDrafts : public OfTheDrafts {
   public:
     static constexpr const char* name = "BatchingDraftManager";

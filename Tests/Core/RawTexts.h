@@ -1,6 +1,6 @@
 #pragma once
 
-// What every enumeration with raw texts promises, for a table that a test writes out.
+// Checks for every enumeration with raw texts, against a table that a test writes out.
 
 #include <zem/JavaScript/Context.h>
 #include <zem/Tessel/JSON.h>

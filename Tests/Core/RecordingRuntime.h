@@ -1,6 +1,6 @@
 #pragma once
 
-// What the runtimes of tests have in common: JavaScript that writes down what it is asked for.
+// The base of the tests' runtimes: JavaScript that writes down the calls that it gets.
 
 #include <zem/JavaScript/Context.h>
 

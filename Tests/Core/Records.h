@@ -1,6 +1,6 @@
 #pragma once
 
-// What every record promises that crosses the bridge.
+// Checks for every record that crosses the bridge.
 
 #include <zem/JavaScript/Context.h>
 #include <zem/Tessel/JSON.h>

@@ -23,7 +23,7 @@ struct ServiceCall {
     /// Returns what ends it: nothing for a one-shot call.
     zem::Unsubscribe (*ask)(zem::DataServiceProtocol& service, const std::string& config,
                             zem::ResultCallback callback);
-    /// What is heard of an answer that says nothing.
+    /// The text that a caller hears of an answer that says nothing.
     const char* nothing;
     bool isSubscription;
 

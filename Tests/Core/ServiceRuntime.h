@@ -90,8 +90,8 @@ inline void destroy(std::shared_ptr<zem::DataService>& service) {
 class ServiceRuntime : public RecordingRuntime {
   public:
     ServiceRuntime() {
-        // Each call is written down and its callback kept, in the order of the calls. What a test
-        // sets as `on` answers it.
+        // Each call is written down and its callback kept, in the order of the calls. A function
+        // that a test sets in `on` answers it.
         evaluate(context, R"js(
             var callbacks = [];
             var callbackOf = {};
@@ -124,7 +124,7 @@ class ServiceRuntime : public RecordingRuntime {
         )js");
     }
 
-    /// What is on its way to the runtime arrives first: a call that has no answer by now would hold
+    /// Waits for the calls on their way to the runtime: one that has no answer by now would hold
     /// its slot for ever, and fails the test.
     ~ServiceRuntime() {
         try {
@@ -155,7 +155,7 @@ class ServiceRuntime : public RecordingRuntime {
 
     /// Whether every slot on the shared queue is free: as many calls as it has slots run at once.
     void expectAllSlotsFree() {
-        // What is still on its way from before is not counted.
+        // Earlier calls that are still on their way do not count.
         Journal probes("a call of the probe");
         setFunction(context, "probed", 0,
                     [&](zem::js::Scope& scope, zem::js::Local,

@@ -101,7 +101,7 @@ TEST_P(SubscriptionListRemoval, KeepsOrderTimesAndMarksOfTheOthers) {
     EXPECT_EQ(namesOf(list.takeOverdue(at(90), 80)),
               (Lines{"0", "10", "20", "30", "40", "60", "70"}));
     EXPECT_EQ(namesOf(list.takeOverdue(at(90), 200)), (Lines{"80", "90"}));
-    // What is added to a list with gaps comes last.
+    // A new entry comes last, in a list with gaps too.
     const auto late = make("late", 500);
     list.append(late);
     EXPECT_EQ(list.appended(), 201u);

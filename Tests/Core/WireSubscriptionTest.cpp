@@ -94,7 +94,7 @@ class Wire {
     test::ManualQueue threads;
     const std::shared_ptr<platform::OperationQueue> queue;
     std::shared_ptr<WireSubscription> owned;
-    /// What the call that is under way to the runtime holds.
+    /// The reference of the call that is under way to the runtime.
     std::shared_ptr<WireSubscription> arriving;
     std::function<void()> handle;
 };
@@ -103,8 +103,8 @@ class Wire {
 
 enum class Event { cleanUp, arrive, runQueue, install, destroyOwner };
 
-/// What has to become of the clean-ups of services: the one in force when the caller ends the
-/// subscription is run, and so is one that comes when the caller had ended it without a function.
+/// The clean-ups of services that have to run: the one in force when the caller ends the
+/// subscription, and one that comes after the caller had ended it without a function.
 class Removals {
   public:
     void happen(Event event) {

@@ -57,7 +57,7 @@ Result ended(Process&& process) {
     return ended(process);
 }
 
-/// What happens to the changes that a program makes in a folder; see Faults.cpp.
+/// A fault at one of the changes that a program makes in a folder; see Faults.cpp.
 struct Fault {
     std::string kind;
     int at = 0;
@@ -154,7 +154,7 @@ bool startHost(const Place& place) {
     return !result.errors.empty();
 }
 
-/// Interrupts a first opening at each of its changes of a kind; `next` is what follows, and says
+/// Interrupts a first opening at each of its changes of a kind. `next` runs after each, and says
 /// whether it found a half-made file. Returns how often it did.
 template <class Next>
 int interruptAtEachChange(const std::string& kind, bool (*isChosen)(const std::string&),
@@ -180,7 +180,7 @@ bool mend(const Place& place) {
     return result.output.starts_with("removed\n");
 }
 
-// Killed before a sync, the process leaves what it leaves when it is killed after it.
+// Killing the process before a sync leaves the same files as killing it after the sync.
 bool isNoSync(const std::string& change) {
     return !isSync(change);
 }
@@ -202,7 +202,7 @@ TEST(FirstOpening, WithAnyOneWriteRefusedIsMended) {
 }
 
 TEST(FirstOpening, ThatAPowerCutInterruptsIsMended) {
-    // Between two syncs nothing changes what a power cut leaves.
+    // A power cut leaves the same files anywhere between two syncs.
     interruptAtEachChange("kill", isSync, [](const Place& place) {
         fs::remove_all(place.data);
         if (fs::exists(place.image)) {
@@ -268,7 +268,7 @@ TEST(FirstOpening, WhoseRemovalIsInterruptedIsMendedToo) {
     }
     const auto removal = std::find(changes.begin(), changes.end(), "remove zem.db");
     ASSERT_NE(removal, changes.end());
-    // What follows the next making of the file is a first opening again.
+    // Changes after the file is made again are those of a first opening.
     changes.erase(std::find(removal, changes.end(), "create zem.db"), changes.end());
     for (const std::string kind : {"kill", "full"}) {
         for (std::size_t at = 0; at < changes.size() && !HasFailure(); ++at) {

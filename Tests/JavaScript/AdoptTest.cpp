@@ -56,7 +56,7 @@ class AdoptedContext : public testing::Test {
         onEngineThread([] {});
     }
 
-    /// What the application's own code evaluates to, without us.
+    /// The text of a script's value or exception. The application evaluates it, without ZEM.
     std::string evaluateByApplication(const char* source) {
         std::string text;
         onEngineThread([&] {

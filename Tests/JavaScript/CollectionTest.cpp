@@ -1,4 +1,4 @@
-// What the engine collects: native functions, their closures, and the order of it all.
+// Garbage collection of native functions and their closures, and its order.
 
 #include <zem/JavaScript/Context.h>
 
@@ -67,7 +67,7 @@ TEST(Collection, HappensWhileAScriptRuns) {
         scope.context().collectGarbage();
         return scope.number(lives.alive());
     });
-    // What the script's own frames still point at may be a few.
+    // A few functions may survive: the script's own frames still point at them.
     test::expectEval(context, "for (let i = 0; i < 10000; ++i) make(); collect() < 100", "boolean",
                      "true");
     test::evaluate(context, "make = undefined");

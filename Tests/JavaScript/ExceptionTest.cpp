@@ -1,4 +1,4 @@
-// What JavaScript threw: its text, its place, its stack, whatever it is.
+// JavaScript exceptions: the text, the place and the stack of any thrown value.
 
 #include <zem/JavaScript/Context.h>
 
@@ -82,7 +82,7 @@ TEST_F(ExceptionTest, OfSomethingThatIsNoErrorHasATextOnly) {
     }
 }
 
-// Whatever reading it throws, and however often.
+// Reading these objects throws: the object itself, a new error or a number.
 TEST_F(ExceptionTest, SurvivesThrownObjectsThatThrowWhenRead) {
     EXPECT_EQ(thrownBy("const trap = {get stack() { throw trap }, get line() { throw trap }, "
                        "get sourceURL() { throw trap }, get column() { throw trap }, "

@@ -1,4 +1,4 @@
-// What happens to exceptions that nobody is there to catch.
+// Uncaught exceptions: a handler gets them, and without one the log does.
 
 #include <zem/JavaScript/Context.h>
 #include <zem/Platform/Log.h>

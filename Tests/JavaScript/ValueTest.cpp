@@ -1,4 +1,4 @@
-// Values: kinds, texts of them, JSON, and what makes them.
+// Values: their kinds, their texts, JSON, and the functions that make them.
 
 #include <zem/JavaScript/Context.h>
 
@@ -199,7 +199,7 @@ TEST(Value, AValueThatCannotBeMadeTextIsDescribedByItsKind) {
                   "an object");
         EXPECT_EQ(scope.describe(*scope.evaluate("Object.create(null)", "")), "an object");
         EXPECT_EQ(scope.describe(*scope.evaluate("({toString() { return 'so' }})", "")), "so");
-        // What failed leaves nothing behind for the next step.
+        // A failed step leaves no exception behind for the next one.
         EXPECT_EQ(scope.toNumber(*scope.evaluate("1 + 1", "")), 2);
     });
 }

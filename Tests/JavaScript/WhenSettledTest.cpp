@@ -1,4 +1,4 @@
-// What counts as a promise, and how its end is heard of.
+// Promises: the values that count as one, and hearing of its end.
 
 #include <zem/JavaScript/Context.h>
 #include <zem/JavaScript/Promise.h>
@@ -30,14 +30,14 @@ class WhenSettled : public testing::Test {
         };
     }
 
-    /// What `isPromise` says of the value of a script: "true", "false" or what was thrown.
+    /// The answer of `isPromise` for a script's value: "true", "false" or the exception's text.
     std::string isPromise(const std::string& script) {
         return context.perform([&](Scope& scope) {
             return textOf(zem::js::isPromise(scope, *scope.evaluate("(" + script + ")", "")));
         });
     }
 
-    /// What `whenSettled` says of it.
+    /// The answer of `whenSettled` for a script's value, in the same words.
     std::string follow(const std::string& script, SettledFunction rejected) {
         return context.perform([&](Scope& scope) {
             return textOf(whenSettled(scope, *scope.evaluate("(" + script + ")", ""),

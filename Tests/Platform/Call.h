@@ -1,6 +1,6 @@
 #pragma once
 
-// What tests of operation queues put into them.
+// Operations for the tests of operation queues.
 
 #include <zem/Platform/Mutex.h>
 #include <zem/Platform/Operation.h>

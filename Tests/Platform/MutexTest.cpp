@@ -9,7 +9,7 @@
 
 using namespace zem::platform;
 
-// What is counted is what the calling thread holds.
+// Only the locks of the calling thread count.
 TEST(Mutex, HeldByAnotherThreadIsNotHeldHere) {
     Mutex mutex;
     Lock lock(mutex);

@@ -24,7 +24,7 @@ TEST(OperationLane, StartsTheOperationsOfALaneThereOneAfterTheOther) {
     queue->addOperation(
         [&] {
             transcript.add("high");
-            // Nobody else starts anything of the lane meanwhile.
+            // No other operation of the lane is started meanwhile.
             EXPECT_EQ(lane->waiting(), 0u);
         },
         QueuePriority::high, lane);

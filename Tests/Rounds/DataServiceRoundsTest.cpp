@@ -108,9 +108,9 @@ TEST(DataServiceRounds, LeaveNoHandleAndNoMemoryBehind) {
     rounds.expectHandles(handles);
     EXPECT_EQ(rounds.service->subscriptionCount(), 0u);
 #ifndef ZEM_KEEPS_FREED_MEMORY
-    // What the allocator and the engine's collector keep for later comes and goes: the most of the
-    // first tenths is compared with the least of the last. In the 30,000 rounds that lie between
-    // them at least, less than 200 bytes each: any of the objects of a round takes as much.
+    // Memory that the allocator and the engine's collector keep for later comes and goes: the most
+    // of the first tenths is compared with the least of the last. At least 30,000 rounds lie
+    // between them, and each may leave less than 200 bytes: any object of a round takes as much.
     const std::int64_t early = *std::max_element(resident.begin(), resident.begin() + 4);
     const std::int64_t late = *std::min_element(resident.end() - 4, resident.end());
     constexpr std::int64_t tolerance = 6 * 1000 * 1000;

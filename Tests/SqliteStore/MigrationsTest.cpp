@@ -108,8 +108,8 @@ const Texts& textsOf244000() {
     return texts;
 }
 
-/// What the file's schema table says of `texts` once all have run: it keeps a statement from its
-/// name on, without comments before it, IF NOT EXISTS and the semicolon.
+/// The file's schema table once all `texts` have run: it keeps a statement from its name on,
+/// without comments before it, IF NOT EXISTS and the semicolon.
 Texts asKept(const Texts& texts) {
     Texts kept;
     for (std::string text : texts) {

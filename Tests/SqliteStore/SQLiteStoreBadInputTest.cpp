@@ -1,5 +1,5 @@
-// What JavaScript may hand over by mistake: each is refused with a text that says what was
-// expected, what was found and where, or is taken as it is; and the store works afterwards.
+// Mistakes that JavaScript may make: the store refuses each with a text that names the expected
+// value, the found one and the place, or takes it as it is; and it works afterwards.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

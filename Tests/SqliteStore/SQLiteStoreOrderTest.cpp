@@ -1,4 +1,4 @@
-// Which queue calls what, and in which order.
+// The queue of every callback, and the order of the callbacks.
 
 #include <gtest/gtest.h>
 
@@ -120,7 +120,7 @@ TEST_F(SQLiteStoreOrder, CallbacksAndListenersMayCallTheStoreAgain) {
     });
     end.wait();
     EXPECT_EQ(transcript.lines().size(), 5u);
-    // What happens on one queue is in order there.
+    // Each queue keeps its own order.
     Lines listened;
     Lines answered;
     for (const std::string& line : transcript.lines()) {

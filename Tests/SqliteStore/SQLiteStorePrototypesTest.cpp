@@ -1,4 +1,4 @@
-// What the store hands to JavaScript is whole, whatever a script has put on the prototypes.
+// Values that the store hands to JavaScript are whole, whatever a script has put on the prototypes.
 
 #include <gtest/gtest.h>
 

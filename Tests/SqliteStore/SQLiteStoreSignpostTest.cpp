@@ -1,4 +1,4 @@
-// What the store tells the log, and what it keeps to itself.
+// The store's signposts in the log, and the values that it keeps to itself.
 
 #include <zem/Core/Logging.h>
 #include <zem/Platform/Log.h>

@@ -20,7 +20,7 @@ class BinaryStore final : public zem::BinaryStore {
 
     /// Called, where there is one, before bytes are kept or removed.
     std::function<void()> failing;
-    /// What becomes of a fetch.
+    /// Answers a fetch; by default with an error.
     std::function<void(Completion)> fetch = [](const Completion& completion) {
         completion(std::unexpected("nothing is fetched here"));
     };

@@ -1,6 +1,6 @@
 #pragma once
 
-// What a test's coroutine returns: it starts at once, and nobody waits for it.
+// The return type of a test's coroutine. It starts at once, and its end is not awaited.
 
 #include <coroutine>
 #include <exception>

@@ -1,6 +1,6 @@
 #pragma once
 
-// What is heard, from any thread, and waiting for it.
+// A list of lines that tests can wait for.
 
 #include <Support/Wait.h>
 #include <string>

@@ -1,6 +1,6 @@
 #pragma once
 
-// What is logged while it lives, instead of going where logs go.
+// Captures the lines of the log while it lives, in place of the usual writer.
 
 #include <zem/Platform/Log.h>
 

@@ -68,7 +68,7 @@ class LoopbackServer {
     /// "http://127.0.0.1:PORT"
     std::string url() const;
 
-    /// What has been received so far, in the order of arrival.
+    /// All requests received so far, in the order of arrival.
     std::vector<Request> requests() const;
     /// The same, each as "METHOD TARGET".
     std::vector<std::string> lines() const;

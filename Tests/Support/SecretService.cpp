@@ -316,7 +316,7 @@ const char* const properties =
     "({'Locked': <false>, 'Items': <@ao []>, 'Collections': <@ao []>, 'Label': <'x'>,"
     " 'Attributes': <@a{ss} {}>, 'Created': <@t 0>, 'Modified': <@t 0>},)";
 
-/// What a service answers that wants to ask the user before anything changes.
+/// The answers of a service that wants to ask the user before any change.
 GVariant* promptingAnswer(const std::string& member) {
     static const std::vector<std::pair<std::string, std::string>> answers{
         {"GetAll", properties},

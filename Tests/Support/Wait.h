@@ -91,7 +91,7 @@ class Arrival {
     std::vector<T> values;
 };
 
-/// What happened, in order, from any thread; compared whole.
+/// A list of events from any thread, in order; tests compare it whole.
 class Transcript {
   public:
     void add(std::string line) {

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the bridge's tests share: a context, a connection, and short ways to send values across in
-// both directions.
+// The bridge's tests share a context, a connection, and short ways to send values across in both
+// directions.
 
 #include <zem/JavaScript/Context.h>
 #include <zem/Tessel/Connection.h>
@@ -17,7 +17,7 @@ namespace test {
 
 class Bridge : public testing::Test {
   protected:
-    /// What the script's value is as text, or "threw " and the exception's text.
+    /// The script's value as text, or "threw " and the exception's text.
     std::string eval(std::string_view script) const {
         return context.perform([&](zem::js::Scope& scope) -> std::string {
             const auto value = scope.evaluate(script, "test.js");
@@ -44,7 +44,7 @@ class Bridge : public testing::Test {
         return outcome ? "it was decoded" : outcome.error().description();
     }
 
-    /// What the script makes of `value`, a T that was encoded.
+    /// The script's value as text; the script finds the encoded T in its global `value`.
     template <class T>
     std::string written(const T& value, std::string_view script = "JSON.stringify(value)") const {
         context.perform([&](zem::js::Scope& scope) {

@@ -352,7 +352,7 @@ TEST_F(Callback, CalledForTheLastTimeItWakesTheEnginesThreadOnce) {
     mine.perform([](Scope&) {}); // behind the calls
     EXPECT_EQ(loop->posts() - before, 10 + 1);
 
-    // What its arguments are made of goes with the call, too.
+    // Captures of the function that makes the arguments are let go of in the same entry.
     evaluate(mine, "ZemKeeper.keep((text) => heard.push(text))");
     evaluate(mine, "ZemKeeper.keep((text) => heard.push(text))");
     before = loop->posts();

@@ -60,7 +60,7 @@ class DraftQueuePluginTest : public testing::Test {
     }
     ~DraftQueuePluginTest() override {
         context.setUncaughtHandler(nullptr);
-        // What is on its way to a context's thread still uses what the test has.
+        // Tasks on their way to the context's thread still use the test's members.
         context.perform([](js::Scope&) {});
     }
 
@@ -339,7 +339,7 @@ TEST_F(DraftQueuePluginTest, MayBeCalledAndGivenAnotherDraftQueueOnAnyThread) {
     EXPECT_EQ(results, asked);
 }
 
-// --- What JavaScript waits for
+// --- Callbacks that JavaScript waits for
 
 TEST_F(DraftQueuePluginTest, CountsBothCallbacksUntilTheyAreLetGoOf) {
     std::vector<DraftQueueCallback> kept;

@@ -83,7 +83,7 @@ class NetworkAdapterPluginTest : public testing::Test {
         return adapter->exchanges.back().request;
     }
 
-    /// What reaches the adapter where nothing is built.
+    /// A request as the adapter receives it when the plugin builds no form.
     static Request asReceived(HTTPMethod method, std::optional<std::string> body) {
         Request request;
         request.method = method;

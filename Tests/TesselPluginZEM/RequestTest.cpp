@@ -28,7 +28,7 @@ class RequestTest : public testing::Test {
         return decoded ? "decoded" : decoded.error().description();
     }
 
-    /// What JavaScript sees of a record, as JSON.
+    /// The JSON of a record as JavaScript sees it.
     template <class Record>
     std::string seen(const Record& record) const {
         return context.perform([&](js::Scope& scope) {

@@ -1,4 +1,4 @@
-// What each command does and prints.
+// The effect and the output of each command.
 
 #include <gmock/gmock.h>
 

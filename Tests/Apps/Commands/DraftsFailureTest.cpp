@@ -1,4 +1,4 @@
-// What the commands on drafts say where they fail.
+// The failures of the commands on drafts, and their texts.
 
 #include <gmock/gmock.h>
 
@@ -13,7 +13,7 @@ using test::Host;
 
 const std::string set = "globalThis.runtime = { draftManager, draftQueue }";
 
-/// What the runtime makes of `command` is this failure, whether it was there before or not.
+/// Expects `command` to fail with `text`, whether the runtime is set before it or after.
 void expectFailure(const std::string& change, const std::string& command, const std::string& label,
                    const std::string& text) {
     const Host host;

@@ -1,4 +1,4 @@
-// What the commands on drafts do and print, asked for before there is a runtime and after.
+// The effect and the output of the commands on drafts, before the runtime is set and after.
 
 #include <gmock/gmock.h>
 
@@ -62,7 +62,7 @@ void expectEither(const std::string& commands, const std::string& output, bool j
     EXPECT_EQ(recorded.code, 0) << commands;
 }
 
-/// What a command prints for people; the runtime says what it is asked.
+/// Expects the command's output for people; the runtime prints each call that it gets.
 void expectText(const std::string& command, const std::string& output) {
     expectEither(command + "\n", output, false);
 }
@@ -213,8 +213,8 @@ TEST(Drafts, AWatchThatIsRecordedHearsTheRuntimesChanges) {
     const Host host;
     const auto result =
         runRecorded(host, drafts, "drafts watch on\ndrafts start\ndrafts remove a\n");
-    // What starts the queue comes before who listens. The removal is answered on the queue that the
-    // changes come on, after them.
+    // The queue starts before the listener is registered, so the watch does not show that change.
+    // The removal is answered on the queue that the changes come on, after them.
     EXPECT_EQ(result.output, "[\"startQueue\"]\n[\"removeDraftAction\",\"a\"]\n"
                              "d1 watch: {\"kind\":\"deleted\",\"item\":" +
                                  itemJSON +

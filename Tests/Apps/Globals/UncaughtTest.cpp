@@ -1,4 +1,4 @@
-// What nobody catches ends the run with exit code 1 and is reported: place, message, stack.
+// Uncaught errors end the run with exit code 1 and are reported: place, message, stack.
 
 #include <gtest/gtest.h>
 

@@ -49,7 +49,7 @@ TEST(Runtime, TheLastOneCountsUntilOneCanBeUsed) {
     expectAnswered("globalThis.runtime = new Promise(() => {});"
                    "globalThis.runtime = { dataService };");
     expectAnswered("globalThis.runtime = {}; globalThis.runtime = { dataService };");
-    // What comes after is the bundle's own.
+    // A later value of `runtime` is the bundle's own.
     expectAnswered("globalThis.runtime = { dataService };"
                    "setTimeout(() => { runtime = {}; if (runtime.x !== undefined) throw 1; });");
 }

@@ -84,7 +84,7 @@ TEST_F(StoreFiles, DoNotOpenUnderAnotherKey) {
                                         "another one, or it is damaged (SQLite error 7)\n"));
     EXPECT_EQ(other.output, "");
     EXPECT_EQ(other.code, 3);
-    // Nothing has happened to it.
+    // The store is unharmed: its own key still opens it.
     EXPECT_EQ(run(putOneAndCount).output, "1 entry\n");
 }
 

@@ -66,7 +66,7 @@ const both = AbortSignal.any([late, soon]);
 equal([soon.aborted, both.aborted], [false, false]);
 soon.onabort = () => order.push('soon');
 late.onabort = () => order.push('late');
-// Nothing else keeps the run.
+// Only this timer keeps the run going.
 const waiting = setInterval(async () => {
     if (!late.aborted) return;
     clearInterval(waiting);

@@ -8,7 +8,7 @@ const order = [];
 const note = (...words) => order.push(words.join(' '));
 const taken = () => order.splice(0);
 
-// What an event says.
+// The properties of an event.
 const plain = new Event('plain');
 equal([plain.type, plain.bubbles, plain.cancelable, plain.composed, plain.defaultPrevented, plain.isTrusted,
     plain.target, plain.srcElement, plain.currentTarget, plain.eventPhase, plain.composedPath().length,
@@ -69,7 +69,7 @@ twice.dispatchEvent(go);
 twice.dispatchEvent(go);
 equal(taken(), ['once']);
 
-// What is added during a dispatch waits for the next; what is removed is not called.
+// A listener added during a dispatch waits for the next one; a removed listener is not called.
 const changing = new EventTarget();
 const removed = () => note('removed');
 changing.addEventListener('go', () => {
@@ -136,7 +136,7 @@ throws(() => target.addEventListener('go'), 'TypeError',
 throws(() => target.addEventListener('go', 'text'), 'TypeError',
     'EventTarget.addEventListener: the listener is neither a function nor an object');
 
-// What bears more.
+// Events with more properties.
 const custom = new CustomEvent('c', { detail: { deep: 1 }, cancelable: true });
 equal([custom instanceof Event, custom.type, custom.detail.deep, custom.cancelable, new CustomEvent('d').detail],
     [true, 'c', 1, true, null]);

@@ -38,7 +38,7 @@ const binaries = {
 };
 const begin = (baseURL) => setNative({ now: () => 0, baseURL });
 
-/// What the adapter is told of a request.
+/// The request that `fetch` hands to the adapter.
 function told(url, options) {
     fetch(url, options).catch(() => {});
     const [[act, isThis, request]] = taken();

@@ -14,7 +14,7 @@ for (const name of ['setTimeout', 'clearTimeout', 'setInterval', 'clearInterval'
 }
 for (const name of ['log', 'info', 'warn', 'error', 'debug']) equal([typeof console[name], console[name].name], ['function', name]);
 
-// Nothing that makes the globals is left where a bundle finds it.
+// Bundles find no trace of the code that makes the globals.
 equal(Object.getOwnPropertyNames(globalThis).filter((name) => /native|globals|core-js|install/i.test(name)), []);
 equal(Function.prototype.toString.name, 'toString');
 equal('prototype' in Function.prototype.toString, false);

@@ -22,7 +22,7 @@ equal(new TextDecoder('utf-16').encoding, 'utf-16le');
 equal(new TextDecoder('latin1').encoding, 'windows-1252');
 throws(() => new TextDecoder('nonsense'), 'RangeError', 'Unknown encoding');
 
-// What is no UTF-8 becomes U+FFFD, one for each maximal part; overlong forms and surrogates are none.
+// Each maximal part of invalid UTF-8 becomes one U+FFFD; of overlong forms and surrogates, each byte.
 equal(decode([0x61, 0xff, 0x62]), 'a\ufffdb');
 equal(decode([0xe2, 0x82]), '\ufffd');
 equal(decode([0xe2, 0x82, 0x41]), '\ufffdA');

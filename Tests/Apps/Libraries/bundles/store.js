@@ -1,4 +1,4 @@
-/// What a driver for the encrypted store needs: a statement's columns and rows.
+/// Promises a statement's columns and rows: a driver for the encrypted store needs no more.
 export function query(sql, parameters = []) {
     return new Promise((resolve, reject) => {
         ZemSqliteStore.query(sql, parameters, resolve, (message) => reject(new Error(message)));
