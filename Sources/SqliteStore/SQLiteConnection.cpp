@@ -263,7 +263,8 @@ void SQLiteConnection::execute(const char* sql) {
 }
 
 void SQLiteConnection::rollBack() noexcept {
-    static const SQLiteFailureHandler& silent = *new SQLiteFailureHandler([](const auto&) {});
+    const SQLiteFailureHandler silent = [](const SQLiteFailure&) {
+    };
     emitSQLiteStoreEvent("transaction rollback");
     try {
         SQLiteStatement("ROLLBACK TRANSACTION", connection.get(), &silent).execute();
