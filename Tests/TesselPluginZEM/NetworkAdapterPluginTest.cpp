@@ -13,6 +13,8 @@
 #include <Support/BinaryStore.h>
 #include <Support/Engine.h>
 #include <Support/Wait.h>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -305,8 +307,9 @@ TEST_F(NetworkAdapterPluginTest, AResultThatComesMeanwhileOvertakesThoseThatWait
                           return scope.undefined();
                       });
     context.perform([&](js::Scope&) {
-        for (int number = 0; number < 4; ++number) {
-            adapter->exchanges[number].onResponse(Response{number, {}, std::nullopt});
+        for (std::size_t index = 0; index < 4; ++index) {
+            const auto status = static_cast<std::int64_t>(index);
+            adapter->exchanges[index].onResponse(Response{status, {}, std::nullopt});
         }
     });
     EXPECT_EQ(waitForHeard(5), (Lines{"0", "4", "1", "2", "3"}));
