@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <future>
 
-// What the runtime would be: it has one draft, and reports no changes.
+// Stands for the runtime: has one draft, and reports no changes.
 constexpr const char* runtime = R"js(({
     registerDraftQueueChangedListener(listener) {
         return () => {};

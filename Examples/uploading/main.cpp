@@ -10,7 +10,7 @@
 #include <exception>
 #include <future>
 
-// What the runtime would do: it caches a photo and uploads it with a title.
+// Stands for the runtime: caches a photo and uploads it with a title.
 constexpr const char* runtime = R"js((photo, say) => {
     ZemBinaryStorePlugin.cacheBinary(photo, 3600, (handle) => {
         const file = { handle, name: "site.jpg", type: "image/jpeg" };

@@ -62,7 +62,7 @@ class EncryptedBinaryStore final : public BinaryStore {
 
         SQLiteStorage storage;
         SQLiteStore::EncryptionOption encryption;
-        /// Of no meaning in memory.
+        /// How a file is synchronised; a store in memory ignores it.
         SQLiteStore::Synchronous synchronous = SQLiteStore::Synchronous::normal;
         /// How many bytes the blobs may have together. Cached blobs make room, the one whose last
         /// use is the longest ago first; stored ones never do and are kept also beyond the quota.

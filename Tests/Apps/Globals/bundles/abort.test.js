@@ -36,7 +36,7 @@ for (const reason of ['text', 0, null, new Error('own')]) {
 }
 equal([AbortSignal.abort().aborted, AbortSignal.abort().reason.name], [true, 'AbortError']);
 
-// Of several, the first counts; those that are made of others tell of it after them.
+// `any` takes the reason of the first signal that aborts. A signal made of others aborts after them.
 const one = new AbortController();
 const two = new AbortController();
 const either = AbortSignal.any([one.signal, two.signal]);

@@ -34,16 +34,21 @@ export function throws(action, name, message) {
     return thrown;
 }
 
-/// The error that a promise is rejected with, which has this name and message.
-export async function rejects(promise, name, message) {
-    let thrown;
+/// The error that a promise is rejected with.
+export async function rejection(promise) {
     try {
         await promise;
     } catch (error) {
-        thrown = error;
+        return error;
     }
-    equal(thrown && [thrown.name, thrown.message], [name, message]);
-    return thrown;
+    throw new Error('expected a rejection, and the promise was fulfilled');
+}
+
+/// The same for an error that has this name and message.
+export async function rejects(promise, name, message) {
+    const error = await rejection(promise);
+    equal([error.name, error.message], [name, message]);
+    return error;
 }
 
 /// Returns in a later turn, after those that were asked for before.

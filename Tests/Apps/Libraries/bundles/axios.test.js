@@ -1,18 +1,9 @@
 import axios from 'axios';
 
-import { done, equal } from '../../Globals/bundles/check.js';
+import { done, equal, rejection } from '../../Globals/bundles/check.js';
 
 const [url] = host.args;
 const client = axios.create({ baseURL: url, headers: { 'X-Client': 'zem' } });
-
-async function failure(promise) {
-    try {
-        await promise;
-    } catch (error) {
-        return error;
-    }
-    throw new Error('expected a failure');
-}
 
 (async () => {
     const got = await client.get('/echo', { params: { q: 'a b', list: [1, 2] } });
@@ -31,17 +22,17 @@ async function failure(promise) {
     });
     equal((await client.delete('/echo')).data.method, 'DELETE');
 
-    const missing = await failure(client.get('/missing'));
+    const missing = await rejection(client.get('/missing'));
     equal([axios.isAxiosError(missing), missing.code, missing.response.status, missing.response.data, missing.message],
         [true, 'ERR_BAD_REQUEST', 404, 'none', 'Request failed with status code 404']);
-    const refused = await failure(axios.get(host.args[1]));
+    const refused = await rejection(axios.get(host.args[1]));
     equal([refused.code, refused.message, refused.cause.type], ['ERR_NETWORK', 'Network Error', 'unspecified']);
 
     const controller = new AbortController();
-    const canceled = failure(client.get('/hang', { signal: controller.signal }));
+    const canceled = rejection(client.get('/hang', { signal: controller.signal }));
     await client.get('/asked');
     controller.abort();
     equal([axios.isCancel(await canceled), (await canceled).code], [true, 'ERR_CANCELED']);
-    equal((await failure(client.get('/hang', { timeout: 30 }))).code, 'ETIMEDOUT');
+    equal((await rejection(client.get('/hang', { timeout: 30 }))).code, 'ETIMEDOUT');
     done();
 })();

@@ -1,18 +1,9 @@
 import ky, { HTTPError, TimeoutError } from 'ky';
 
-import { done, equal } from '../../Globals/bundles/check.js';
+import { done, equal, rejection } from '../../Globals/bundles/check.js';
 
 const [url] = host.args;
 const client = ky.create({ prefixUrl: url, headers: { 'X-Client': 'zem' } });
-
-async function failure(promise) {
-    try {
-        await promise;
-    } catch (error) {
-        return error;
-    }
-    throw new Error('expected a failure');
-}
 
 (async () => {
     const got = await client.get('echo', { searchParams: { q: 'a b', n: 1 } }).json();
@@ -27,14 +18,14 @@ async function failure(promise) {
     // Tried again after a 503.
     equal(await client.get('flaky', { retry: { limit: 2, delay: () => 1 } }).text(), 'at last');
 
-    const missing = await failure(client.get('missing'));
+    const missing = await rejection(client.get('missing'));
     equal([missing instanceof HTTPError, missing.response.status, missing.request.url], [true, 404, `${url}/missing`]);
     const controller = new AbortController();
-    const aborted = failure(client.get('hang', { signal: controller.signal }));
+    const aborted = rejection(client.get('hang', { signal: controller.signal }));
     await client.get('asked');
     controller.abort();
     equal((await aborted).name, 'AbortError');
-    const late = await failure(client.get('hang', { timeout: 30, retry: 0 }));
+    const late = await rejection(client.get('hang', { timeout: 30, retry: 0 }));
     equal([late instanceof TimeoutError, late.name], [true, 'TimeoutError']);
 
     const seen = [];
